@@ -1,0 +1,68 @@
+#pragma once
+// clDecoder_ffmpeg: one decode or tagging job of the host. It owns the worker,
+// its streams, the error-stream reader, the blobs and the audio buffer.
+
+#include <cstdint>
+#include <optional>
+
+#include "codecs/decoders/ffmpeg/records.h"
+#include "codecs/decoders/ffmpeg/stderrqueue.h"
+#include "codecs/decoders/ffmpeg/wavestream.h"
+#include "support/clBuffer.h"
+#include "support/clLog.h"
+#include "support/clString.h"
+#include "transport/waitable.h"
+#include "transport/worker.h"
+
+class clDecoder_ffmpeg {
+public:
+    explicit clDecoder_ffmpeg(const DecoderCreateInfo& info);
+    clDecoder_ffmpeg(const clDecoder_ffmpeg&) = delete;
+    clDecoder_ffmpeg& operator=(const clDecoder_ffmpeg&) = delete;
+    // Destroy: stops the reader, kills a running worker at once, then frees.
+    ~clDecoder_ffmpeg();
+
+    const clLogTarget* Log() const { return &log; }
+
+    // The exports, one method each.
+    bool Get(const char16_t* key, DecoderParam* param);
+    bool Set(const char16_t* key, DecoderParam* param);
+    bool Open(DecoderOpenInfo* info);
+    bool Close();
+    bool DecodeBlock(DecoderBlockInfo* block);
+    bool SetPosition(int64_t position);
+    bool DeleteATag(const char16_t* path, const char16_t* names);
+
+    // Set("EventQuit"): installs the host's named quit event; null keeps the old one.
+    bool SetQuitEvent(const char16_t* name);
+    static bool WriteIDTags(clDecoder_ffmpeg* decoder, const char16_t* path,
+                            const void* blob, uint32_t blobSize);
+
+    bool StartWorker(int64_t position, DecoderOpenInfo* info);
+    static std::string WorkerPath();
+    static WorkerCommand BuildWorkerCommand(const std::string& pathUtf8, double seconds);
+    static std::string SecondsText(double seconds);
+
+    clLogTarget log;                       // the DecoderCreateInfo words; must stay first
+    clString path;
+    WorkerProcess worker;
+    bool workerRunning = false;
+    StdErrLineQueue lines;
+    bool linesActive = false;
+    std::optional<Qel::aborter> quitSignal;
+    clBuffer tagBlob;
+    clBuffer infoBlob;
+    DecoderFormat format{};
+    uint32_t formatTail = 0;
+    clWaveFormat wave;
+    uint64_t dataSize = ~uint64_t{0};
+    uint64_t dataRead = 0;
+    int64_t startPosition = 0;
+    clBuffer block;
+
+private:
+    void StopWorker(bool killAtOnce);
+};
+
+// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case ignored.
+int TagFamilyOf(const clString& path);

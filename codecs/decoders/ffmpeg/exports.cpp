@@ -1,0 +1,1 @@
+// Entry points: written by the frame work.

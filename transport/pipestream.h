@@ -1,0 +1,31 @@
+#pragma once
+// Byte streams over the parent's end of a pipe. Each piece (at most 16 MiB)
+// waits on the pipe and the thread's current aborter together, within the
+// time limit: an abort raises user_abort, a time-out network_error_timeout,
+// and neither leaves a transfer pending. The writer's end is a count of 0.
+
+#include "transport/event.h"
+#include "transport/streams.h"
+
+namespace Qel {
+
+using PipeHandle = intptr_t;          // fd on Linux, HANDLE on Windows
+constexpr PipeHandle kNoPipe = -1;
+
+struct _streamOverlappedBase {
+    double timeoutSeconds = 0.0;      // per piece; 0 or less: none
+    PipeHandle handle = kNoPipe;      // not owned: WorkerProcess opens and closes it
+    EventHandle event = kNoEvent;     // not owned; may be none
+};
+
+class streamInOverlapped : public streamIn, public _streamOverlappedBase {
+public:
+    size_t read(void* buffer, size_t count) override;
+};
+
+class streamOutOverlapped : public streamOut, public _streamOverlappedBase {
+public:
+    void write(const void* buffer, size_t count) override;
+};
+
+}  // namespace Qel
