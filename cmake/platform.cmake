@@ -34,6 +34,11 @@ function(fd_export_only_entry_points target)
   else()
     target_link_options(${target} PRIVATE
       "LINKER:--version-script=${CMAKE_SOURCE_DIR}/cmake/exports.map")
+    # A missing symbol fails the link, not the host's dlopen. Sanitizer
+    # runtimes leave their symbols to the executable, so those builds can't.
+    if(NOT FD_SANITIZE)
+      target_link_options(${target} PRIVATE "LINKER:--no-undefined")
+    endif()
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${CMAKE_SOURCE_DIR}/cmake/exports.map)
   endif()
 endfunction()

@@ -34,11 +34,15 @@ public:
     bool IsOpen() const { return handle != kNoFileHandle; }
     void Close();
 
-    // Bytes read; `failed` is set for a true error, never for end of file.
+    // Reads, writes and seeks use the handle's own position, which borrowed
+    // views share with their owner.
+    // Bytes read; `failed` is set to true for a true error, never for end of
+    // file, and is left alone otherwise.
     uint32_t Read(void* buffer, uint32_t count, bool* failed = nullptr);
     bool Write(const void* buffer, uint32_t count, int where = kAtCurrent);
     bool Seek(int64_t position, int origin = kFromStart);
     int64_t Tell() const;
+    // -1 with `failed` set to true on failure.
     int64_t Size(bool* failed = nullptr) const;
     bool SetLength(int64_t length);
     bool ShiftTail(int64_t position, int64_t delta);
@@ -51,7 +55,4 @@ public:
     bool showMessages = false;
     bool ownsHandle = true;
     uint32_t shareMode = 3;
-
-private:
-    int64_t position_ = 0;   // current position for handles without one of their own
 };

@@ -78,9 +78,11 @@ public:
     int64_t ToInt() const;
     double ToDouble() const;
 
-    // printf-style: %d %i %u %x %X %c %f %% with flags "+", "0", width, precision
-    // and the length modifiers l, ll, z; %s takes a `const char16_t*`, %hs a
-    // `const char*` in UTF-8.
+    // printf-style, locale-free: %d %i %u %x %X %o %c %f %e %g %p %% with the
+    // flags "-+ 0#", width, precision ("*" for both) and the length modifiers
+    // hh h l ll j z t L; %s takes a `const char16_t*`, %hs and %S a
+    // `const char*` in UTF-8. A broken directive (a second ".", or one cut off
+    // by the end of the format) gives an empty result.
     static clString Format(const char16_t* format, ...);
     static clString FormatV(const char16_t* format, va_list arguments);
     // Text of the platform's last error ("(Win:%u)" / "(errno:%d)"), empty when none.

@@ -15,7 +15,7 @@ constexpr PipeHandle kNoPipe = -1;
 struct _streamOverlappedBase {
     double timeoutSeconds = 0.0;      // per piece; 0 or less: none
     PipeHandle handle = kNoPipe;      // not owned: WorkerProcess opens and closes it
-    EventHandle event = kNoEvent;     // not owned; may be none
+    EventHandle event = kNoEvent;     // not owned; may be none (Linux waits on the pipe itself)
 };
 
 class streamInOverlapped : public streamIn, public _streamOverlappedBase {

@@ -42,9 +42,22 @@ private:
     size_t position_ = 0;
 };
 
-// For random-access sources: repeat `readOnce` for the missing bytes until all
-// have come or it returns 0; a set current aborter raises user_abort first.
+void CheckAbort();   // transport/waitable.h
+
+// For random-access sources: repeat `readOnce(buffer, count)` for the missing
+// bytes until all have come or it returns 0; a set current aborter raises
+// user_abort before each try.
 template <class ReadOnce>
-size_t ReadUntilDone(ReadOnce&& readOnce, uint8_t* buffer, size_t count);
+size_t ReadUntilDone(ReadOnce&& readOnce, uint8_t* buffer, size_t count) {
+    size_t done = 0;
+    while (done < count) {
+        CheckAbort();
+        size_t got = readOnce(buffer + done, count - done);
+        if (got == 0) break;
+        if (got > count - done) got = count - done;   // never trust a source to stay in bounds
+        done += got;
+    }
+    return done;
+}
 
 }  // namespace Qel

@@ -31,7 +31,7 @@ public:
 
 private:
     std::string name_;
-    ThreadHandle* handle_ = nullptr;   // platform thread until joined (JoinPlatformThread frees it)
+    ThreadHandlePtr handle_;           // platform thread until joined
     std::optional<aborter> aborter_;
     unsigned flags_;
 };

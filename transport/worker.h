@@ -43,10 +43,13 @@ public:
 
 private:
     void Launch();
-    void CloseEvents();
+    void ClosePipes();
+    bool WaitForExit(int64_t limitMs);
+    void Kill();
+    void Reap();
 
     intptr_t process_ = 0;              // pid on Linux, HANDLE on Windows; 0 none
-    intptr_t pidfd_ = -1;
+    intptr_t pidfd_ = -1;               // Linux: a descriptor to wait on, -1 when the kernel has none
     Qel::streamInOverlapped stdoutStream_;
     Qel::streamInOverlapped stderrStream_;
     Qel::streamOutOverlapped stdinStream_;
@@ -56,3 +59,5 @@ private:
 // UTF-8 to wide with the worker's rules: invalid input ends the text silently,
 // characters above U+FFFF keep only their low 16 bits.
 clString FromUtf8(const char* bytes, size_t length);
+// The same conversion as plain UTF-16 units.
+std::u16string FromUtf8Units(const char* bytes, size_t length);

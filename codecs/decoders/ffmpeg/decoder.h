@@ -61,7 +61,13 @@ public:
     clBuffer block;
 
 private:
+    // Stops the reader, then the worker: with the grace time, or at once.
     void StopWorker(bool killAtOnce);
+    // Open's step for the file's own tags; false when the engine failed.
+    bool ReadOwnTags(DecoderOpenInfo* info);
+    // The worker gave no usable stream: tells a file that can't be opened
+    // from one that can't be decoded.
+    void ReportUndecodable();
 };
 
 // 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case ignored.

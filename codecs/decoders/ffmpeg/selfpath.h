@@ -1,0 +1,9 @@
+#pragma once
+// Seam: where the plug-in's own library file lies. The worker is found
+// relative to it, never through a search path.
+
+#include <string>
+
+// Full path of the library file that holds this code, UTF-8; empty when the
+// system can't tell.
+std::string OwnLibraryPath();

@@ -1,0 +1,103 @@
+// The text conversions and the string-list builders on arbitrary bytes. The
+// bytes are read both as 8-bit text and as UTF-16 units.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "support/clList.h"
+#include "support/clString.h"
+#include "support/textcodec.h"
+
+namespace {
+
+void Require(bool condition) {
+    if (!condition) std::abort();
+}
+
+bool IsHigh(char16_t u) { return u >= 0xD800 && u <= 0xDBFF; }
+bool IsLow(char16_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
+
+// The units with every unpaired surrogate replaced: what a trip through
+// UTF-8 must give back.
+std::u16string WithoutLoneSurrogates(const std::u16string& units) {
+    std::u16string out;
+    for (size_t i = 0; i < units.size(); ++i) {
+        if (IsHigh(units[i]) && i + 1 < units.size() && IsLow(units[i + 1])) {
+            out.push_back(units[i]);
+            out.push_back(units[++i]);
+        } else if (IsHigh(units[i]) || IsLow(units[i])) {
+            out.push_back(0xFFFD);
+        } else {
+            out.push_back(units[i]);
+        }
+    }
+    return out;
+}
+
+void CheckEightBit(const std::string& bytes) {
+    const std::u16string wide = text::Utf8ToUtf16(bytes);
+    Require(wide.size() <= bytes.size());
+    Require(WithoutLoneSurrogates(wide) == wide);
+    // What the decoder gives is valid, and valid UTF-8 round-trips exactly.
+    const std::string utf8 = text::Utf16ToUtf8(wide);
+    Require(text::Utf8ToUtf16(utf8) == wide);
+    Require(text::Utf16ToUtf8(text::Utf8ToUtf16(utf8)) == utf8);
+
+    const std::u16string ansi = text::AnsiToUtf16(bytes);
+    Require(ansi.size() == bytes.size());
+    Require(text::Utf16ToAnsi(ansi) == bytes);
+    const std::u16string latin1 = text::Latin1ToUtf16(bytes);
+    Require(latin1.size() == bytes.size());
+    Require(text::Utf16ToLatin1(latin1) == bytes);
+}
+
+void CheckUnits(const std::u16string& units) {
+    const std::u16string clean = WithoutLoneSurrogates(units);
+    Require(text::Utf8ToUtf16(text::Utf16ToUtf8(units)) == clean);
+    Require(text::Utf16ToAnsi(units).size() <= units.size());
+    Require(text::Utf16ToLatin1(units).size() <= units.size());
+
+    clString s{std::u16string_view(units)};
+    clStringList list;
+    list.Split(s);
+    std::u16string joined;
+    for (int i = 0; i < list.Count(); ++i) {
+        if (i > 0) joined.push_back(u'\r');
+        joined.append(list[i].View());
+    }
+    Require(joined == units);
+
+    // A multi-string block: the units, then the two NULs that end it.
+    std::vector<char16_t> block(units.begin(), units.end());
+    block.push_back(0);
+    block.push_back(0);
+    list.FromMultiString(block.data());
+    size_t total = 0;
+    for (int i = 0; i < list.Count(); ++i) {
+        Require(list[i].View().find(u'\0') == std::u16string_view::npos);
+        Require(list[i].View() != u"[Empty]");
+        total += list[i].View().size() + 1;
+    }
+    Require(total <= block.size());
+
+    (void)s.ToInt();
+    (void)s.ToDouble();
+    (void)s.FileExtension();
+    s.TrimLeft();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    CheckEightBit(bytes);
+    std::u16string units(size / 2, u'\0');
+    for (size_t i = 0; i < units.size(); ++i) {
+        units[i] = static_cast<char16_t>(data[2 * i] | (data[2 * i + 1] << 8));
+    }
+    CheckUnits(units);
+    return 0;
+}

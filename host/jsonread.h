@@ -1,0 +1,29 @@
+#pragma once
+// A small JSON reader for fdhost's input files. Strings come out as UTF-8;
+// \u escapes, surrogate pairs included, are decoded. Nesting is limited so
+// that a hostile file can't exhaust the stack.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+struct JsonValue {
+    enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
+
+    Kind kind = Kind::kNull;
+    bool boolean = false;
+    double number = 0;
+    std::string text;                                 // kString, UTF-8
+    std::vector<JsonValue> items;                     // kArray
+    std::vector<std::pair<std::string, JsonValue>> members;   // kObject, in file order
+
+    // The member of that name, or null when there is none.
+    const JsonValue* Member(std::string_view name) const;
+};
+
+// Throws UsageError naming the byte offset of the first thing that isn't JSON.
+JsonValue ParseJson(std::string_view text);
+
+}  // namespace host

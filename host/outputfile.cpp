@@ -1,0 +1,69 @@
+#include "host/outputfile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "host/errors.h"
+
+namespace host {
+namespace {
+
+bool IsSeekable(int fd) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) return false;
+    return S_ISREG(st.st_mode) && ::lseek(fd, 0, SEEK_CUR) >= 0;
+}
+
+}  // namespace
+
+OutputFile::OutputFile(const std::string& path) : path_(path) {
+    if (path == "-") {
+        fd_ = STDOUT_FILENO;
+        path_ = "standard output";
+    } else {
+        fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (fd_ < 0) throw HostError("cannot create " + path + ": " + std::strerror(errno));
+        owned_ = true;
+    }
+    seekable_ = IsSeekable(fd_);
+}
+
+OutputFile::~OutputFile() {
+    if (owned_ && fd_ >= 0) ::close(fd_);
+}
+
+void OutputFile::Write(const void* bytes, size_t size) {
+    const auto* at = static_cast<const char*>(bytes);
+    while (size > 0) {
+        const ssize_t written = ::write(fd_, at, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
+        at += written;
+        size -= static_cast<size_t>(written);
+    }
+}
+
+void OutputFile::WriteAt(uint64_t offset, const void* bytes, size_t size) {
+    const auto* at = static_cast<const char*>(bytes);
+    while (size > 0) {
+        const ssize_t written = ::pwrite(fd_, at, size, static_cast<off_t>(offset));
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
+        at += written;
+        offset += static_cast<uint64_t>(written);
+        size -= static_cast<size_t>(written);
+    }
+}
+
+void OutputFile::Close() {
+    if (!owned_ || fd_ < 0) return;
+    const int fd = fd_;
+    fd_ = -1;
+    if (::close(fd) != 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
+}
+
+}  // namespace host

@@ -1,0 +1,35 @@
+#pragma once
+// Where `fdhost decode` writes: a file it creates, or standard output for
+// "-". Writes go straight to the descriptor, without a stdio buffer in
+// between, because audio is written in large blocks anyway.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace host {
+
+class OutputFile {
+public:
+    // Throws HostError when the file can't be created.
+    explicit OutputFile(const std::string& path);
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+    ~OutputFile();
+
+    // All bytes or HostError (a closed pipe included).
+    void Write(const void* bytes, size_t size);
+    // Writes at an absolute offset; only for a seekable output.
+    void WriteAt(uint64_t offset, const void* bytes, size_t size);
+    bool Seekable() const { return seekable_; }
+    // Flushes to the file; HostError when that fails.
+    void Close();
+
+private:
+    std::string path_;
+    int fd_ = -1;
+    bool owned_ = false;
+    bool seekable_ = false;
+};
+
+}  // namespace host

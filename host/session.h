@@ -1,0 +1,52 @@
+#pragma once
+// What every command that talks to the plug-in needs: the loaded library and
+// the two log files it writes to, opened from the common options.
+
+#include <string>
+
+#include "codecs/decoders/ffmpeg/records.h"
+#include "host/options.h"
+#include "host/plugin.h"
+
+namespace host {
+
+// A log file opened for the plug-in. fdhost starts each log afresh per run
+// (truncate) and opens it for appending, so that every piece the plug-in
+// writes lands at the end even when both logs name the same file.
+class LogFile {
+public:
+    LogFile() = default;
+    // Throws HostError when the file cannot be created.
+    explicit LogFile(const std::string& path);
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    LogFile(LogFile&& other) noexcept;
+    LogFile& operator=(LogFile&& other) noexcept;
+    ~LogFile();
+
+    // The sink word for DecoderCreateInfo: the descriptor, or 0 for none.
+    uint64_t Sink() const;
+
+private:
+    int fd_ = -1;
+};
+
+class Session {
+public:
+    // Opens the logs and loads the plug-in; throws HostError on failure.
+    explicit Session(const CommonOptions& options);
+
+    const Plugin& plugin() const { return plugin_; }
+    DecoderCreateInfo CreateInfo() const;
+
+private:
+    LogFile errorLog_;
+    LogFile traceLog_;
+    Plugin plugin_;
+};
+
+// The plug-in fdhost uses without --plugin: beside it in a build tree
+// (<dir>/plugins/), else in the install tree (<dir>/../lib/fdhost/plugins/).
+std::string DefaultPluginPath();
+
+}  // namespace host

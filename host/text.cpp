@@ -1,0 +1,109 @@
+#include "host/text.h"
+
+#include <cstdint>
+
+namespace host {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+
+// Decodes one code point at bytes[pos]; advances pos by what was consumed.
+// Overlong forms, surrogates and values above U+10FFFF are invalid.
+char32_t DecodeUtf8(std::string_view bytes, size_t& pos) {
+    const auto lead = static_cast<unsigned char>(bytes[pos]);
+    ++pos;
+    if (lead < 0x80) return lead;
+    int more = 0;
+    char32_t value = 0;
+    char32_t minimum = 0;
+    if ((lead & 0xE0) == 0xC0) {
+        more = 1; value = lead & 0x1F; minimum = 0x80;
+    } else if ((lead & 0xF0) == 0xE0) {
+        more = 2; value = lead & 0x0F; minimum = 0x800;
+    } else if ((lead & 0xF8) == 0xF0) {
+        more = 3; value = lead & 0x07; minimum = 0x10000;
+    } else {
+        return kReplacement;
+    }
+    for (int i = 0; i < more; ++i) {
+        if (pos >= bytes.size() || !IsContinuation(static_cast<unsigned char>(bytes[pos]))) {
+            return kReplacement;
+        }
+        value = (value << 6) | (static_cast<unsigned char>(bytes[pos]) & 0x3F);
+        ++pos;
+    }
+    if (value < minimum || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)) {
+        return kReplacement;
+    }
+    return value;
+}
+
+void AppendUtf8(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        out += static_cast<char>(0xC0 | (cp >> 6));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        out += static_cast<char>(0xE0 | (cp >> 12));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (cp >> 18));
+        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+}  // namespace
+
+std::u16string Utf8ToUtf16(std::string_view bytes) {
+    std::u16string out;
+    out.reserve(bytes.size());
+    size_t pos = 0;
+    while (pos < bytes.size()) {
+        const char32_t cp = DecodeUtf8(bytes, pos);
+        if (cp < 0x10000) {
+            out += static_cast<char16_t>(cp);
+            continue;
+        }
+        const char32_t v = cp - 0x10000;
+        out += static_cast<char16_t>(0xD800 + (v >> 10));
+        out += static_cast<char16_t>(0xDC00 + (v & 0x3FF));
+    }
+    return out;
+}
+
+std::string Utf16ToUtf8(std::u16string_view units) {
+    std::string out;
+    out.reserve(units.size());
+    for (size_t i = 0; i < units.size(); ++i) {
+        const char16_t unit = units[i];
+        if (IsHighSurrogate(unit) && i + 1 < units.size() && IsLowSurrogate(units[i + 1])) {
+            const char32_t cp = 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) +
+                                (static_cast<char32_t>(units[i + 1]) - 0xDC00);
+            AppendUtf8(out, cp);
+            ++i;
+            continue;
+        }
+        if (IsHighSurrogate(unit) || IsLowSurrogate(unit)) {
+            AppendUtf8(out, kReplacement);
+            continue;
+        }
+        AppendUtf8(out, unit);
+    }
+    return out;
+}
+
+std::u16string_view WideView(const char16_t* text) {
+    if (text == nullptr) return {};
+    return std::u16string_view(text);
+}
+
+}  // namespace host

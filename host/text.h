@@ -1,0 +1,16 @@
+#pragma once
+// UTF-8 <-> UTF-16 for fdhost's arguments and output. fdhost links nothing of
+// the plug-in, so it carries its own small converters. Bad input never fails:
+// an invalid UTF-8 sequence or a lone surrogate becomes U+FFFD.
+
+#include <string>
+#include <string_view>
+
+namespace host {
+
+std::u16string Utf8ToUtf16(std::string_view bytes);
+std::string Utf16ToUtf8(std::u16string_view units);
+// A NUL-terminated wide string from the plug-in; null gives an empty view.
+std::u16string_view WideView(const char16_t* text);
+
+}  // namespace host

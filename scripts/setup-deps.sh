@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Installs what building and testing need on Debian 12, and only what is
+# missing: with everything present it changes nothing and takes a moment.
+# Installing needs root.
+set -euo pipefail
+
+packages=(
+  cmake g++ clang ninja-build libclang-rt-14-dev
+  libgtest-dev libbenchmark-dev
+  ffmpeg python3 python3-mutagen mkvtoolnix
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  if [[ "$status" != "install ok installed" ]]; then
+    missing+=("$package")
+  fi
+done
+
+if [[ ${#missing[@]} -eq 0 ]]; then
+  echo "setup-deps: all packages present"
+  exit 0
+fi
+
+echo "setup-deps: missing: ${missing[*]}"
+if [[ $(id -u) -ne 0 ]]; then
+  echo "setup-deps: run as root to install them (apt-get install ${missing[*]})" >&2
+  exit 1
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+apt-get update
+apt-get install -y --no-install-recommends "${missing[@]}"

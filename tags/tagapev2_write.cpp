@@ -1,0 +1,178 @@
+// Writing the APE tag: the file is cut back to where the old tag began and the
+// whole tag is written anew in one piece; no audio byte moves.
+
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tags/apeitemkeys.h"
+#include "tags/picturenaming.h"
+#include "tags/tagapev2.h"
+#include "tags/tagtext.h"
+
+namespace {
+
+constexpr std::u16string_view kJukeBoxPrefix = u"Media JukeBox: ";
+
+// One item, ready to go into the file. A binary payload is referenced, not copied.
+struct ApeItem {
+    std::string key;
+    std::string value;            // text, or the made-up file name of a cover
+    const clBuffer* data = nullptr;
+    ApeItemType type = kApeText;
+
+    uint64_t ValueSize() const { return value.size() + (data ? data->Size() : 0); }
+    uint64_t Size() const { return kApeItemHeadBytes + key.size() + 1 + ValueSize(); }
+};
+
+// A reader of the format expects a file name in front of a cover; the path means nothing.
+std::string PretendFileName(const clBuffer& data) {
+    bool png = data.Size() >= 4 && std::memcmp(data.Data() + 1, "PNG", 3) == 0;
+    std::string name = clString(png ? u"C:\\Pretend.png" : u"C:\\Pretend.jpg").ToAnsi();
+    name.push_back('\0');
+    return name;
+}
+
+std::string Encode(const clString& text, uint32_t version) {
+    return version >= kApeVersion2 ? text.ToUtf8() : text.ToAnsi();
+}
+
+ApeItem MakeItem(const IDTag& entry, uint32_t version) {
+    ApeItem item;
+    bool isArt = false;
+    clString key = ApeKeyOfTagName(entry.Name, isArt);
+    item.key = Encode(key, version);
+    if (entry.Value.Empty() && !entry.Data.Empty()) {
+        item.type = kApeBinary;
+        item.data = &entry.Data;
+        if (isArt) item.value = PretendFileName(entry.Data);
+        return item;
+    }
+    item.value = Encode(entry.Value, version);
+    // Several values of one name are stored apart, NUL between them. CR is one
+    // byte in UTF-8 and in the ANSI page, never part of a longer sequence.
+    if (IsMultiValueName(key.View())) {
+        for (char& c : item.value) {
+            if (c == '\r') c = '\0';
+        }
+    }
+    if (version < kApeVersion2) item.value.push_back('\0');
+    return item;
+}
+
+uint8_t* PutItem(uint8_t* out, const ApeItem& item) {
+    PutU32LE(out, static_cast<uint32_t>(item.ValueSize()));
+    PutU32LE(out + 4, ApeFlagsOf(item.type));
+    out += kApeItemHeadBytes;
+    std::memcpy(out, item.key.data(), item.key.size());
+    out += item.key.size() + 1;   // the key's NUL: the buffer is zeroed
+    std::memcpy(out, item.value.data(), item.value.size());
+    out += item.value.size();
+    if (item.data && item.data->Size() > 0) {
+        std::memcpy(out, item.data->Data(), item.data->Size());
+        out += item.data->Size();
+    }
+    return out;
+}
+
+// The collection keeps a rating of 0 to 10, the file one of 0 to 5 in halves.
+clString HalvedRating(const clString& value) {
+    int32_t rating = static_cast<int32_t>(static_cast<uint32_t>(value.ToInt()));
+    return clString::FromDouble(rating * 0.5, 1, false);
+}
+
+}  // namespace
+
+void TagAPEv2::AdjustJukeBoxName(clString& name, const IDTags& existing) {
+    clString composed(kJukeBoxPrefix);
+    composed.Append(name);
+    for (int i = 0; i < existing.Count(); ++i) {
+        if (StartsWithNoCase(existing[i].Name.View(), composed.View())) {
+            name = composed;
+            return;
+        }
+    }
+}
+
+bool TagAPEv2::Write(const IDTags& tags, bool merge) {
+    if (!file.IsOpen()) return false;
+    IDTags result;
+    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1 even when damaged
+    if (!merge) result.Clear();
+
+    IDTags incoming(tags);
+    for (int i = 0; i < incoming.Count(); ++i) {
+        IDTag& entry = incoming[i];
+        // Without merge the entries come in the file's form already.
+        if (merge && EqualsNoCase(entry.Name.View(), u"rating")) entry.Value = HalvedRating(entry.Value);
+        AdjustJukeBoxName(entry.Name, result);
+    }
+    for (int i = 0; i < incoming.Count(); ++i) {
+        IDTag* existing = result.Find(incoming[i].Name, true);
+        if (existing) {
+            *existing = incoming[i];
+        } else {
+            result.AddCopy(incoming[i]);
+        }
+    }
+    if (TagVersionNumber == 0) TagVersionNumber = WriteVersion1 ? kApeVersion1 : kApeVersion2;
+
+    // Everything is sized before the file is touched: a tag that the reader
+    // would refuse is refused here, and the old tag stays.
+    std::vector<ApeItem> items;
+    items.reserve(static_cast<size_t>(result.Count()));
+    uint64_t tagSize = kApeHeaderBytes;
+    for (int i = 0; i < result.Count(); ++i) {
+        items.push_back(MakeItem(result[i], TagVersionNumber));
+        if (items.back().ValueSize() > kApeLargestValue) return false;
+        tagSize += items.back().Size();
+    }
+    if (tagSize + kApeHeaderBytes > kApeLargestTag) return false;
+
+    if (TagStart != -1) file.SetLength(TagStart);
+    if (!items.empty()) {
+        bool withHeader = TagVersionNumber >= kApeVersion2;
+        clBuffer buffer;
+        if (!buffer.Resize(static_cast<uint32_t>(tagSize + kApeHeaderBytes), true)) return false;
+        ApeFrame frame{TagVersionNumber, static_cast<uint32_t>(tagSize), static_cast<uint32_t>(items.size()), 0};
+        uint8_t* out = buffer.Data();
+        if (withHeader) {
+            frame.flags = kApeHasHeader | kApeIsHeader;
+            frame.Put(out);
+            out += kApeHeaderBytes;
+        }
+        for (const ApeItem& item : items) out = PutItem(out, item);
+        frame.flags = withHeader ? kApeHasHeader : 0;
+        frame.Put(out);
+        uint32_t total = static_cast<uint32_t>(tagSize + (withHeader ? kApeHeaderBytes : 0));
+        if (!file.Write(buffer.Data(), total, clFile::kAtEnd)) return false;
+    }
+    if (SavedID3v1[0] != 0) file.Write(SavedID3v1, kId3v1Bytes, clFile::kAtEnd);
+    return true;
+}
+
+void TagAPEv2::Delete() {
+    IDTags tags;
+    if (!Read(tags, false) || TagStart == -1) return;
+    file.SetLength(TagStart);
+    if (SavedID3v1[0] != 0) file.Write(SavedID3v1, kId3v1Bytes, clFile::kAtEnd);
+}
+
+void TagAPEv2::DeleteTag(const clString& name) {
+    IDTags tags;
+    if (!ReadRaw(tags, false, true)) return;
+    bool removed = false;
+    if (IsArtKey(name)) {
+        clString type;
+        clString description;
+        SplitArtKey(name, type, description);
+        removed = tags.RemoveArt(type, description);
+    } else {
+        clString adjusted = name;
+        AdjustJukeBoxName(adjusted, tags);
+        removed = tags.Remove(adjusted);
+    }
+    // The collection is in the file's form, so Write must not convert it again.
+    if (removed) Write(tags, false);
+}

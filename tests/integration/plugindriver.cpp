@@ -1,0 +1,130 @@
+#include "plugindriver.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+#include "support/textcodec.h"
+
+namespace it {
+namespace {
+
+int AnonymousLog() {
+    std::FILE* file = std::tmpfile();
+    if (file == nullptr) throw std::runtime_error("no temporary file for a log");
+    const int fd = ::fcntl(::fileno(file), F_DUPFD_CLOEXEC, 3);
+    std::fclose(file);
+    return fd;
+}
+
+std::string LogText(int fd) {
+    std::string bytes;
+    char buffer[4096];
+    for (off_t at = 0;;) {
+        const ssize_t got = ::pread(fd, buffer, sizeof buffer, at);
+        if (got <= 0) break;
+        bytes.append(buffer, static_cast<size_t>(got));
+        at += got;
+    }
+    std::u16string units(bytes.size() / 2, u'\0');
+    for (size_t i = 0; i < units.size(); ++i) {
+        units[i] = static_cast<char16_t>(static_cast<uint8_t>(bytes[2 * i]) |
+                                         static_cast<uint8_t>(bytes[2 * i + 1]) << 8);
+    }
+    return text::Utf16ToUtf8(units);
+}
+
+}  // namespace
+
+PluginLibrary::PluginLibrary(const std::string& path) {
+    handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle_ == nullptr) throw std::runtime_error(std::string("dlopen: ") + ::dlerror());
+    Create = reinterpret_cast<DecoderCreateFn*>(Symbol("Create"));
+    Destroy = reinterpret_cast<DecoderDestroyFn*>(Symbol("Destroy"));
+    Get = reinterpret_cast<DecoderGetFn*>(Symbol("Get"));
+    Set = reinterpret_cast<DecoderSetFn*>(Symbol("Set"));
+    Open = reinterpret_cast<DecoderOpenFn*>(Symbol("Open"));
+    Close = reinterpret_cast<DecoderCloseFn*>(Symbol("Close"));
+    DecodeBlock = reinterpret_cast<DecoderDecodeBlockFn*>(Symbol("DecodeBlock"));
+    SetPosition = reinterpret_cast<DecoderSetPositionFn*>(Symbol("SetPosition"));
+}
+
+PluginLibrary::~PluginLibrary() { ::dlclose(handle_); }
+
+void* PluginLibrary::Symbol(const char* name) {
+    void* symbol = ::dlsym(handle_, name);
+    if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
+    return symbol;
+}
+
+PluginLibrary& Plugin() {
+    static PluginLibrary library;
+    return library;
+}
+
+TestDecoder::TestDecoder(PluginLibrary& library)
+    : library_(library), errorFd_(AnonymousLog()), traceFd_(AnonymousLog()) {
+    DecoderCreateInfo info{};
+    info.errorLog = static_cast<uint64_t>(errorFd_);
+    info.traceLog = static_cast<uint64_t>(traceFd_);
+    decoder_ = library_.Create(&info);
+}
+
+TestDecoder::~TestDecoder() {
+    Destroy();
+    ::close(errorFd_);
+    ::close(traceFd_);
+}
+
+void TestDecoder::Destroy() {
+    if (decoder_ != nullptr) library_.Destroy(decoder_);
+    decoder_ = nullptr;
+}
+
+bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {
+    path_ = text::Utf8ToUtf16(path);
+    DecoderOpenInfo local{};
+    DecoderOpenInfo& record = info ? *info : local;
+    record.path = path_.c_str();
+    record.flags = flags;
+    const bool ok = library_.Open(decoder_, &record) != 0;
+    if (ok) format_ = record.format;
+    return ok;
+}
+
+bool TestDecoder::OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
+
+bool TestDecoder::DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
+bool TestDecoder::SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
+bool TestDecoder::Close() { return library_.Close(decoder_) != 0; }
+
+bool TestDecoder::SetQuitEvent(const std::string& name) {
+    const std::u16string wide = text::Utf8ToUtf16(name);
+    DecoderParam param{};
+    param.text = wide.c_str();
+    return library_.Set(decoder_, u"EventQuit", &param) != 0;
+}
+
+bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks) {
+    for (;;) {
+        DecoderBlockInfo block{};
+        if (!DecodeBlock(block)) return false;
+        samples.append(static_cast<const char*>(block.samples), block.bytes);
+        if (blocks) blocks->push_back(block);
+        if (block.endOfStream || block.bytes == 0) return true;
+    }
+}
+
+std::string TestDecoder::ErrorLog() const { return LogText(errorFd_); }
+std::string TestDecoder::TraceLog() const { return LogText(traceFd_); }
+
+std::string FormatHead(const DecoderFormat& format) {
+    const auto* wave = reinterpret_cast<const char*>(format.wave);
+    const bool extensible = static_cast<uint8_t>(wave[0]) == 0xFE && static_cast<uint8_t>(wave[1]) == 0xFF;
+    return std::string(wave, extensible ? 40 : 16);
+}
+
+}  // namespace it

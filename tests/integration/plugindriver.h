@@ -1,0 +1,76 @@
+#pragma once
+// The plug-in as a host meets it: loaded with dlopen, its exports resolved by
+// name, each decoder with two log files of its own whose text (UTF-16LE) the
+// tests read back.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "codecs/decoders/ffmpeg/exports.h"
+
+namespace it {
+
+class PluginLibrary {
+public:
+    explicit PluginLibrary(const std::string& path = FD_PLUGIN_PATH);
+    PluginLibrary(const PluginLibrary&) = delete;
+    PluginLibrary& operator=(const PluginLibrary&) = delete;
+    ~PluginLibrary();
+
+    DecoderCreateFn* Create = nullptr;
+    DecoderDestroyFn* Destroy = nullptr;
+    DecoderGetFn* Get = nullptr;
+    DecoderSetFn* Set = nullptr;
+    DecoderOpenFn* Open = nullptr;
+    DecoderCloseFn* Close = nullptr;
+    DecoderDecodeBlockFn* DecodeBlock = nullptr;
+    DecoderSetPositionFn* SetPosition = nullptr;
+
+private:
+    void* Symbol(const char* name);
+    void* handle_ = nullptr;
+};
+
+// The plug-in beside the tests, loaded once per test process.
+PluginLibrary& Plugin();
+
+// One decoder with its two logs; destroyed (Destroy) with the object.
+class TestDecoder {
+public:
+    explicit TestDecoder(PluginLibrary& library = Plugin());
+    TestDecoder(const TestDecoder&) = delete;
+    TestDecoder& operator=(const TestDecoder&) = delete;
+    ~TestDecoder();
+
+    bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
+    // Open with the record as the caller made it, path included.
+    bool OpenRecord(DecoderOpenInfo& record);
+    bool DecodeBlock(DecoderBlockInfo& block);
+    bool SetPosition(int64_t position);
+    bool Close();
+    bool SetQuitEvent(const std::string& name);
+    // Destroys now; the destructor then does nothing.
+    void Destroy();
+
+    // All blocks until the end of the stream; false when a DecodeBlock failed.
+    bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
+
+    const DecoderFormat& Format() const { return format_; }
+    std::string ErrorLog() const;
+    std::string TraceLog() const;
+
+private:
+    PluginLibrary& library_;
+    void* decoder_ = nullptr;
+    int errorFd_ = -1;
+    int traceFd_ = -1;
+    std::u16string path_;
+    DecoderFormat format_{};
+};
+
+// The host record's view of a format: the first 16 bytes of the wave record,
+// or all 40 for the extensible form, as a string to compare.
+std::string FormatHead(const DecoderFormat& format);
+
+}  // namespace it

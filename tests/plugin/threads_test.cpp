@@ -1,0 +1,63 @@
+// Decoders in several threads at once share only the log and the tables: every
+// trace line must arrive whole, none lost, and every answer stay right.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/plugin.h"
+#include "host/text.h"
+#include "plugin_test_util.h"
+
+namespace {
+
+TEST(PluginThreads, ConcurrentDecodersKeepLogLinesWholeAndAnswersRight) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 200;
+    const host::Plugin plugin(FD_PLUGIN_PATH);
+    TempDir dir;
+    const Fd trace = CreateFile(dir.File("trace.log"));
+    ASSERT_GE(trace.Get(), 0);
+    DecoderCreateInfo info{};
+    info.traceLog = static_cast<uint64_t>(trace.Get());
+
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            const host::Decoder decoder(plugin, info);
+            for (int round = 0; round < kRounds; ++round) {
+                DecoderParam param{};
+                param.index = static_cast<uint32_t>((round + t) % static_cast<int>(kExpectedDecodes.size()));
+                const char* expected = kExpectedDecodes[param.index].extension;
+                if (decoder.Get(u"Decodes", param) != 1 || host::Utf16ToUtf8(host::WideView(param.text)) != expected) {
+                    ++wrong;
+                }
+                param.text = u"x.MKV";
+                if (decoder.Get(u"CanWriteIDTags", param) != 1 || param.value != 1) ++wrong;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+
+    const std::string log = ReadFileBytes(dir.File("trace.log"));
+    const std::string decodes = Utf16Le("Decodes  [clDecoder_ffmpeg::Get]\r\n");
+    const std::string canWrite = Utf16Le("CanWriteIDTags  [clDecoder_ffmpeg::Get]\r\n");
+    std::map<std::string, int> counts;
+    size_t pos = 0;
+    while (pos < log.size()) {
+        const std::string& line = log.compare(pos, decodes.size(), decodes) == 0 ? decodes : canWrite;
+        ASSERT_EQ(log.compare(pos, line.size(), line), 0) << "torn line at byte " << pos;
+        ++counts[line];
+        pos += line.size();
+    }
+    EXPECT_EQ(counts[decodes], kThreads * kRounds);
+    EXPECT_EQ(counts[canWrite], kThreads * kRounds);
+}
+
+}  // namespace
