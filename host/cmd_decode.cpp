@@ -54,8 +54,10 @@ uint64_t ByteLimit(int64_t frameLimit, uint16_t blockAlign) {
     return frames * blockAlign;
 }
 
-int Failed(const std::string& what) {
-    std::fprintf(stderr, "fdhost: %s (the plug-in's error log tells why)\n", what.c_str());
+int Failed(const CommonOptions& options, const std::string& what) {
+    const std::string why = options.errorLogPath.empty() ? "give --error-log FILE to see why"
+                                                         : "its error log " + options.errorLogPath + " tells why";
+    std::fprintf(stderr, "fdhost: %s (%s)\n", what.c_str(), why.c_str());
     return kExitFailed;
 }
 
@@ -116,17 +118,17 @@ int RunDecode(CommandContext& context) {
     open.path = widePath.c_str();
     if (decoder.Open(open) == 0) {
         decoder.Close();
-        return Failed("the plug-in could not open " + options.path);
+        return Failed(context.options, "the plug-in could not open " + options.path);
     }
     if (options.startFrame > 0 && decoder.SetPosition(options.startFrame) == 0) {
         decoder.Close();
-        return Failed("the plug-in could not seek to frame " + std::to_string(options.startFrame));
+        return Failed(context.options, "the plug-in could not seek to frame " + std::to_string(options.startFrame));
     }
     OutputFile out(options.outPath);
     const bool complete = CopyBlocks(decoder, options, out, open.format.durationMs);
     out.Close();
     decoder.Close();
-    if (!complete) return Failed("decoding " + options.path + " stopped early; the output holds what came");
+    if (!complete) return Failed(context.options, "decoding " + options.path + " stopped early; the output holds what came");
     return kExitOk;
 }
 

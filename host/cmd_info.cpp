@@ -50,8 +50,10 @@ bool OpenAndRead(const CommandContext& context, const std::string& path, uint32_
     return true;
 }
 
-int OpenFailed(const std::string& path) {
-    std::fprintf(stderr, "fdhost: the plug-in could not open %s (its error log tells why)\n", path.c_str());
+int OpenFailed(const CommonOptions& options, const std::string& path) {
+    const std::string why = options.errorLogPath.empty() ? "give --error-log FILE to see why"
+                                                         : "its error log " + options.errorLogPath + " tells why";
+    std::fprintf(stderr, "fdhost: the plug-in could not open %s (%s)\n", path.c_str(), why.c_str());
     return kExitFailed;
 }
 
@@ -134,7 +136,7 @@ int RunInfo(CommandContext& context) {
     RequireArguments(context.args, 1, 1);
     const std::string& path = context.args[0];
     OpenResult result;
-    if (!OpenAndRead(context, path, kOpenWantTags | kOpenWantInfo, result)) return OpenFailed(path);
+    if (!OpenAndRead(context, path, kOpenWantTags | kOpenWantInfo, result)) return OpenFailed(context.options, path);
     if (context.options.json) {
         JsonWriter json;
         json.BeginObject();
@@ -158,7 +160,7 @@ int RunTags(CommandContext& context) {
     RequireArguments(context.args, 1, 1);
     const std::string& path = context.args[0];
     OpenResult result;
-    if (!OpenAndRead(context, path, kOpenWantTags, result)) return OpenFailed(path);
+    if (!OpenAndRead(context, path, kOpenWantTags, result)) return OpenFailed(context.options, path);
     if (context.options.json) {
         JsonWriter json;
         EntriesJson(json, result.tags);

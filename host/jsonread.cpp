@@ -118,7 +118,7 @@ private:
             if (Peek() != '"') Fail("expected a member name");
             std::string name = String();
             Expect(':');
-            value.members.emplace_back(std::move(name), Value(depth + 1));
+            value.members.push_back({std::move(name), Value(depth + 1)});
             if (Peek() == '}') break;
             Expect(',');
         }
@@ -207,8 +207,8 @@ private:
 }  // namespace
 
 const JsonValue* JsonValue::Member(std::string_view name) const {
-    for (const auto& member : members) {
-        if (member.first == name) return &member.second;
+    for (const JsonMember& member : members) {
+        if (member.name == name) return &member.value;
     }
     return nullptr;
 }

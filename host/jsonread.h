@@ -9,6 +9,8 @@
 
 namespace host {
 
+struct JsonMember;
+
 struct JsonValue {
     enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
 
@@ -17,10 +19,15 @@ struct JsonValue {
     double number = 0;
     std::string text;                                 // kString, UTF-8
     std::vector<JsonValue> items;                     // kArray
-    std::vector<std::pair<std::string, JsonValue>> members;   // kObject, in file order
+    std::vector<JsonMember> members;                  // kObject, in file order
 
     // The member of that name, or null when there is none.
     const JsonValue* Member(std::string_view name) const;
+};
+
+struct JsonMember {
+    std::string name;
+    JsonValue value;
 };
 
 // Throws UsageError naming the byte offset of the first thing that isn't JSON.

@@ -42,6 +42,7 @@ private:
     };
     Footer FindFooter(Lookup& lookup);
     bool HeaderAt(int64_t position);
+    static void MergeInto(IDTags& result, const IDTags& tags, bool merge);
     bool WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint32_t count);
     void AddItem(IDTags& tags, const clString& name, bool isArt, uint32_t flags, const uint8_t* value,
                  uint32_t valueSize);

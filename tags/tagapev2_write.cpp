@@ -95,12 +95,10 @@ void TagAPEv2::AdjustJukeBoxName(clString& name, const IDTags& existing) {
     }
 }
 
-bool TagAPEv2::Write(const IDTags& tags, bool merge) {
-    if (!file.IsOpen()) return false;
-    IDTags result;
-    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1 even when damaged
-    if (!merge) result.Clear();
-
+// New entries replace those of the same name, art keys by number and type
+// alone, or join at the end. An item that another application wrote under its
+// prefix keeps the prefix.
+void TagAPEv2::MergeInto(IDTags& result, const IDTags& tags, bool merge) {
     IDTags incoming(tags);
     for (int i = 0; i < incoming.Count(); ++i) {
         IDTag& entry = incoming[i];
@@ -116,37 +114,61 @@ bool TagAPEv2::Write(const IDTags& tags, bool merge) {
             result.AddCopy(incoming[i]);
         }
     }
+}
+
+namespace {
+
+// Items and the tag size; false for a value or a tag that the reader would refuse.
+bool PrepareItems(const IDTags& entries, uint32_t version, std::vector<ApeItem>& items, uint64_t& tagSize) {
+    items.reserve(static_cast<size_t>(entries.Count()));
+    tagSize = kApeHeaderBytes;
+    for (int i = 0; i < entries.Count(); ++i) {
+        items.push_back(MakeItem(entries[i], version));
+        if (items.back().ValueSize() > kApeLargestValue) return false;
+        tagSize += items.back().Size();
+    }
+    return tagSize + kApeHeaderBytes <= kApeLargestTag;
+}
+
+// Header (version 2000 only), items, footer: the bytes that go to the file's end.
+bool BuildTag(const std::vector<ApeItem>& items, uint64_t tagSize, uint32_t version, clBuffer& buffer) {
+    bool withHeader = version >= kApeVersion2;
+    uint32_t total = static_cast<uint32_t>(tagSize + (withHeader ? kApeHeaderBytes : 0));
+    if (!buffer.Resize(total, true)) return false;
+    ApeFrame frame{version, static_cast<uint32_t>(tagSize), static_cast<uint32_t>(items.size()), 0};
+    uint8_t* out = buffer.Data();
+    if (withHeader) {
+        frame.flags = kApeHasHeader | kApeIsHeader;
+        frame.Put(out);
+        out += kApeHeaderBytes;
+    }
+    for (const ApeItem& item : items) out = PutItem(out, item);
+    frame.flags = withHeader ? kApeHasHeader : 0;
+    frame.Put(out);
+    return true;
+}
+
+}  // namespace
+
+bool TagAPEv2::Write(const IDTags& tags, bool merge) {
+    if (!file.IsOpen()) return false;
+    IDTags result;
+    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1, even when damaged
+    if (!merge) result.Clear();
+    MergeInto(result, tags, merge);
     if (TagVersionNumber == 0) TagVersionNumber = WriteVersion1 ? kApeVersion1 : kApeVersion2;
 
     // Everything is sized before the file is touched: a tag that the reader
     // would refuse is refused here, and the old tag stays.
     std::vector<ApeItem> items;
-    items.reserve(static_cast<size_t>(result.Count()));
-    uint64_t tagSize = kApeHeaderBytes;
-    for (int i = 0; i < result.Count(); ++i) {
-        items.push_back(MakeItem(result[i], TagVersionNumber));
-        if (items.back().ValueSize() > kApeLargestValue) return false;
-        tagSize += items.back().Size();
-    }
-    if (tagSize + kApeHeaderBytes > kApeLargestTag) return false;
+    uint64_t tagSize = 0;
+    if (!PrepareItems(result, TagVersionNumber, items, tagSize)) return false;
 
     if (TagStart != -1) file.SetLength(TagStart);
     if (!items.empty()) {
-        bool withHeader = TagVersionNumber >= kApeVersion2;
         clBuffer buffer;
-        if (!buffer.Resize(static_cast<uint32_t>(tagSize + kApeHeaderBytes), true)) return false;
-        ApeFrame frame{TagVersionNumber, static_cast<uint32_t>(tagSize), static_cast<uint32_t>(items.size()), 0};
-        uint8_t* out = buffer.Data();
-        if (withHeader) {
-            frame.flags = kApeHasHeader | kApeIsHeader;
-            frame.Put(out);
-            out += kApeHeaderBytes;
-        }
-        for (const ApeItem& item : items) out = PutItem(out, item);
-        frame.flags = withHeader ? kApeHasHeader : 0;
-        frame.Put(out);
-        uint32_t total = static_cast<uint32_t>(tagSize + (withHeader ? kApeHeaderBytes : 0));
-        if (!file.Write(buffer.Data(), total, clFile::kAtEnd)) return false;
+        if (!BuildTag(items, tagSize, TagVersionNumber, buffer)) return false;
+        if (!file.Write(buffer.Data(), buffer.Size(), clFile::kAtEnd)) return false;
     }
     if (SavedID3v1[0] != 0) file.Write(SavedID3v1, kId3v1Bytes, clFile::kAtEnd);
     return true;

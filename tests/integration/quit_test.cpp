@@ -184,7 +184,7 @@ TEST(Quit, EndsDecodeBlockBlockedOnAStalledInput) {
         uint64_t bytes = 0;
         DecoderBlockInfo block{};
         while (decoder.DecodeBlock(block)) {
-            EXPECT_EQ(block.endOfStream, 0) << "the stream hasn't ended, it stalls";
+            EXPECT_EQ(+block.endOfStream, 0) << "the stream hasn't ended, it stalls";
             if (block.endOfStream) break;
             bytes += block.bytes;
         }

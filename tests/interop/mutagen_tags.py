@@ -1,15 +1,11 @@
-"""Reads and writes APEv2 and ID3v1 tags with mutagen, for the interop tests.
+"""APEv2 and ID3v1 through mutagen, for the interop tests.
 
-  mutagen_tags.py ape-expect FILE EXPECTED.json    compare the APEv2 tag with EXPECTED
-  mutagen_tags.py ape-write FILE SPEC.json         write an APEv2 tag from SPEC
-  mutagen_tags.py id3v1-expect FILE EXPECTED.json  compare the ID3v1 tag with EXPECTED
-  mutagen_tags.py id3v1-write FILE SPEC.json       append an ID3v1.1 tag made from SPEC
+usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE SPEC.json
 
-APE form: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}
-                 | {"binary_file": path}}; keys compare without case.
-ID3v1 form: {"title", "artist", "album", "year", "comment", "track", "genre"}, each a
-string, absent when the field is empty.
-Exit status 0 on a match or success, 1 on a mismatch (both sides printed), 2 on misuse.
+APE spec: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}};
+keys compare without case. ID3v1 spec: {"title", "artist", "album", "year", "comment",
+"track", "genre"}, each a string, absent when empty. "-expect" exits 1 and prints both
+sides on a mismatch; "id3v1-write" appends an ID3v1.1 tag.
 """
 
 import json
@@ -18,6 +14,9 @@ import sys
 import mutagen.apev2
 import mutagen.id3
 
+ID3V1_FRAMES = {"title": "TIT2", "artist": "TPE1", "album": "TALB", "year": "TDRC",
+                "comment": "COMM", "track": "TRCK"}
+
 
 def read_bytes(path):
     with open(path, "rb") as f:
@@ -25,22 +24,16 @@ def read_bytes(path):
 
 
 def ape_actual(path, expected):
-    tag = mutagen.apev2.APEv2(path)
     actual = {}
-    for key, value in tag.items():
-        want = expected.get(key.lower(), {})
+    for key, value in mutagen.apev2.APEv2(path).items():
+        key = key.lower()
         if value.kind == mutagen.apev2.TEXT:
-            actual[key.lower()] = {"text": list(value)}
-        elif "cover" in want:
-            name, _, data = value.value.partition(b"\0")
-            same = data == read_bytes(want["cover"]["data_file"])
-            actual[key.lower()] = {"cover": {"name": name.decode("latin-1"),
-                                             "data_file": want["cover"]["data_file"] if same else "<differs>"}}
-        elif "binary_file" in want:
-            same = value.value == read_bytes(want["binary_file"])
-            actual[key.lower()] = {"binary_file": want["binary_file"] if same else "<differs>"}
-        else:
-            actual[key.lower()] = {"binary_hex": value.value.hex()}
+            actual[key] = {"text": list(value)}
+            continue
+        name, _, data = value.value.partition(b"\0")
+        data_file = expected.get(key, {}).get("cover", {}).get("data_file", "")
+        same = data_file and data == read_bytes(data_file)
+        actual[key] = {"cover": {"name": name.decode("latin-1"), "data_file": data_file if same else "<differs>"}}
     return actual
 
 
@@ -52,35 +45,23 @@ def ape_write(path, spec):
     for key, item in spec.items():
         if "text" in item:
             tag[key] = mutagen.apev2.APEValue("\0".join(item["text"]), mutagen.apev2.TEXT)
-        elif "cover" in item:
+        else:
             data = item["cover"]["name"].encode("latin-1") + b"\0" + read_bytes(item["cover"]["data_file"])
             tag[key] = mutagen.apev2.APEValue(data, mutagen.apev2.BINARY)
-        else:
-            tag[key] = mutagen.apev2.APEValue(read_bytes(item["binary_file"]), mutagen.apev2.BINARY)
     tag.save(path)
 
 
-ID3V1_FRAMES = {"title": "TIT2", "artist": "TPE1", "album": "TALB", "year": "TDRC",
-                "comment": "COMM", "track": "TRCK"}
-
-
 def id3v1_actual(path):
-    data = read_bytes(path)[-128:]
-    frames = mutagen.id3.ParseID3v1(data) or {}
-    actual = {}
-    for name, frame_id in ID3V1_FRAMES.items():
-        if frame_id in frames:
-            actual[name] = str(frames[frame_id])
+    frames = mutagen.id3.ParseID3v1(read_bytes(path)[-128:]) or {}
+    actual = {name: str(frames[frame]) for name, frame in ID3V1_FRAMES.items() if frame in frames}
     if "TCON" in frames:
         actual["genre"] = frames["TCON"].genres[0]
     return actual
 
 
 def id3v1_write(path, spec):
-    frames = {}
-    for name, frame_id in ID3V1_FRAMES.items():
-        if name in spec:
-            frames[frame_id] = getattr(mutagen.id3, frame_id)(encoding=0, text=[spec[name]])
+    frames = {frame: getattr(mutagen.id3, frame)(encoding=0, text=[spec[name]])
+              for name, frame in ID3V1_FRAMES.items() if name in spec}
     if "genre" in spec:
         frames["TCON"] = mutagen.id3.TCON(encoding=0, text=[spec["genre"]])
     with open(path, "ab") as f:
@@ -96,7 +77,7 @@ def compare(actual, expected):
 
 
 def main(argv):
-    if len(argv) != 4:
+    if len(argv) != 4 or argv[1] not in ("ape-expect", "ape-write", "id3v1-expect", "id3v1-write"):
         print(__doc__, file=sys.stderr)
         return 2
     command, path = argv[1], argv[2]
@@ -105,16 +86,10 @@ def main(argv):
     if command == "ape-expect":
         expected = {key.lower(): item for key, item in spec.items()}
         return compare(ape_actual(path, expected), expected)
-    if command == "ape-write":
-        ape_write(path, spec)
-        return 0
     if command == "id3v1-expect":
         return compare(id3v1_actual(path), spec)
-    if command == "id3v1-write":
-        id3v1_write(path, spec)
-        return 0
-    print(__doc__, file=sys.stderr)
-    return 2
+    (ape_write if command == "ape-write" else id3v1_write)(path, spec)
+    return 0
 
 
 if __name__ == "__main__":

@@ -99,6 +99,12 @@ TEST(Fdhost, CanTagAnswersByExtension) {
     const RunResult odd = Host({"can-tag", "we\"ird\\\x01\t\xC3\xA9.tak", "--json"});
     EXPECT_EQ(odd.status, 0) << odd.err;
     EXPECT_EQ(odd.out, "{\"path\":\"we\\\"ird\\\\\\u0001\\t\xC3\xA9.tak\",\"value\":1}\n");
+
+    // Four-byte UTF-8 survives the trip through UTF-16; a byte that is no
+    // UTF-8 comes out as U+FFFD, so the JSON stays valid.
+    const RunResult wide = Host({"--json", "can-tag", "\xF0\x9F\x8E\xB5\xFF.mka"});
+    EXPECT_EQ(wide.status, 0) << wide.err;
+    EXPECT_EQ(wide.out, "{\"path\":\"\xF0\x9F\x8E\xB5\xEF\xBF\xBD.mka\",\"value\":1}\n");
 }
 
 TEST(Fdhost, UsageErrorsExitWithTwo) {

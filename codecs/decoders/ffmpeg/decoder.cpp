@@ -25,7 +25,6 @@ constexpr const char* kDecodeLabel = "clDecoder_ffmpeg::DecodeBlock";
 
 constexpr const char* kWorkerName = "ffmpeg-lgpl";
 constexpr uint32_t kFramesPerBlock = 4096;
-constexpr double kParseBatchSeconds = 5.0;
 
 bool StartsWithNoCase(const clString& text, const char16_t* prefix) {
     return clString::Compare(text.Text(), prefix, -1, true) == 0;
@@ -102,9 +101,8 @@ std::string clDecoder_ffmpeg::WorkerPath() {
     }
     std::string folder = FolderOf(self);
     while (!folder.empty() && folder.back() == '/') folder.pop_back();
-    std::string parent = FolderOf(folder);
-    if (!parent.empty() && parent.back() != '/') parent += '/';
-    return parent + kWorkerName;
+    // The parent folder, with its "/": the worker lies one folder above the plug-in.
+    return FolderOf(folder) + kWorkerName;
 }
 
 std::string clDecoder_ffmpeg::SecondsText(double seconds) {

@@ -1,0 +1,284 @@
+// The APE engine over real files: where a tag is found, how items become
+// entries and back, the versions and covers, and that neither a damaged tag
+// nor a write ever touches the audio in front of the tag.
+
+#include <gtest/gtest.h>
+
+#include "tagfixture.h"
+#include "tags/tagapev2.h"
+#include "tags/tagid3v1.h"
+
+using namespace tagtest;
+using namespace std::string_literals;
+
+namespace {
+
+constexpr int64_t kAudio = 1000;
+
+struct ReadResult {
+    bool ok = false;
+    bool exists = false;
+    std::string tags;
+    int64_t tagStart = -2;
+    std::string saved;
+};
+
+class APETest : public ::testing::Test {
+protected:
+    void Make(const std::string& tail) { WriteFile(path, AudioBytes(kAudio) + tail); }
+    ReadResult Read(bool keepRaw = false) {
+        clFile file = OpenFile(path, clFile::kRead);
+        TagAPEv2 engine(file);
+        ReadResult r;
+        r.exists = engine.Exists();
+        IDTags tags;
+        r.ok = engine.ReadRaw(tags, true, keepRaw);
+        r.tags = Describe(tags);
+        r.tagStart = engine.TagStart;
+        r.saved.assign(reinterpret_cast<const char*>(engine.SavedID3v1), sizeof engine.SavedID3v1);
+        return r;
+    }
+    bool Write(const IDTags& tags, bool merge, bool version1 = false) {
+        clFile file = OpenFile(path);
+        TagAPEv2 engine(file);
+        if (version1) engine.SetOption(S("APEWriteAPE1Tag"));
+        bool ok = engine.Write(tags, merge);
+        EXPECT_EQ(ReadFile(path).substr(0, kAudio), AudioBytes(kAudio));
+        return ok;
+    }
+    void DeleteTag(const char* name) {
+        clFile file = OpenFile(path);
+        TagAPEv2(file).DeleteTag(S(name));
+    }
+    std::string Tail() { return ReadFile(path).substr(kAudio); }
+
+    TempDir dir;
+    std::string path = dir.File("a.tta");
+};
+
+IDTags Tags(std::initializer_list<std::pair<const char*, std::string>> entries) {
+    IDTags tags;
+    for (const auto& [name, value] : entries) tags.Add(S(name), S(value));
+    return tags;
+}
+
+}  // namespace
+
+TEST_F(APETest, FindsTheTagAtTheEndOrInFrontOfID3v1) {
+    std::string id3 = Id3v1("x");
+    Make(ApeTag({{"Title", "T"}, {"Artist", "a\0b"s}}).Bytes() + id3);
+    ReadResult r = Read();
+    EXPECT_TRUE(r.ok && r.exists);
+    EXPECT_EQ(r.tags, "Title=T;Artist=a|b;TagVersion=APEv2;");
+    EXPECT_EQ(r.tagStart, kAudio);
+    EXPECT_EQ(r.saved, id3);
+
+    Make(ApeTag({{"Title", "Caf\xE9\0"s}}, 1000, false).Bytes());
+    EXPECT_EQ(Read().tags, "Title=Caf\xC3\xA9;TagVersion=APEv1;");
+    EXPECT_EQ(Read().tagStart, kAudio);
+
+    // Small tags at the very end aren't ID3v1: at 131 bytes the header shows
+    // "TAG" just where an ID3v1 tag would, and an item's text may do the same.
+    for (size_t total : {size_t{128}, size_t{131}, size_t{200}}) {
+        std::string value(total - 74, 'v');
+        if (total == 200) value.replace(total - 128 - 42, 3, "TAG");
+        Make(ApeTag({{"K", value}}).Bytes());
+        r = Read();
+        EXPECT_EQ(r.tags, "K=" + value + ";TagVersion=APEv2;") << total;
+        EXPECT_EQ(r.tagStart, kAudio) << total;
+        EXPECT_EQ(r.saved, std::string(128, '\0')) << total;
+        clFile file = OpenFile(path, clFile::kRead);
+        EXPECT_FALSE(TagID3v1(file).Exists()) << total;
+    }
+}
+
+TEST_F(APETest, FilesWithoutATagOrEntries) {
+    WriteFile(path, AudioBytes(130));
+    ReadResult r = Read();
+    EXPECT_TRUE(r.ok && !r.exists && r.tags.empty());
+    EXPECT_EQ(r.tagStart, 130);
+
+    struct Case {
+        std::string tail;
+        bool exists;
+        int64_t tagStart;
+    } cases[] = {
+        {Id3v1("x"), false, kAudio},
+        {ApeTag({{"T", "t"}}, 3000).Bytes(), false, kAudio + 75},   // unknown version: no tag, 75 bytes
+        {ApeTag().Bytes(), true, kAudio},                          // an empty tag adds no version
+    };
+    for (const Case& c : cases) {
+        Make(c.tail);
+        r = Read();
+        EXPECT_TRUE(r.ok);
+        EXPECT_EQ(r.exists, c.exists);
+        EXPECT_EQ(r.tags, "");
+        EXPECT_EQ(r.tagStart, c.tagStart);
+    }
+}
+
+TEST_F(APETest, ItemsBecomeEntries) {
+    std::string png = "\x89PNG\r\n\x1a\n" + std::string(20, 'p');
+    Make(ApeTag({
+                    {"Tool Name", "enc"},
+                    {"bpm", "120"},
+                    {"CRC", "abcd"},
+                    {"COVER ART (FRONT)", "cover.png\0"s + png, 2},
+                    {"Cover Art (Back)", "b.jpg\0JPEG"s, 2},
+                    {"Cover Art (Inlay)", "x\0DATA"s, 2},
+                    {"Cover Art (front)", "no file name", 2},     // dropped, still counted
+                    {"Cover Art (front)", "only a name\0"s, 2},   // dropped, still counted
+                    {"Cover art (front)", "text"},
+                    {"Blob", "\0\1\2"s, 2},
+                    {"Link", "http://x", 4},
+                    {"", "empty key"},
+                    {"Empty", ""},
+                    {"Multi", "a\0\0b\0"s},
+                    {"Media JukeBox: Rating", "3.5"},
+                    {"rating", "2.75"},
+                })
+             .Bytes());
+    EXPECT_EQ(Read().tags, "Encoded by=enc;tempo=120;_crc=abcd;_albumart_1_Front Album Cover=[28 bytes];"
+                           "_albumart_2_Back Album Cover=[4 bytes];_albumart_3=[4 bytes];"
+                           "_albumart_6_Front Album Cover=text;Blob=[3 bytes];Multi=a||b;Rating=7;rating=5;"
+                           "TagVersion=APEv2;");
+    EXPECT_NE(Read(true).tags.find("Media JukeBox: Rating=3.5;rating=2.75;"), std::string::npos);
+}
+
+TEST_F(APETest, DamagedTagsNeitherFailWildlyNorClaimAudio) {
+    // Counts: one entry for a count of 1, the items' end for a huge count.
+    for (int64_t count : {int64_t{1}, int64_t{0xFFFFFFFF}}) {
+        ApeTag tag({{"A", "1"}, {"B", "2"}});
+        tag.count = count;
+        Make(tag.Bytes());
+        EXPECT_EQ(Read().tags, count == 1 ? "A=1;TagVersion=APEv2;" : "A=1;B=2;TagVersion=APEv2;");
+        EXPECT_EQ(Read().tagStart, kAudio);
+    }
+    // Sizes below a footer or beyond the file fail the read.
+    for (int64_t size : {int64_t{31}, int64_t{0}, kAudio + 1000, int64_t{0xFFFFFFFF}}) {
+        ApeTag tag({{"A", "1"}});
+        tag.size = size;
+        Make(tag.Bytes());
+        ReadResult r = Read();
+        EXPECT_TRUE(!r.ok && r.exists) << size;
+        EXPECT_EQ(r.tagStart, kAudio + static_cast<int64_t>(tag.Bytes().size())) << size;
+    }
+    // An item that can't be read ends the walk; the stated size can't be
+    // vouched for, so the tag is taken to begin nowhere before its footer's end.
+    std::string good = ApeItem("Good", "g").Bytes();
+    for (const std::string& bad : {U32(0x1000001) + U32(0) + "Key\0v"s, U32(100) + U32(0) + "Key\0v"s,
+                                   U32(1) + U32(0) + "KeyWithoutEnd"}) {
+        auto size = static_cast<uint32_t>(good.size() + bad.size() + 32);
+        std::string tail = ApeFrameBytes(2000, size, 2, 0xA0000000u) + good + bad + ApeFrameBytes(2000, size, 2, 0x80000000u);
+        Make(tail);
+        ReadResult r = Read();
+        EXPECT_TRUE(r.ok);
+        EXPECT_EQ(r.tags, "Good=g;TagVersion=APEv2;");
+        EXPECT_EQ(r.tagStart, kAudio + static_cast<int64_t>(tail.size()));
+    }
+    // A header flag without a header in front: those 32 bytes stay audio.
+    std::string noHeader = ApeTag({{"A", "1"}}, 2000, false).Bytes();
+    noHeader.replace(noHeader.size() - 12, 4, U32(0x80000000u));
+    Make(noHeader);
+    EXPECT_EQ(Read().tagStart, kAudio);
+
+    // A rewrite goes behind what it can't vouch for: a size beyond the file, a
+    // size that reaches into the audio, an item that can't be read.
+    ApeTag pastFile({{"A", "1"}});
+    pastFile.size = 100000;
+    std::string badItem = ApeFrameBytes(2000, 50, 1, 0xA0000000u) + U32(1000) + U32(0) + "K\0"s + std::string(8, 'v') +
+                          ApeFrameBytes(2000, 50, 1, 0x80000000u);
+    for (const std::string& damaged : {pastFile.Bytes(), ApeFrameBytes(2000, 600, 1, 0x80000000u), badItem}) {
+        Make(damaged + Id3v1("x"));
+        ASSERT_TRUE(Write(Tags({{"Title", "new"}}), true));
+        EXPECT_EQ(Tail(), damaged + ApeTag({{"Title", "new"}}).Bytes() + Id3v1("x"));
+        EXPECT_EQ(Read().tags, "Title=new;TagVersion=APEv2;");
+    }
+}
+
+TEST_F(APETest, NewTagsAndTheirItems) {
+    Make("");
+    ASSERT_TRUE(Write(Tags({{"Title", "T\xC3\xA9"}, {"Artist", "A\rB"}, {"Comment", "x\ry"}, {"rating", "7"},
+                            {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}}),
+                      true));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "T\xC3\xA9"}, {"Artist", "A\0B"s}, {"Comment", "x\ry"}, {"rating", "3.5"},
+                              {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}})
+                          .Bytes());
+    EXPECT_EQ(Read().tags, "Title=T\xC3\xA9;Artist=A|B;Comment=x|y;rating=7;Encoded by=me;tempo=99;_crc=c;"
+                           "TagVersion=APEv2;");
+
+    // Version 1000: no header, ANSI text, a NUL behind every value.
+    Make("");
+    ASSERT_TRUE(Write(Tags({{"Title", "Caf\xC3\xA9"}, {"Genre", "Rock\rPop"}}), true, true));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}}, 1000, false).Bytes());
+    ASSERT_TRUE(Write(Tags({{"Album", "X"}}), true));
+    EXPECT_EQ(Tail(),
+              ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}, {"Album", "X\0"s}}, 1000, false).Bytes());
+    // An existing version 2000 tag keeps its version, and its old header goes with it.
+    Make(ApeTag({{"Title", "t"}}).Bytes());
+    ASSERT_TRUE(Write(Tags({{"Album", "X"}}), true, true));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, {"Album", "X"}}).Bytes());
+}
+
+TEST_F(APETest, MergeReplacesInPlaceAndAppendsNewNames) {
+    std::string id3 = Id3v1("id3 title");
+    Make(ApeTag({{"Title", "old"}, {"Media JukeBox: Mood", "sad"}, {"Album", "a"}, {"X", "x"}}).Bytes() + id3);
+    ASSERT_TRUE(Write(Tags({{"album", "new album"}, {"Mood", "glad"}, {"Year", "2020"}}), true));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "old"}, {"Media JukeBox: Mood", "glad"}, {"album", "new album"}, {"X", "x"},
+                              {"Year", "2020"}})
+                              .Bytes() + id3);
+    // Without merge the entries are the whole tag, already in the file's form.
+    ASSERT_TRUE(Write(Tags({{"rating", "4.5"}}), false));
+    EXPECT_EQ(Tail(), ApeTag({{"rating", "4.5"}}).Bytes() + id3);
+    // An empty collection leaves no APE tag, but the ID3v1 tag.
+    ASSERT_TRUE(Write(IDTags(), false));
+    EXPECT_EQ(Tail(), id3);
+
+    // A value the reader would refuse is refused before the file changes.
+    Make(ApeTag({{"Title", "t"}}).Bytes());
+    IDTags big;
+    std::string bytes(0x1000001, 'x');
+    big.AddBinary(S("Big"), bytes.data(), static_cast<uint32_t>(bytes.size()));
+    EXPECT_FALSE(Write(big, true));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}}).Bytes());
+}
+
+TEST_F(APETest, CoversAndDeletion) {
+    Make("");
+    std::string png = "\x89PNG\r\n\x1a\n" + std::string(30, 'p');
+    std::string jpeg = "\xFF\xD8\xFF\xE0" + std::string(30, 'j');
+    IDTags tags;
+    tags.AddBinary(S("_albumart_1_Back Album Cover<subdesc>Inlay"), png.data(), static_cast<uint32_t>(png.size()));
+    tags.AddBinary(S("_albumart_2_Media"), jpeg.data(), static_cast<uint32_t>(jpeg.size()));
+    tags.AddBinary(S("Blob"), "\0\1", 2);
+    ASSERT_TRUE(Write(tags, true));
+    EXPECT_EQ(Tail(), ApeTag({{"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
+                              {"Cover Art (front)", "C:\\Pretend.jpg\0"s + jpeg, 2}, {"Blob", "\0\1"s, 2}})
+                          .Bytes());
+    EXPECT_EQ(Read().tags, "_albumart_1_Back Album Cover=[38 bytes];_albumart_2_Front Album Cover=[34 bytes];"
+                           "Blob=[2 bytes];TagVersion=APEv2;");
+    // Same number and type replace an old picture, whatever the description.
+    IDTags replace;
+    replace.AddBinary(S("_albumart_2_Front Album Cover<subdesc>New"), "NEW", 3);
+    ASSERT_TRUE(Write(replace, true));
+    std::string covers = ApeTag({{"Title", "t"}, {"BPM", "1"}, {"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
+                                 {"Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2}})
+                             .Bytes();
+    EXPECT_NE(Tail().find(ApeItem("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2).Bytes()), std::string::npos);
+
+    Make(covers + Id3v1("t"));
+    std::string before = ReadFile(path);
+    DeleteTag("nothing");
+    EXPECT_EQ(ReadFile(path), before);
+    DeleteTag("tempo");
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, {"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
+                              {"Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2}})
+                              .Bytes() + Id3v1("t"));
+    // APE covers have no description, and an empty one matches every picture
+    // without one: removing one cover removes them all.
+    DeleteTag("_albumart_1_Front Album Cover");
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}}).Bytes() + Id3v1("t"));
+    clFile file = OpenFile(path);
+    TagAPEv2(file).Delete();
+    EXPECT_EQ(Tail(), Id3v1("t"));
+}
