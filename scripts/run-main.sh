@@ -38,3 +38,21 @@ echo
 echo "== fdhost decode sample.flac -o sample.wav"
 "$out/fdhost" decode --quiet "$sample_dir/sample.flac" -o "$sample_dir/sample.wav"
 ls -l "$sample_dir/sample.wav"
+
+# ---------------------------------------------------------------------------
+# Tags of our own: a True Audio file gets an APE tag with a cover through
+# fdhost write, and Open then reports the file's own tags.
+# ---------------------------------------------------------------------------
+ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i "sine=frequency=330:duration=3" -ac 2 \
+  -c:a tta "$sample_dir/sample.tta"
+ffmpeg -nostdin -hide_banner -loglevel error -y -f lavfi -i "color=c=blue:s=64x64" -frames:v 1 \
+  "$sample_dir/cover.png"
+
+echo
+echo "== fdhost write sample.tta"
+"$out/fdhost" write "$sample_dir/sample.tta" --set "Title=Sample tone" --set "Artist=First" \
+  --set "Artist=Second" --picture "Front Album Cover=$sample_dir/cover.png"
+
+echo
+echo "== fdhost info sample.tta"
+"$out/fdhost" info "$sample_dir/sample.tta"
