@@ -1,4 +1,5 @@
-// The error-stream queue with its real reader thread over a real pipe.
+// ReadLine over memory, and the error-stream queue with its real reader
+// thread over a real pipe.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,10 +17,19 @@
 
 namespace {
 
+using Lines = std::vector<std::string>;
 using Clock = std::chrono::steady_clock;
 
-double SecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
+double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+Lines ReadAllLines(const std::string& text) {
+    Qel::streamInMemory stream(text.data(), text.size());
+    Lines lines;
+    try {
+        for (;;) lines.push_back(ReadLine(stream));
+    } catch (const Qel::invalid_input&) {
+    }
+    return lines;
 }
 
 // A pipe whose read end is a stream as the worker's error stream is one.
@@ -33,8 +43,6 @@ public:
         ::fcntl(readFd_, F_SETFL, O_NONBLOCK);
         stream.handle = readFd_;
     }
-    Pipe(const Pipe&) = delete;
-    Pipe& operator=(const Pipe&) = delete;
     ~Pipe() {
         CloseWriter();
         ::close(readFd_);
@@ -54,10 +62,10 @@ private:
 };
 
 // Takes batches until `count` lines have come or a batch times out.
-std::vector<std::string> TakeAtLeast(StdErrLineQueue& queue, size_t count) {
-    std::vector<std::string> all;
+Lines TakeAtLeast(StdErrLineQueue& queue, size_t count) {
+    Lines all;
     while (all.size() < count) {
-        std::vector<std::string> batch = queue.TakeLines(5.0);
+        Lines batch = queue.TakeLines(5.0);
         if (batch.empty()) break;
         all.insert(all.end(), batch.begin(), batch.end());
     }
@@ -66,18 +74,31 @@ std::vector<std::string> TakeAtLeast(StdErrLineQueue& queue, size_t count) {
 
 }  // namespace
 
+TEST(ReadLine, CarriageReturnsDroppedLastLineLostOverlongRefused) {
+    EXPECT_EQ(ReadAllLines("ab\r\n\ncd\n"), (Lines{"ab", "", "cd"}));
+    EXPECT_EQ(ReadAllLines("size= 1\rsize= 2\r\n"), (Lines{"size= 1size= 2"}));
+    EXPECT_EQ(ReadAllLines("one\ntwo"), (Lines{"one"})) << "a last line without its line feed is lost";
+    EXPECT_EQ(ReadAllLines(std::string("a\0b\n", 4)), (Lines{std::string("a\0b", 3)}));
+    Qel::streamInMemory empty(nullptr, 0);
+    EXPECT_THROW(ReadLine(empty), Qel::invalid_input);
+
+    // The longest line, one byte more, and carriage returns that don't count.
+    const size_t limit = 0x1000000;
+    EXPECT_EQ(ReadAllLines(std::string(limit, 'x') + "\n"), (Lines{std::string(limit, 'x')}));
+    EXPECT_TRUE(ReadAllLines(std::string(limit + 1, 'x') + "\n").empty());
+    EXPECT_EQ(ReadAllLines(std::string(limit, 'x') + "\r\r\n"), (Lines{std::string(limit, 'x')}));
+}
+
 TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
     Pipe pipe;
     StdErrLineQueue queue;
     queue.Start(pipe.stream);
     EXPECT_TRUE(queue.Active());
-
     pipe.Write("Input #0, flac, from 'x':\r\n  Metadata:\n");
-    EXPECT_EQ(TakeAtLeast(queue, 2), (std::vector<std::string>{"Input #0, flac, from 'x':", "  Metadata:"}));
-    // Everything was taken: the event was reset with the take.
-    EXPECT_TRUE(queue.TakeLines(0.2).empty());
+    EXPECT_EQ(TakeAtLeast(queue, 2), (Lines{"Input #0, flac, from 'x':", "  Metadata:"}));
+    EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "the take reset the event";
 
-    std::vector<std::string> expected;
+    Lines expected;
     std::string burst;
     for (int i = 0; i < 500; ++i) {
         expected.push_back("line " + std::to_string(i));
@@ -90,75 +111,60 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     });
-    std::vector<std::string> got = TakeAtLeast(queue, expected.size());
+    const Lines got = TakeAtLeast(queue, expected.size());
     writer.join();
     EXPECT_EQ(got, expected);
 
-    // The final line without a line feed never reaches the queue.
     pipe.Write("last\nunfinished");
     pipe.CloseWriter();
-    EXPECT_EQ(TakeAtLeast(queue, 1), (std::vector<std::string>{"last"}));
+    EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"last"})) << "an unfinished line never comes";
     EXPECT_TRUE(queue.TakeLines(0.2).empty());
     queue.Stop();
     EXPECT_FALSE(queue.Active());
 }
 
-TEST(StdErrLineQueue, TakeLinesTimesOut) {
+TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
     Pipe pipe;
     StdErrLineQueue queue;
+    EXPECT_TRUE(queue.TakeLines(10.0).empty()) << "a queue that never ran doesn't wait";
     queue.Start(pipe.stream);
-    const auto start = Clock::now();
+    auto start = Clock::now();
     EXPECT_TRUE(queue.TakeLines(0.3).empty());
-    const double waited = SecondsSince(start);
-    EXPECT_GE(waited, 0.25);
-    EXPECT_LT(waited, 3.0);
+    EXPECT_GE(SecondsSince(start), 0.25);
+    EXPECT_LT(SecondsSince(start), 3.0);
 
-    // A queue that never ran has nothing and doesn't wait.
-    StdErrLineQueue idle;
-    EXPECT_TRUE(idle.TakeLines(10.0).empty());
-}
+    // The caller's aborter ends the wait; the reader has its own and reads on.
+    {
+        Qel::aborter quit;
+        Qel::AborterScope scope(quit);
+        std::thread setter([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            quit.Set();
+        });
+        start = Clock::now();
+        EXPECT_THROW(queue.TakeLines(10.0), Qel::user_abort);
+        EXPECT_LT(SecondsSince(start), 5.0);
+        setter.join();
+        pipe.Write("still read\n");
+        quit.Reset();
+        EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"still read"}));
+    }
 
-TEST(StdErrLineQueue, StopEndsABlockedReaderPromptly) {
-    Pipe pipe;
-    StdErrLineQueue queue;
-    queue.Start(pipe.stream);
     pipe.Write("before stop\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));   // the reader now waits in its read
-    const auto start = Clock::now();
+    start = Clock::now();
     queue.Stop();
     EXPECT_LT(SecondsSince(start), 2.0);
     EXPECT_FALSE(queue.Active());
-
     // Stop dropped the queued line; a new start reads only what comes after.
     queue.Start(pipe.stream);
     pipe.Write("after restart\n");
-    EXPECT_EQ(TakeAtLeast(queue, 1), (std::vector<std::string>{"after restart"}));
+    EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"after restart"}));
 
-    // The destructor stops a reader that still waits.
-    const auto destroyStart = Clock::now();
+    start = Clock::now();
     {
-        StdErrLineQueue scoped;
+        StdErrLineQueue scoped;   // its destructor stops a reader that still waits
         scoped.Start(pipe.stream);
     }
-    EXPECT_LT(SecondsSince(destroyStart), 2.0);
-}
-
-TEST(StdErrLineQueue, CallersAborterEndsTheWait) {
-    Pipe pipe;
-    StdErrLineQueue queue;
-    queue.Start(pipe.stream);
-    Qel::aborter quit;
-    Qel::AborterScope scope(quit);
-    std::thread setter([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        quit.Set();
-    });
-    const auto start = Clock::now();
-    EXPECT_THROW(queue.TakeLines(10.0), Qel::user_abort);
-    EXPECT_LT(SecondsSince(start), 5.0);
-    setter.join();
-    // The reader has an aborter of its own: it goes on reading.
-    pipe.Write("still read\n");
-    quit.Reset();
-    EXPECT_EQ(TakeAtLeast(queue, 1), (std::vector<std::string>{"still read"}));
+    EXPECT_LT(SecondsSince(start), 2.0);
 }

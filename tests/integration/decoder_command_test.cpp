@@ -1,5 +1,5 @@
-// The worker's command line, where the worker is looked for, and the named
-// quit event, without running a worker.
+// Pure logic without a worker: the worker's command line, where the worker
+// is looked for, the named quit event; fdhost's tag blob reader and SHA-256.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -14,48 +14,36 @@
 
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "codecs/decoders/ffmpeg/quitevent.h"
+#include "host/errors.h"
+#include "host/sha256.h"
+#include "host/tagblob.h"
+#include "support/clBuffer.h"
+#include "tags/idtags.h"
 #include "testkit.h"
 
 namespace {
 
-TEST(WorkerCommand, SecondsAsText) {
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(12.5), "12.5");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(0.000001), "0.000001");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(3.0), "3");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(0.0), "0");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(-2.25), "-2.25");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(1.0 / 3.0), "0.333333");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(0.0000005), "0.000001") << "rounded to the microsecond";
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(59.9999996), "60");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(7200.10), "7200.1");
-    EXPECT_EQ(clDecoder_ffmpeg::SecondsText(1e300), "18446744073709.551615") << "no undefined conversion";
-}
+using Decoder = clDecoder_ffmpeg;
 
-TEST(WorkerCommand, ArgumentsInOrder) {
-    const WorkerCommand first = clDecoder_ffmpeg::BuildWorkerCommand("/music/a b.flac", 0.0);
-    EXPECT_EQ(first.args,
+TEST(WorkerCommand, SecondsTextAndArguments) {
+    const std::pair<double, const char*> seconds[] = {
+        {12.5, "12.5"}, {0.000001, "0.000001"}, {3.0, "3"}, {0.0, "0"}, {-2.25, "-2.25"},
+        {1.0 / 3.0, "0.333333"}, {0.0000005, "0.000001"}, {59.9999996, "60"}, {7200.10, "7200.1"},
+        {1e300, "18446744073709.551615"},   // clamped: no undefined conversion
+    };
+    for (const auto& [value, text] : seconds) EXPECT_EQ(Decoder::SecondsText(value), text) << value;
+
+    EXPECT_EQ(Decoder::BuildWorkerCommand("/music/a b.flac", 0.0).args,
               (std::vector<std::string>{"ffmpeg-lgpl", "-i", "/music/a b.flac", "-f", "w64", "-"}));
-    const WorkerCommand seek = clDecoder_ffmpeg::BuildWorkerCommand("x.ac3", 1.0);
+    EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
+    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
     EXPECT_EQ(seek.args, (std::vector<std::string>{"ffmpeg-lgpl", "-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
-    const WorkerCommand back = clDecoder_ffmpeg::BuildWorkerCommand("x.ac3", -1.0);
-    EXPECT_EQ(back.args.at(1), "-i") << "no start time at or below 0";
     EXPECT_EQ(seek.stdinMode, 0u);
     EXPECT_EQ(seek.stdoutMode, 2u);
     EXPECT_EQ(seek.stderrMode, 2u);
-    EXPECT_EQ(seek.exe, clDecoder_ffmpeg::WorkerPath());
-}
-
-// The worker lies one folder above the folder of the code that looks for it;
-// here that code is linked into this test program.
-TEST(WorkerCommand, WorkerBesideTheParentFolder) {
+    // One folder above the code that looks for it, here this test program.
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    EXPECT_EQ(clDecoder_ffmpeg::WorkerPath(), (self.parent_path().parent_path() / "ffmpeg-lgpl").string());
-}
-
-TEST(QuitEvent, NamesBecomePaths) {
-    EXPECT_EQ(QuitEventPath(clString(u"HostQuit")), "/tmp/HostQuit");
-    EXPECT_EQ(QuitEventPath(clString(u"Local\\host/quit")), "/tmp/Local_host_quit");
-    EXPECT_EQ(QuitEventPath(clString(u"/run/user/quit")), "/run/user/quit");
+    EXPECT_EQ(seek.exe, (self.parent_path().parent_path() / "ffmpeg-lgpl").string());
 }
 
 bool Readable(Qel::EventHandle handle) {
@@ -63,7 +51,11 @@ bool Readable(Qel::EventHandle handle) {
     return ::poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN);
 }
 
-TEST(QuitEvent, FifoIsCreatedAndReadableMeansSet) {
+TEST(QuitEvent, NamesFifoAndSetState) {
+    EXPECT_EQ(QuitEventPath(clString(u"HostQuit")), "/tmp/HostQuit");
+    EXPECT_EQ(QuitEventPath(clString(u"Local\\host/quit")), "/tmp/Local_host_quit");
+    EXPECT_EQ(QuitEventPath(clString(u"/run/user/quit")), "/run/user/quit");
+
     it::TempDir dir;
     const std::string path = dir.File("quit");
     std::optional<Qel::aborter> event = OpenQuitEvent(clString::FromUtf8(path));
@@ -74,33 +66,26 @@ TEST(QuitEvent, FifoIsCreatedAndReadableMeansSet) {
     EXPECT_FALSE(event->IsSet());
     EXPECT_FALSE(Readable(event->Handle()));
 
-    // The host's side: its own descriptor on the same FIFO.
-    const int host = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    const int host = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);   // the host's end
     ASSERT_GE(host, 0);
     ASSERT_EQ(::write(host, "x", 1), 1);
     EXPECT_TRUE(event->IsSet());
     EXPECT_TRUE(Readable(event->Handle()));
-    std::optional<Qel::aborter> second = OpenQuitEvent(clString::FromUtf8(path));
-    ASSERT_TRUE(second.has_value());
-    EXPECT_TRUE(second->IsSet()) << "every decoder watching the event sees it set";
+    EXPECT_TRUE(OpenQuitEvent(clString::FromUtf8(path))->IsSet()) << "every decoder watching sees it set";
     char byte = 0;
     ASSERT_EQ(::read(host, &byte, 1), 1);
     EXPECT_FALSE(event->IsSet());
     ::close(host);
     EXPECT_FALSE(event->IsSet()) << "the host closing its end is no hang-up";
-}
 
-TEST(QuitEvent, OnlyAFifoIsTaken) {
-    it::TempDir dir;
-    const std::string plain = dir.File("plain");
-    it::WriteFile(plain, "not a fifo");
-    EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(plain)).has_value());
+    it::WriteFile(dir.File("plain"), "not a fifo");
+    EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(dir.File("plain"))).has_value());
     EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(dir.File("no/such/folder/quit"))).has_value());
 }
 
 TEST(QuitEvent, DecoderKeepsItsEventOnNullAndReplacesIt) {
     it::TempDir dir;
-    clDecoder_ffmpeg decoder(DecoderCreateInfo{});
+    Decoder decoder(DecoderCreateInfo{});
     EXPECT_TRUE(decoder.SetQuitEvent(nullptr));
     EXPECT_FALSE(decoder.quitSignal.has_value());
     ASSERT_TRUE(decoder.SetQuitEvent(clString::FromUtf8(dir.File("one")).Text()));
@@ -111,14 +96,62 @@ TEST(QuitEvent, DecoderKeepsItsEventOnNullAndReplacesIt) {
     ASSERT_TRUE(decoder.SetQuitEvent(clString::FromUtf8(dir.File("two")).Text()));
     EXPECT_FALSE(decoder.SetQuitEvent(clString::FromUtf8(dir.File("missing/three")).Text()));
     EXPECT_TRUE(decoder.quitSignal.has_value()) << "a name that can't be opened keeps the event there was";
-}
 
-TEST(DecodeRun, NothingToReadWithoutAWorker) {
-    clDecoder_ffmpeg decoder(DecoderCreateInfo{});
+    // Without a worker there is nothing to read, and Close is harmless.
     DecoderBlockInfo block{};
     EXPECT_FALSE(decoder.DecodeBlock(&block));
-    EXPECT_TRUE(decoder.Close()) << "Close without Open is harmless";
     EXPECT_TRUE(decoder.Close());
+    EXPECT_TRUE(decoder.Close());
+}
+
+TEST(FdhostSha256, PublishedVectors) {
+    // 55, 56 and 64 bytes: the padding falls on either side of a block edge.
+    const std::pair<std::string, const char*> vectors[] = {
+        {"", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {"abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+        {"abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq",
+         "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1"},
+        {std::string(1000000, 'a'), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0"},
+        {std::string(55, 'a'), "9f4390f8d30c2dd92ec9f095b65e2b9ae9b0a925a5258e241c9f1e910f734318"},
+        {std::string(56, 'a'), "b35439a4ac6f0948b6d6f9e3c6af0f5f590ce20f1bde7090ef7970686ec6738a"},
+        {std::string(64, 'a'), "ffe054fe7ae0cb6dc65c3af9b61d5209f439851db43d0ba5997337df154668eb"},
+    };
+    for (const auto& [bytes, digest] : vectors) {
+        EXPECT_EQ(host::Sha256Hex(bytes.data(), bytes.size()), digest) << bytes.size() << " bytes";
+    }
+}
+
+TEST(FdhostTagBlob, ReadsWhatTheCollectionWritesRefusesTheRest) {
+    IDTags tags;
+    tags.Add(clString(u"TITLE"), clString(u"A title"));
+    tags.Add(clString(u"ARTIST"), clString(u"One\rTwo"));
+    const std::string picture("\x89PNG\r\n\x1a\n\0\0binary", 16);
+    tags.AddBinary(clString(u"_albumart_1_Front"), picture.data(), static_cast<uint32_t>(picture.size()));
+    tags.Add(clString(u"EMPTY"), clString());
+    clBuffer blob;
+    tags.Serialise(blob);
+    const std::vector<host::BlobEntry> entries = host::ReadTagBlob(blob.Data(), blob.Size());
+    ASSERT_EQ(entries.size(), 4u);
+    EXPECT_EQ(entries[0].name + u"=" + entries[0].value, u"TITLE=A title");
+    EXPECT_EQ(entries[1].value, u"One\rTwo");
+    EXPECT_EQ(entries[2].name + u"=" + entries[2].value, u"_albumart_1_Front=");
+    EXPECT_EQ(entries[2].data, picture);
+    EXPECT_EQ(entries[3].name, u"EMPTY");
+    EXPECT_TRUE(entries[3].data.empty());
+    EXPECT_TRUE(host::ReadTagBlob(nullptr, 0).empty());
+
+    IDTags one;
+    one.Add(clString(u"NAME"), clString(u"value"));
+    clBuffer oneBlob;
+    one.Serialise(oneBlob);
+    const std::string good(reinterpret_cast<const char*>(oneBlob.Data()), oneBlob.Size());
+    std::vector<std::string> bad = {good.substr(0, good.size() - 3), good, good + "xy", good, good, "ab"};
+    bad[1][0] = 2;                  // more entries counted than there are
+    bad[3][7] = '\x7f';             // a huge length
+    bad[4][good.size() - 2] = 'x';  // a value without its NUL inside the entry
+    for (const std::string& bytes : bad) {
+        EXPECT_THROW(host::ReadTagBlob(bytes.data(), bytes.size()), host::HostError) << bytes.size();
+    }
 }
 
 }  // namespace

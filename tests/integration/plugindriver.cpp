@@ -6,6 +6,8 @@
 
 #include <cstdio>
 #include <stdexcept>
+#include <type_traits>
+#include <utility>
 
 #include "support/textcodec.h"
 
@@ -21,18 +23,10 @@ int AnonymousLog() {
 }
 
 std::string LogText(int fd) {
-    std::string bytes;
-    char buffer[4096];
-    for (off_t at = 0;;) {
-        const ssize_t got = ::pread(fd, buffer, sizeof buffer, at);
-        if (got <= 0) break;
-        bytes.append(buffer, static_cast<size_t>(got));
-        at += got;
-    }
-    std::u16string units(bytes.size() / 2, u'\0');
-    for (size_t i = 0; i < units.size(); ++i) {
-        units[i] = static_cast<char16_t>(static_cast<uint8_t>(bytes[2 * i]) |
-                                         static_cast<uint8_t>(bytes[2 * i + 1]) << 8);
+    std::u16string units;
+    char pair[2];
+    for (off_t at = 0; ::pread(fd, pair, 2, at) == 2; at += 2) {
+        units += static_cast<char16_t>(static_cast<uint8_t>(pair[0]) | static_cast<uint8_t>(pair[1]) << 8);
     }
     return text::Utf16ToUtf8(units);
 }
@@ -42,23 +36,21 @@ std::string LogText(int fd) {
 PluginLibrary::PluginLibrary(const std::string& path) {
     handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle_ == nullptr) throw std::runtime_error(std::string("dlopen: ") + ::dlerror());
-    Create = reinterpret_cast<DecoderCreateFn*>(Symbol("Create"));
-    Destroy = reinterpret_cast<DecoderDestroyFn*>(Symbol("Destroy"));
-    Get = reinterpret_cast<DecoderGetFn*>(Symbol("Get"));
-    Set = reinterpret_cast<DecoderSetFn*>(Symbol("Set"));
-    Open = reinterpret_cast<DecoderOpenFn*>(Symbol("Open"));
-    Close = reinterpret_cast<DecoderCloseFn*>(Symbol("Close"));
-    DecodeBlock = reinterpret_cast<DecoderDecodeBlockFn*>(Symbol("DecodeBlock"));
-    SetPosition = reinterpret_cast<DecoderSetPositionFn*>(Symbol("SetPosition"));
+    auto resolve = [this](auto*& fn, const char* name) {
+        void* symbol = ::dlsym(handle_, name);
+        if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
+        fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(symbol);
+    };
+    resolve(Create, "Create");
+    resolve(Destroy, "Destroy");
+    resolve(Set, "Set");
+    resolve(Open, "Open");
+    resolve(Close, "Close");
+    resolve(DecodeBlock, "DecodeBlock");
+    resolve(SetPosition, "SetPosition");
 }
 
 PluginLibrary::~PluginLibrary() { ::dlclose(handle_); }
-
-void* PluginLibrary::Symbol(const char* name) {
-    void* symbol = ::dlsym(handle_, name);
-    if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
-    return symbol;
-}
 
 PluginLibrary& Plugin() {
     static PluginLibrary library;
@@ -80,8 +72,7 @@ TestDecoder::~TestDecoder() {
 }
 
 void TestDecoder::Destroy() {
-    if (decoder_ != nullptr) library_.Destroy(decoder_);
-    decoder_ = nullptr;
+    if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
 }
 
 bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {
@@ -90,13 +81,12 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     DecoderOpenInfo& record = info ? *info : local;
     record.path = path_.c_str();
     record.flags = flags;
-    const bool ok = library_.Open(decoder_, &record) != 0;
-    if (ok) format_ = record.format;
-    return ok;
+    if (library_.Open(decoder_, &record) == 0) return false;
+    format_ = record.format;
+    return true;
 }
 
 bool TestDecoder::OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
-
 bool TestDecoder::DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
 bool TestDecoder::SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
 bool TestDecoder::Close() { return library_.Close(decoder_) != 0; }

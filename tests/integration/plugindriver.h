@@ -1,7 +1,6 @@
 #pragma once
 // The plug-in as a host meets it: loaded with dlopen, its exports resolved by
-// name, each decoder with two log files of its own whose text (UTF-16LE) the
-// tests read back.
+// name, each decoder with two logs of its own (UTF-16LE) read back as UTF-8.
 
 #include <cstdint>
 #include <string>
@@ -20,7 +19,6 @@ public:
 
     DecoderCreateFn* Create = nullptr;
     DecoderDestroyFn* Destroy = nullptr;
-    DecoderGetFn* Get = nullptr;
     DecoderSetFn* Set = nullptr;
     DecoderOpenFn* Open = nullptr;
     DecoderCloseFn* Close = nullptr;
@@ -28,14 +26,12 @@ public:
     DecoderSetPositionFn* SetPosition = nullptr;
 
 private:
-    void* Symbol(const char* name);
     void* handle_ = nullptr;
 };
 
-// The plug-in beside the tests, loaded once per test process.
+// The plug-in beside the tests, loaded once per process.
 PluginLibrary& Plugin();
 
-// One decoder with its two logs; destroyed (Destroy) with the object.
 class TestDecoder {
 public:
     explicit TestDecoder(PluginLibrary& library = Plugin());
@@ -44,16 +40,13 @@ public:
     ~TestDecoder();
 
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
-    // Open with the record as the caller made it, path included.
-    bool OpenRecord(DecoderOpenInfo& record);
+    bool OpenRecord(DecoderOpenInfo& record);   // the record as the caller made it
     bool DecodeBlock(DecoderBlockInfo& block);
     bool SetPosition(int64_t position);
     bool Close();
     bool SetQuitEvent(const std::string& name);
-    // Destroys now; the destructor then does nothing.
-    void Destroy();
-
-    // All blocks until the end of the stream; false when a DecodeBlock failed.
+    void Destroy();   // now; the destructor then does nothing
+    // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
 
     const DecoderFormat& Format() const { return format_; }
@@ -69,8 +62,8 @@ private:
     DecoderFormat format_{};
 };
 
-// The host record's view of a format: the first 16 bytes of the wave record,
-// or all 40 for the extensible form, as a string to compare.
+// The host's view of a format: the wave record's first 16 bytes, or all 40
+// for the extensible form.
 std::string FormatHead(const DecoderFormat& format);
 
 }  // namespace it

@@ -1,5 +1,7 @@
 // The host's quit event ends a blocked Open or DecodeBlock at once, silently,
 // and leaves no worker behind once the decoder is closed or destroyed.
+// Decoders side by side in threads, and many cycles of Open, DecodeBlock,
+// SetPosition and Close that leave descriptors, threads and children as they were.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,11 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <csignal>
 #include <chrono>
-#include <cmath>
+#include <csignal>
+#include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "plugindriver.h"
 #include "testkit.h"
@@ -20,7 +23,8 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPromptly = std::chrono::milliseconds(100);
+using std::chrono::milliseconds;
+constexpr auto kPromptly = milliseconds(100);
 
 // The host's side of a quit event: a FIFO it sets by writing one byte.
 class QuitFifo {
@@ -28,14 +32,12 @@ public:
     explicit QuitFifo(const std::string& path) : path_(path) {
         EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
         fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        EXPECT_GE(fd_, 0);
     }
     ~QuitFifo() { ::close(fd_); }
     const std::string& Path() const { return path_; }
     void Set() { ASSERT_EQ(::write(fd_, "q", 1), 1); }
     void Reset() {
-        char byte;
-        while (::read(fd_, &byte, 1) == 1) {
+        for (char byte; ::read(fd_, &byte, 1) == 1;) {
         }
     }
 
@@ -44,156 +46,93 @@ private:
     int fd_ = -1;
 };
 
-// Sets the event a delay after `gate` turned true (waiting at most 20 s for
-// it, so that a test that goes wrong fails instead of hanging), and notes when.
-class DelayedSet {
-public:
-    DelayedSet(QuitFifo& quit, std::chrono::milliseconds delay, const std::atomic<bool>* gate = nullptr)
-        : thread_([this, &quit, delay, gate] {
-              const auto giveUp = Clock::now() + std::chrono::seconds(20);
-              while (gate && !*gate && Clock::now() < giveUp) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-              std::this_thread::sleep_for(delay);
-              setAt_ = Clock::now();
-              quit.Set();
-          }) {}
-    DelayedSet(const DelayedSet&) = delete;
-    DelayedSet& operator=(const DelayedSet&) = delete;
-    ~DelayedSet() {
-        if (thread_.joinable()) thread_.join();
-    }
-    Clock::duration SinceSet() {
-        const Clock::time_point now = Clock::now();
-        if (thread_.joinable()) thread_.join();
-        return now - setAt_;
-    }
-
-private:
-    Clock::time_point setAt_{};
-    std::thread thread_;
-};
+// Sets the event `delay` after `gate` turned true (waiting 20 s at most, so
+// that a broken test fails rather than hangs); `setAt` tells when.
+std::jthread SetLater(QuitFifo& quit, milliseconds delay, const std::atomic<bool>& gate, Clock::time_point& setAt) {
+    return std::jthread([&quit, delay, &gate, &setAt] {
+        for (const auto end = Clock::now() + std::chrono::seconds(20); !gate && Clock::now() < end;) {
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+        std::this_thread::sleep_for(delay);
+        setAt = Clock::now();
+        quit.Set();
+    });
+}
 
 // The blocked call ended after the event was set, and promptly.
-void ExpectEndedPromptlyAfter(DelayedSet& set) {
-    const Clock::duration since = set.SinceSet();
-    EXPECT_GE(since.count(), 0) << "the call ended before the event was set";
-    EXPECT_LT(since, kPromptly);
+void ExpectEndedPromptly(std::jthread& setter, const Clock::time_point& setAt) {
+    const Clock::time_point now = Clock::now();
+    setter.join();
+    EXPECT_GE((now - setAt).count(), 0) << "the call ended before the event was set";
+    EXPECT_LT(now - setAt, kPromptly);
 }
 
-// The writing end of a FIFO, once a reader has it open; -1 after 20 s.
-int OpenWriterWhenRead(const std::string& path) {
-    const auto giveUp = Clock::now() + std::chrono::seconds(20);
-    while (Clock::now() < giveUp) {
-        const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            ::fcntl(fd, F_SETFL, 0);
-            return fd;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return -1;
-}
-
-// 16-bit stereo at 44100 Hz: a WAV header that promises `seconds`.
-std::string WavHeader(uint32_t seconds) {
-    const uint32_t dataSize = seconds * 176400;
-    std::string header = "RIFF";
-    auto u32 = [&header](uint32_t v) {
-        for (int i = 0; i < 4; ++i) header += static_cast<char>(v >> (8 * i));
-    };
-    auto u16 = [&header](uint16_t v) {
-        header += static_cast<char>(v);
-        header += static_cast<char>(v >> 8);
-    };
-    u32(36 + dataSize);
-    header += "WAVEfmt ";
-    u32(16);
-    u16(1);
-    u16(2);
-    u32(44100);
-    u32(176400);
-    u16(4);
-    u16(16);
-    header += "data";
-    u32(dataSize);
-    return header;
-}
-
-std::string Tone(uint32_t frames) {
-    std::string samples;
-    for (uint32_t i = 0; i < frames; ++i) {
-        const auto v = static_cast<int16_t>(8000 * std::sin(i * 0.0627));
-        for (int channel = 0; channel < 2; ++channel) {
-            samples += static_cast<char>(v & 0xFF);
-            samples += static_cast<char>((v >> 8) & 0xFF);
-        }
-    }
-    return samples;
-}
-
-TEST(Quit, EndsOpenBlockedOnASilentInput) {
+struct QuitTest : ::testing::Test {
     it::TempDir dir;
+    QuitFifo quit{dir.File("quit")};
+    it::TestDecoder decoder;
+    std::atomic<bool> now{true};
+    Clock::time_point setAt{};
+    void SetUp() override { ASSERT_TRUE(decoder.SetQuitEvent(quit.Path())); }
+};
+
+TEST_F(QuitTest, EndsOpenBlockedOnASilentInput) {
     const std::string input = dir.File("silent.wav");
     ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);   // nobody ever writes: the worker waits
-    QuitFifo quit(dir.File("quit"));
-
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-    DelayedSet set(quit, std::chrono::milliseconds(300));
+    std::jthread setter = SetLater(quit, milliseconds(300), now, setAt);
     EXPECT_FALSE(decoder.Open(input, kOpenWantTags | kOpenWantInfo));
-    ExpectEndedPromptlyAfter(set);
+    ExpectEndedPromptly(setter, setAt);
     EXPECT_EQ(decoder.ErrorLog(), "");
 
-    const auto destroyStart = Clock::now();
+    const auto start = Clock::now();
     decoder.Destroy();
-    EXPECT_LT(Clock::now() - destroyStart, std::chrono::milliseconds(1000)) << "Destroy doesn't wait for the worker";
+    EXPECT_LT(Clock::now() - start, milliseconds(1000)) << "Destroy doesn't wait for the worker";
     EXPECT_EQ(it::ChildrenAfter(0), 0);
 }
 
-TEST(Quit, EndsDecodeBlockBlockedOnAStalledInput) {
-    it::TempDir dir;
+TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInput) {
+    // A WAV that promises ten seconds; the feeder gives three (the worker
+    // looks at more than one before it starts), then stalls with the FIFO open.
+    const std::string whole = dir.File("whole.wav");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=10", "-ac", "2", whole});
+    const std::string bytes = it::ReadFile(whole).substr(0, 3 * 176400);
     const std::string input = dir.File("stalled.wav");
     ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
-    QuitFifo quit(dir.File("quit"));
-    // The worker goes before the feeder does: its writes must fail, not kill.
-    std::signal(SIGPIPE, SIG_IGN);
-
-    // The feeder gives a header that promises ten seconds and three seconds
-    // of samples (the worker looks at more than one before it starts), then
-    // goes quiet with the FIFO still open, so the worker waits for more.
+    std::signal(SIGPIPE, SIG_IGN);   // the worker goes before the feeder does
     std::atomic<bool> fed{false};
     std::atomic<bool> release{false};
     std::thread feeder([&] {
-        const int fd = OpenWriterWhenRead(input);
-        if (fd < 0) return;
-        const std::string bytes = WavHeader(10) + Tone(3 * 44100);
-        for (size_t done = 0; done < bytes.size();) {
+        // Opened once the worker reads; polled, so that a broken test can't hang here.
+        int fd = -1;
+        for (const auto end = Clock::now() + std::chrono::seconds(20); fd < 0 && Clock::now() < end;) {
+            fd = ::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            if (fd < 0) std::this_thread::sleep_for(milliseconds(5));
+        }
+        if (fd >= 0) ::fcntl(fd, F_SETFL, 0);
+        for (size_t done = 0; fd >= 0 && done < bytes.size();) {
             const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
             if (n <= 0) break;
             done += static_cast<size_t>(n);
         }
         fed = true;
-        while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        while (!release) std::this_thread::sleep_for(milliseconds(5));
         ::close(fd);
     });
-
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
     {
-        DelayedSet set(quit, std::chrono::milliseconds(300), &fed);
+        std::jthread setter = SetLater(quit, milliseconds(300), fed, setAt);
         EXPECT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
-        uint64_t bytes = 0;
+        uint64_t got = 0;
         DecoderBlockInfo block{};
         while (decoder.DecodeBlock(block)) {
             EXPECT_EQ(+block.endOfStream, 0) << "the stream hasn't ended, it stalls";
             if (block.endOfStream) break;
-            bytes += block.bytes;
+            got += block.bytes;
         }
         EXPECT_TRUE(fed);
-        ExpectEndedPromptlyAfter(set);
-        EXPECT_LE(bytes, 3u * 176400);
+        ExpectEndedPromptly(setter, setAt);
+        EXPECT_LE(got, bytes.size());
     }
     EXPECT_EQ(decoder.ErrorLog(), "");
-
     EXPECT_TRUE(decoder.Close());
     release = true;
     feeder.join();
@@ -202,15 +141,9 @@ TEST(Quit, EndsDecodeBlockBlockedOnAStalledInput) {
 
 // A set event refuses work before it starts; reset, the run goes on with
 // nothing lost.
-TEST(Quit, AlreadySetRefusesAtOnceAndLosesNothing) {
-    it::TempDir dir;
+TEST_F(QuitTest, AlreadySetRefusesAtOnceAndLosesNothing) {
     const std::string path = dir.File("tone.flac");
     it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-ac", "2", path});
-    const it::Wave64 reference = it::ReferenceDecode(dir, path);
-    QuitFifo quit(dir.File("quit"));
-
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
     quit.Set();
     const auto start = Clock::now();
     EXPECT_FALSE(decoder.Open(path, 0));
@@ -226,12 +159,12 @@ TEST(Quit, AlreadySetRefusesAtOnceAndLosesNothing) {
     EXPECT_FALSE(decoder.DecodeBlock(block));
     quit.Reset();
     ASSERT_TRUE(decoder.ReadToEnd(samples));
-    EXPECT_TRUE(samples == reference.data);
+    EXPECT_TRUE(samples == it::ReferenceDecode(path).data);
     EXPECT_EQ(decoder.ErrorLog(), "");
 }
 
 // fdhost --quit-after-ms sets its own event: a decode that would wait for
-// ever ends with the failure status.
+// ever ends with the failure status, within Close's grace time.
 TEST(Quit, FdhostQuitAfterMs) {
     it::TempDir dir;
     const std::string input = dir.File("silent.wav");
@@ -240,8 +173,72 @@ TEST(Quit, FdhostQuitAfterMs) {
     const it::RunResult run =
         it::Fdhost({"decode", "--quiet", "--quit-after-ms", "200", input, "-o", dir.File("out.wav")});
     EXPECT_EQ(run.exitCode, 1);
-    // The quit, then Close's grace time for a worker that can't notice.
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(Concurrency, FourDecodersInFourThreadsEachExact) {
+    it::TempDir dir;
+    const std::vector<std::vector<std::string>> encodes = {
+        {"sine=frequency=220:duration=3", "-ac", "2", dir.File("a.flac")},
+        {"sine=frequency=330:duration=3:sample_rate=48000", "-ac", "2", "-c:a", "ac3", dir.File("b.ac3")},
+        {"sine=frequency=440:duration=3", "-ac", "6", "-c:a", "pcm_s24le", dir.File("c.mka")},
+        {"sine=frequency=550:duration=3", "-ac", "1", "-c:a", "tta", dir.File("d.tta")},
+    };
+    const size_t n = encodes.size();
+    std::vector<std::string> references(n), outputs(n), errors(n);
+    for (size_t i = 0; i < n; ++i) {
+        std::vector<std::string> args = {"-f", "lavfi", "-i"};
+        args.insert(args.end(), encodes[i].begin(), encodes[i].end());
+        it::Ffmpeg(args);
+        references[i] = it::ReferenceDecode(encodes[i].back()).data;
+    }
+    it::Plugin();   // loaded before the threads start
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < n; ++i) {
+        threads.emplace_back([&, i] {
+            it::TestDecoder decoder;
+            if (!decoder.Open(encodes[i].back(), kOpenWantTags | kOpenWantInfo) || !decoder.ReadToEnd(outputs[i])) {
+                errors[i] = "failed: " + decoder.ErrorLog();
+            }
+            decoder.Close();
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (size_t i = 0; i < n; ++i) {
+        SCOPED_TRACE(encodes[i].back());
+        EXPECT_EQ(errors[i], "");
+        EXPECT_EQ(outputs[i].size(), references[i].size());
+        EXPECT_TRUE(outputs[i] == references[i]) << "sample bytes differ";
+    }
+}
+
+// One run as a host makes it; false on any failure.
+bool OneCycle(it::TestDecoder& decoder, const std::string& path) {
+    DecoderBlockInfo block{};
+    return decoder.Open(path, kOpenWantTags | kOpenWantInfo) && decoder.DecodeBlock(block) &&
+           decoder.SetPosition(2000) && decoder.DecodeBlock(block) && decoder.Close();
+}
+
+TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
+    it::TempDir dir;
+    const std::string path = dir.File("tiny.wav");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.2", "-ac", "2", path});
+    {
+        it::TestDecoder warmUp;
+        ASSERT_TRUE(OneCycle(warmUp, path)) << warmUp.ErrorLog();
+    }
+    const it::Resources before = it::CurrentResources();
+    it::TestDecoder decoder;
+    const int cycles = std::getenv("FD_IT_CYCLES") ? std::atoi(std::getenv("FD_IT_CYCLES")) : 500;
+    for (int i = 0; i < cycles; ++i) {
+        ASSERT_TRUE(OneCycle(decoder, path)) << "cycle " << i << ": " << decoder.ErrorLog();
+    }
+    decoder.Destroy();
+    const it::Resources after = it::CurrentResources();
+    EXPECT_EQ(after.descriptors, before.descriptors + 2) << "the decoder's two logs stay open until it goes";
+    EXPECT_EQ(after.threads, before.threads);
+    EXPECT_EQ(after.children, 0);
+    EXPECT_EQ(decoder.ErrorLog(), "");
 }
 
 }  // namespace

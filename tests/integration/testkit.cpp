@@ -1,6 +1,5 @@
 #include "testkit.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -20,64 +19,48 @@ extern char** environ;
 namespace it {
 namespace {
 
-// An unnamed file that collects one stream of a child.
-class Capture {
-public:
-    Capture() : file_(std::tmpfile()) {
-        if (file_ == nullptr) throw std::runtime_error("no temporary file");
-        ::fcntl(::fileno(file_), F_SETFD, FD_CLOEXEC);
-    }
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-    ~Capture() { std::fclose(file_); }
+namespace fs = std::filesystem;
 
-    int Fd() const { return ::fileno(file_); }
-    std::string Text() const {
-        std::string text;
-        ::lseek(Fd(), 0, SEEK_SET);
-        char buffer[65536];
-        for (ssize_t got; (got = ::read(Fd(), buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(got));
-        return text;
-    }
-
-private:
-    std::FILE* file_;
-};
-
-uint64_t U64At(const std::string& bytes, size_t offset) {
-    return uint64_t{U32At(bytes, offset)} | uint64_t{U32At(bytes, offset + 4)} << 32;
+// Unnamed files rather than pipes: a child's output can't fill them and stall it.
+std::FILE* CaptureFile() {
+    std::FILE* file = std::tmpfile();
+    if (file == nullptr) throw std::runtime_error("no temporary file");
+    ::fcntl(::fileno(file), F_SETFD, FD_CLOEXEC);
+    return file;
 }
 
-int ParentOf(const std::string& statText) {
-    // "pid (name) state ppid ...": the name may hold blanks and brackets.
-    const size_t close = statText.rfind(')');
-    if (close == std::string::npos) return -1;
-    std::istringstream rest(statText.substr(close + 1));
-    std::string state;
-    int parent = -1;
-    rest >> state >> parent;
-    return parent;
+std::string TextOf(std::FILE* file) {
+    std::string text;
+    char buffer[65536];
+    for (off_t at = 0;;) {
+        const ssize_t got = ::pread(::fileno(file), buffer, sizeof buffer, at);
+        if (got <= 0) break;
+        text.append(buffer, static_cast<size_t>(got));
+        at += got;
+    }
+    std::fclose(file);
+    return text;
 }
 
 int CountEntries(const char* folder) {
-    int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        (void)entry;
-        ++count;
-    }
-    return count;
+    return static_cast<int>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
 }
 
 int CountChildren() {
-    const int self = static_cast<int>(::getpid());
     int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        const std::string name = entry.path().filename().string();
-        if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    for (const auto& entry : fs::directory_iterator("/proc")) {
+        if (entry.path().filename().string().find_first_not_of("0123456789") != std::string::npos) continue;
         std::ifstream stat(entry.path() / "stat");
         std::string text;
         std::getline(stat, text);
-        if (ParentOf(text) == self) ++count;
+        // "pid (name) state ppid ...": the name may hold blanks and brackets.
+        const size_t close = text.rfind(')');
+        if (close == std::string::npos) continue;
+        std::istringstream rest(text.substr(close + 1));
+        std::string state;
+        int parent = -1;
+        rest >> state >> parent;
+        count += parent == ::getpid();
     }
     return count;
 }
@@ -85,41 +68,38 @@ int CountChildren() {
 }  // namespace
 
 TempDir::TempDir() {
-    std::string pattern = std::filesystem::temp_directory_path().string() + "/fd-it-XXXXXX";
+    std::string pattern = fs::temp_directory_path().string() + "/fd-it-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path_ = pattern;
 }
 
 TempDir::~TempDir() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    fs::remove_all(path_, ignored);
 }
 
 RunResult Run(const std::vector<std::string>& argv) {
-    Capture out;
-    Capture err;
+    std::FILE* out = CaptureFile();
+    std::FILE* err = CaptureFile();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, out.Fd(), 1);
-    posix_spawn_file_actions_adddup2(&actions, err.Fd(), 2);
+    posix_spawn_file_actions_adddup2(&actions, ::fileno(out), 1);
+    posix_spawn_file_actions_adddup2(&actions, ::fileno(err), 2);
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
     pid_t pid = 0;
     const int failed = posix_spawn(&pid, argv[0].c_str(), &actions, nullptr, args.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    RunResult result;
-    if (failed != 0) {
-        result.err = "cannot start " + argv[0];
-        return result;
-    }
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0) {
+    while (failed == 0 && ::waitpid(pid, &status, 0) < 0) {
     }
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = out.Text();
-    result.err = err.Text();
+    RunResult result;
+    result.exitCode = failed == 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = TextOf(out);
+    result.err = TextOf(err);
+    if (failed != 0) result.err = "cannot start " + argv[0];
     return result;
 }
 
@@ -164,27 +144,24 @@ Wave64 ParseWave64(const std::string& bytes) {
         throw std::runtime_error("not a Wave64 stream");
     }
     Wave64 result;
-    size_t pos = 40;
-    while (bytes.size() - pos >= 24) {
-        const std::string name = bytes.substr(pos, 4);
-        const uint64_t size = U64At(bytes, pos + 16);
+    for (size_t pos = 40; bytes.size() - pos >= 24;) {
+        const uint64_t size = U32At(bytes, pos + 16) | uint64_t{U32At(bytes, pos + 20)} << 32;
         if (size < 24) throw std::runtime_error("Wave64 chunk size below 24");
-        if (name == "data") {
-            // On a pipe the size is a placeholder: the data runs to the end.
+        // On a pipe the data size is a placeholder: the data runs to the end.
+        if (bytes.compare(pos, 4, "data") == 0) {
             result.data = bytes.substr(pos + 24, size - 24);
             return result;
         }
         if (size - 24 > bytes.size() - pos - 24) throw std::runtime_error("Wave64 chunk past the end");
-        if (name == "fmt ") result.format = bytes.substr(pos + 24, size - 24);
+        if (bytes.compare(pos, 4, "fmt ") == 0) result.format = bytes.substr(pos + 24, size - 24);
         pos += (size + 7) / 8 * 8;
     }
     throw std::runtime_error("Wave64 stream without data");
 }
 
-Wave64 ReferenceDecode(const TempDir& dir, const std::string& input, const std::string& seconds) {
-    (void)dir;
-    // To a pipe, as the plug-in reads it: written to a file, ffmpeg counts
-    // the chunk's padding into the data size.
+Wave64 ReferenceDecode(const std::string& input, const std::string& seconds) {
+    // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the
+    // chunk's padding into the data size.
     std::vector<std::string> argv = {FD_FFMPEG_PATH, "-hide_banner", "-loglevel", "error", "-nostdin"};
     if (!seconds.empty()) argv.insert(argv.end(), {"-ss", seconds});
     argv.insert(argv.end(), {"-i", input, "-f", "w64", "-"});
@@ -194,19 +171,14 @@ Wave64 ReferenceDecode(const TempDir& dir, const std::string& input, const std::
 }
 
 Resources CurrentResources() {
-    Resources now;
-    now.descriptors = CountEntries("/proc/self/fd");
-    now.threads = CountEntries("/proc/self/task");
-    now.children = CountChildren();
-    return now;
+    return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"), CountChildren()};
 }
 
 int ChildrenAfter(int limitMs) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
     int children = CountChildren();
-    while (children > 0 && std::chrono::steady_clock::now() < end) {
+    for (; children > 0 && std::chrono::steady_clock::now() < end; children = CountChildren()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        children = CountChildren();
     }
     return children;
 }

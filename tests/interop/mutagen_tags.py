@@ -1,11 +1,7 @@
-"""APEv2 and ID3v1 through mutagen, for the interop tests.
+"""usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE SPEC.json
 
-usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE SPEC.json
-
-APE spec: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}};
-keys compare without case. ID3v1 spec: {"title", "artist", "album", "year", "comment",
-"track", "genre"}, each a string, absent when empty. "-expect" exits 1 and prints both
-sides on a mismatch; "id3v1-write" appends an ID3v1.1 tag.
+APE spec: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}}, keys
+without case. ID3v1 spec: {"title", "artist", ..., "genre"}: strings, absent when empty.
 """
 
 import json
@@ -69,11 +65,9 @@ def id3v1_write(path, spec):
 
 
 def compare(actual, expected):
-    if actual == expected:
-        return 0
-    print("expected:", json.dumps(expected, sort_keys=True, ensure_ascii=False))
-    print("actual:  ", json.dumps(actual, sort_keys=True, ensure_ascii=False))
-    return 1
+    for label, value in (("expected:", expected), ("actual:  ", actual)):
+        print(label, json.dumps(value, sort_keys=True, ensure_ascii=False))
+    return 0 if actual == expected else 1
 
 
 def main(argv):

@@ -1,6 +1,5 @@
-// The standard tags through the plug-in and fdhost, as a host uses them: Open
-// hands out the file's own tags, Set("IDTags") and DeleteATag change them, and
-// the audio in front of the tags never changes.
+// The standard tags through the plug-in and fdhost on a real .tta: the audio
+// in front of the tags never changes.
 
 #include <gtest/gtest.h>
 
@@ -38,18 +37,14 @@ protected:
         EXPECT_EQ(result.exitCode, 0) << result.err;
         return result.out;
     }
-    // The plug-in's UTF-16LE log as ASCII text.
-    std::string Log() {
-        std::string text;
-        for (char c : ReadFile(errorLog)) text += c ? std::string(1, c) : "";
+    std::string Log() {   // UTF-16LE as ASCII
+        std::string text = ReadFile(errorLog);
+        std::erase(text, '\0');
         return text;
     }
 
     TempDir dir;
-    std::string tta = dir.File("tone.tta");
-    std::string png = dir.File("cover.png");
-    std::string errorLog = dir.File("error.log");
-    std::string audio;
+    std::string tta = dir.File("tone.tta"), png = dir.File("cover.png"), errorLog = dir.File("error.log"), audio;
 };
 
 }  // namespace
@@ -59,12 +54,12 @@ TEST_F(StdTagsThroughPlugin, WriteOpenAndDelete) {
                     "Front Album Cover=" + png + ":Sleeve"}),
               0);
     std::string info = Info();
-    EXPECT_NE(info.find(Entry("ID Tag", "APEv2")), std::string::npos) << info;
-    EXPECT_NE(info.find(Entry("Title", "Hello")), std::string::npos) << info;
-    EXPECT_NE(info.find(Entry("Artist", "A\\rB")), std::string::npos) << info;
     // APE covers keep no description.
-    std::string cover = Entry("_albumart_1_Front Album Cover", "") + ",\"data_size\":" + std::to_string(ReadFile(png).size());
-    EXPECT_NE(info.find(cover), std::string::npos) << info;
+    for (const std::string& entry : {Entry("ID Tag", "APEv2"), Entry("Title", "Hello"), Entry("Artist", "A\\rB"),
+                                     Entry("_albumart_1_Front Album Cover", "") + ",\"data_size\":" +
+                                         std::to_string(ReadFile(png).size())}) {
+        EXPECT_NE(info.find(entry), std::string::npos) << entry << "\n" << info;
+    }
 
     WriteFile(dir.File("blob.bin"), std::string("\0\1\2", 3));
     WriteFile(dir.File("tags.json"),
@@ -88,13 +83,10 @@ TEST_F(StdTagsThroughPlugin, WriteOpenAndDelete) {
 
 TEST_F(StdTagsThroughPlugin, RefusalsAreReported) {
     std::string wav = dir.File("tone.wav");
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.1", wav});
-    std::string before = ReadFile(wav);
-    EXPECT_EQ(Host({"write", wav, "--set", "Title=x"}), 1);
+    WriteFile(wav, "RIFF");
     EXPECT_EQ(Host({"delete", wav}), 1);
-    EXPECT_EQ(ReadFile(wav), before);
-    EXPECT_NE(Log().find("Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]"), std::string::npos)
-        << Log();
+    EXPECT_EQ(ReadFile(wav), "RIFF");
+    EXPECT_NE(Log().find("Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]"), std::string::npos);
     EXPECT_EQ(Host({"write", tta, "--picture", "No Such Type=" + png}), 2);
     EXPECT_EQ(Host({"write", tta, "--from-json", dir.File("missing.json")}), 1);
 }

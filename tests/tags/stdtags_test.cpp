@@ -18,16 +18,8 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr size_t kAudio = 5000;
-
-class StdTagsTest : public ::testing::Test {
+class StdTagsTest : public TagFileTest {
 protected:
-    void Make(const std::string& tail) { WriteFile(path, AudioBytes(kAudio) + tail); }
-    std::string Tail() {
-        std::string bytes = ReadFile(path);
-        EXPECT_EQ(bytes.substr(0, kAudio), AudioBytes(kAudio));
-        return bytes.substr(kAudio);
-    }
     std::string ReadAll(std::string& version) {
         IDTags tags;
         clString joined;
@@ -36,16 +28,8 @@ protected:
         return Describe(tags);
     }
     bool Write(int family = 1) { return WriteStdTags(S(path), TitleAndArtist(), family, log.Target()); }
-    static IDTags TitleAndArtist() {
-        IDTags tags;
-        tags.Add(S("Title"), S("New"));
-        tags.Add(S("Artist"), S("A\rB"));
-        return tags;
-    }
+    static IDTags TitleAndArtist() { return Tags({{"Title", "New"}, {"Artist", "A\rB"}}); }
 
-    TempDir dir;
-    LogCapture log{dir};
-    std::string path = dir.File("song.tta");
     const std::string newApe = ApeTag({{"Title", "New"}, {"Artist", "A\0B"s}}).Bytes();
 };
 

@@ -1,6 +1,5 @@
-// The APE engine over real files: where a tag is found, how items become
-// entries and back, the versions and covers, and that neither a damaged tag
-// nor a write ever touches the audio in front of the tag.
+// The APE engine over real files: neither a damaged tag nor a write may ever
+// touch the audio in front of the tag.
 
 #include <gtest/gtest.h>
 
@@ -13,19 +12,16 @@ using namespace std::string_literals;
 
 namespace {
 
-constexpr int64_t kAudio = 1000;
+constexpr int64_t kStart = TagFileTest::kAudio;   // where a tag behind the audio begins
 
 struct ReadResult {
-    bool ok = false;
-    bool exists = false;
-    std::string tags;
+    bool ok = false, exists = false;
+    std::string tags, saved;
     int64_t tagStart = -2;
-    std::string saved;
 };
 
-class APETest : public ::testing::Test {
+class APETest : public TagFileTest {
 protected:
-    void Make(const std::string& tail) { WriteFile(path, AudioBytes(kAudio) + tail); }
     ReadResult Read(bool keepRaw = false) {
         clFile file = OpenFile(path, clFile::kRead);
         TagAPEv2 engine(file);
@@ -43,24 +39,15 @@ protected:
         TagAPEv2 engine(file);
         if (version1) engine.SetOption(S("APEWriteAPE1Tag"));
         bool ok = engine.Write(tags, merge);
-        EXPECT_EQ(ReadFile(path).substr(0, kAudio), AudioBytes(kAudio));
+        Tail();   // checks the audio
         return ok;
     }
     void DeleteTag(const char* name) {
         clFile file = OpenFile(path);
-        TagAPEv2(file).DeleteTag(S(name));
+        if (name) TagAPEv2(file).DeleteTag(S(name));
+        else TagAPEv2(file).Delete();
     }
-    std::string Tail() { return ReadFile(path).substr(kAudio); }
-
-    TempDir dir;
-    std::string path = dir.File("a.tta");
 };
-
-IDTags Tags(std::initializer_list<std::pair<const char*, std::string>> entries) {
-    IDTags tags;
-    for (const auto& [name, value] : entries) tags.Add(S(name), S(value));
-    return tags;
-}
 
 }  // namespace
 
@@ -70,12 +57,12 @@ TEST_F(APETest, FindsTheTagAtTheEndOrInFrontOfID3v1) {
     ReadResult r = Read();
     EXPECT_TRUE(r.ok && r.exists);
     EXPECT_EQ(r.tags, "Title=T;Artist=a|b;TagVersion=APEv2;");
-    EXPECT_EQ(r.tagStart, kAudio);
+    EXPECT_EQ(r.tagStart, kStart);
     EXPECT_EQ(r.saved, id3);
 
     Make(ApeTag({{"Title", "Caf\xE9\0"s}}, 1000, false).Bytes());
     EXPECT_EQ(Read().tags, "Title=Caf\xC3\xA9;TagVersion=APEv1;");
-    EXPECT_EQ(Read().tagStart, kAudio);
+    EXPECT_EQ(Read().tagStart, kStart);
 
     // Small tags at the very end aren't ID3v1: at 131 bytes the header shows
     // "TAG" just where an ID3v1 tag would, and an item's text may do the same.
@@ -85,35 +72,10 @@ TEST_F(APETest, FindsTheTagAtTheEndOrInFrontOfID3v1) {
         Make(ApeTag({{"K", value}}).Bytes());
         r = Read();
         EXPECT_EQ(r.tags, "K=" + value + ";TagVersion=APEv2;") << total;
-        EXPECT_EQ(r.tagStart, kAudio) << total;
+        EXPECT_EQ(r.tagStart, kStart) << total;
         EXPECT_EQ(r.saved, std::string(128, '\0')) << total;
         clFile file = OpenFile(path, clFile::kRead);
         EXPECT_FALSE(TagID3v1(file).Exists()) << total;
-    }
-}
-
-TEST_F(APETest, FilesWithoutATagOrEntries) {
-    WriteFile(path, AudioBytes(130));
-    ReadResult r = Read();
-    EXPECT_TRUE(r.ok && !r.exists && r.tags.empty());
-    EXPECT_EQ(r.tagStart, 130);
-
-    struct Case {
-        std::string tail;
-        bool exists;
-        int64_t tagStart;
-    } cases[] = {
-        {Id3v1("x"), false, kAudio},
-        {ApeTag({{"T", "t"}}, 3000).Bytes(), false, kAudio + 75},   // unknown version: no tag, 75 bytes
-        {ApeTag().Bytes(), true, kAudio},                          // an empty tag adds no version
-    };
-    for (const Case& c : cases) {
-        Make(c.tail);
-        r = Read();
-        EXPECT_TRUE(r.ok);
-        EXPECT_EQ(r.exists, c.exists);
-        EXPECT_EQ(r.tags, "");
-        EXPECT_EQ(r.tagStart, c.tagStart);
     }
 }
 
@@ -152,16 +114,16 @@ TEST_F(APETest, DamagedTagsNeitherFailWildlyNorClaimAudio) {
         tag.count = count;
         Make(tag.Bytes());
         EXPECT_EQ(Read().tags, count == 1 ? "A=1;TagVersion=APEv2;" : "A=1;B=2;TagVersion=APEv2;");
-        EXPECT_EQ(Read().tagStart, kAudio);
+        EXPECT_EQ(Read().tagStart, kStart);
     }
     // Sizes below a footer or beyond the file fail the read.
-    for (int64_t size : {int64_t{31}, int64_t{0}, kAudio + 1000, int64_t{0xFFFFFFFF}}) {
+    for (int64_t size : {int64_t{31}, int64_t{0}, kStart + 1000, int64_t{0xFFFFFFFF}}) {
         ApeTag tag({{"A", "1"}});
         tag.size = size;
         Make(tag.Bytes());
         ReadResult r = Read();
         EXPECT_TRUE(!r.ok && r.exists) << size;
-        EXPECT_EQ(r.tagStart, kAudio + static_cast<int64_t>(tag.Bytes().size())) << size;
+        EXPECT_EQ(r.tagStart, kStart + static_cast<int64_t>(tag.Bytes().size())) << size;
     }
     // An item that can't be read ends the walk; the stated size can't be
     // vouched for, so the tag is taken to begin nowhere before its footer's end.
@@ -174,13 +136,18 @@ TEST_F(APETest, DamagedTagsNeitherFailWildlyNorClaimAudio) {
         ReadResult r = Read();
         EXPECT_TRUE(r.ok);
         EXPECT_EQ(r.tags, "Good=g;TagVersion=APEv2;");
-        EXPECT_EQ(r.tagStart, kAudio + static_cast<int64_t>(tail.size()));
+        EXPECT_EQ(r.tagStart, kStart + static_cast<int64_t>(tail.size()));
     }
+    // An unknown version is no tag, 75 bytes of audio.
+    Make(ApeTag({{"T", "t"}}, 3000).Bytes());
+    ReadResult unknown = Read();
+    EXPECT_TRUE(unknown.ok && !unknown.exists && unknown.tags.empty());
+    EXPECT_EQ(unknown.tagStart, kStart + 75);
     // A header flag without a header in front: those 32 bytes stay audio.
     std::string noHeader = ApeTag({{"A", "1"}}, 2000, false).Bytes();
     noHeader.replace(noHeader.size() - 12, 4, U32(0x80000000u));
     Make(noHeader);
-    EXPECT_EQ(Read().tagStart, kAudio);
+    EXPECT_EQ(Read().tagStart, kStart);
 
     // A rewrite goes behind what it can't vouch for: a size beyond the file, a
     // size that reaches into the audio, an item that can't be read.
@@ -261,24 +228,20 @@ TEST_F(APETest, CoversAndDeletion) {
     IDTags replace;
     replace.AddBinary(S("_albumart_2_Front Album Cover<subdesc>New"), "NEW", 3);
     ASSERT_TRUE(Write(replace, true));
-    std::string covers = ApeTag({{"Title", "t"}, {"BPM", "1"}, {"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
-                                 {"Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2}})
-                             .Bytes();
-    EXPECT_NE(Tail().find(ApeItem("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2).Bytes()), std::string::npos);
+    const ApeItem back("Cover Art (back)", "C:\\Pretend.png\0"s + png, 2);
+    const ApeItem front("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2);
+    EXPECT_EQ(Tail(), ApeTag({back, front, {"Blob", "\0\1"s, 2}}).Bytes());
 
-    Make(covers + Id3v1("t"));
+    Make(ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + Id3v1("t"));
     std::string before = ReadFile(path);
     DeleteTag("nothing");
     EXPECT_EQ(ReadFile(path), before);
     DeleteTag("tempo");
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, {"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
-                              {"Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2}})
-                              .Bytes() + Id3v1("t"));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, back, front}).Bytes() + Id3v1("t"));
     // APE covers have no description, and an empty one matches every picture
     // without one: removing one cover removes them all.
     DeleteTag("_albumart_1_Front Album Cover");
     EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}}).Bytes() + Id3v1("t"));
-    clFile file = OpenFile(path);
-    TagAPEv2(file).Delete();
+    DeleteTag(nullptr);
     EXPECT_EQ(Tail(), Id3v1("t"));
 }

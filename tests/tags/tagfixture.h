@@ -3,6 +3,7 @@
 // a short text form of a collection, and a capture of the error log.
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -12,7 +13,6 @@
 
 #include "support/clFile.h"
 #include "support/clLog.h"
-#include "support/textcodec.h"
 #include "tags/idtags.h"
 #include "tests/integration/testkit.h"
 
@@ -67,16 +67,14 @@ struct ApeTag {
     int64_t count = -1, size = -1;
 };
 
-inline std::string Field(const std::string& text, size_t width) {
-    std::string field = text.substr(0, width);
-    field.resize(width, '\0');
-    return field;
-}
-
 // An ID3v1 tag; a track number makes it ID3v1.1 with a comment of 28 bytes.
 inline std::string Id3v1(const std::string& title, const std::string& artist = "", const std::string& album = "",
                          const std::string& year = "", const std::string& comment = "", int track = 0,
                          int genre = 255) {
+    const auto Field = [](std::string text, size_t width) {
+        text.resize(width, '\0');
+        return text;
+    };
     std::string tag = "TAG" + Field(title, 30) + Field(artist, 30) + Field(album, 30) + Field(year, 4);
     tag += track == 0 ? Field(comment, 30) : Field(comment, 28) + '\0' + static_cast<char>(track);
     return tag + static_cast<char>(genre);
@@ -101,6 +99,12 @@ inline std::string Describe(const IDTags& tags) {
     return out;
 }
 
+inline IDTags Tags(std::initializer_list<std::pair<const char*, std::string>> entries) {
+    IDTags tags;
+    for (const auto& [name, value] : entries) tags.Add(S(name), S(value));
+    return tags;
+}
+
 inline clFile OpenFile(const std::string& path, uint32_t access = clFile::kReadWrite) {
     clFile file(S(path));
     if (!file.Open(access)) throw std::runtime_error("cannot open " + path);
@@ -120,19 +124,35 @@ public:
     ~LogCapture() { ::close(fd_); }
 
     const clLogTarget* Target() const { return &target_; }
-    std::string Text() const {
-        std::string bytes = ReadFile(path_);
-        std::u16string units;
-        for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-            units += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | static_cast<uint8_t>(bytes[i + 1]) << 8);
-        }
-        return text::Utf16ToUtf8(units);
+    std::string Text() const {   // UTF-16LE as ASCII
+        std::string text = ReadFile(path_);
+        std::erase(text, '\0');
+        return text;
     }
 
 private:
     std::string path_;
     int fd_ = -1;
     clLogTarget target_;
+};
+
+// A file of stand-in audio with `tail` behind it; Tail() also checks that
+// the audio in front is unchanged.
+class TagFileTest : public ::testing::Test {
+public:
+    static constexpr size_t kAudio = 1000;
+
+protected:
+    void Make(const std::string& tail, size_t audio = kAudio) { WriteFile(path, AudioBytes(audio) + tail); }
+    std::string Tail() const {
+        std::string bytes = ReadFile(path);
+        EXPECT_EQ(bytes.substr(0, kAudio), AudioBytes(kAudio));
+        return bytes.substr(kAudio);
+    }
+
+    TempDir dir;
+    LogCapture log{dir};
+    std::string path = dir.File("song.tta");
 };
 
 }  // namespace tagtest

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tagfixture.h"
 #include "tags/tagid3v1.h"
 
@@ -10,36 +12,22 @@ using namespace tagtest;
 
 namespace {
 
-constexpr size_t kAudio = 1000;
-
-class ID3v1Test : public ::testing::Test {
+class ID3v1Test : public TagFileTest {
 protected:
-    void Make(const std::string& tail, size_t audio = kAudio) { WriteFile(path, AudioBytes(audio) + tail); }
     std::string Read() {
         clFile file = OpenFile(path, clFile::kRead);
         IDTags tags;
         EXPECT_TRUE(TagID3v1(file).Read(tags, true));
         return Describe(tags);
     }
-    // Writes; the audio in front of the tag must stay as it was.
     void Write(const IDTags& tags, bool merge, bool version10 = false) {
         clFile file = OpenFile(path);
         TagID3v1 engine(file);
         if (version10) engine.SetOption(S("ID3v1Write10"));
         EXPECT_TRUE(engine.Write(tags, merge));
-        EXPECT_EQ(ReadFile(path).substr(0, kAudio), AudioBytes(kAudio));
+        Tail();   // checks the audio
     }
-    std::string Tail() { return ReadFile(path).substr(kAudio); }
-
-    TempDir dir;
-    std::string path = dir.File("a.tak");
 };
-
-IDTags Tags(std::initializer_list<std::pair<const char*, const char*>> entries) {
-    IDTags tags;
-    for (const auto& [name, value] : entries) tags.Add(S(name), S(value));
-    return tags;
-}
 
 }  // namespace
 
@@ -68,34 +56,26 @@ TEST_F(ID3v1Test, ReadsBothVersions) {
 
 TEST_F(ID3v1Test, WriteCutsFieldsAtTheirLimits) {
     Make(Id3v1("old"));
-    IDTags tags = Tags({{"title", ""}, {"Artist", "A\rB"}, {"Comment", ""}, {"Track", "5"}, {"Genre", "undefined\rRock"}});
-    tags[0].Value = S(std::string(31, 'T'));
-    tags[2].Value = S(std::string(30, 'c'));
+    IDTags tags = Tags({{"title", std::string(31, 'T')}, {"Artist", "A\rB"}, {"Comment", std::string(30, 'c')},
+                        {"Track", "5"}, {"Genre", "undefined\rRock"}});
     Write(tags, false);
     EXPECT_EQ(Tail(), Id3v1(std::string(30, 'T'), "A; B", "", "", std::string(28, 'c'), 5, 126));
     // ID3v1.0 ignores the track and keeps the whole comment.
     Write(tags, false, true);
     EXPECT_EQ(Tail(), Id3v1(std::string(30, 'T'), "A; B", "", "", std::string(30, 'c'), 0, 126));
 
-    struct Case {
-        const char* genre;
-        const char* track;
-        int genreByte;
-    } cases[] = {{"[No Genre]", "", 255}, {"no such genre", "", 255}, {"BLUES", "", 0}, {"", "256", 255}};
-    for (const Case& c : cases) {
+    // Track 256 keeps the ID3v1.1 marker but stores 0: it reads back as no track.
+    for (const auto& [genre, track, genreByte] : {std::tuple{"[No Genre]", "", 255}, {"no such genre", "", 255},
+                                                  {"BLUES", "", 0}, {"", "256", 255}}) {
         Make(Id3v1("x"));
-        Write(Tags({{"Genre", c.genre}, {"Track", c.track}}), true);
-        // Track 256 keeps the ID3v1.1 marker but stores 0: it reads back as no track.
-        EXPECT_EQ(Tail(), Id3v1("x", "", "", "", "", 0, c.genreByte)) << c.genre << c.track;
+        Write(Tags({{"Genre", genre}, {"Track", track}}), true);
+        EXPECT_EQ(Tail(), Id3v1("x", "", "", "", "", 0, genreByte)) << genre << track;
     }
-}
-
-TEST_F(ID3v1Test, MergeKeepsWhatTheTagCannotHold) {
+    // Merging keeps what the tag can't hold; a new track number shortens the comment to 28 bytes.
     std::string original = Id3v1("Title", "A; B", "Album", "2001", std::string(30, 'c'), 0, 17);
     Make(original);
     Write(Tags({{"Composer", "nobody"}, {"_albumart_1_Media", ""}}), true);
     EXPECT_EQ(Tail(), original);
-    // A new track number shortens the comment to 28 bytes.
     Write(Tags({{"TRACK", "3"}}), true);
     EXPECT_EQ(Tail(), Id3v1("Title", "A; B", "Album", "2001", std::string(28, 'c'), 3, 17));
 }

@@ -1,42 +1,124 @@
+// The transport pieces that need no worker: waits, aborters, in-memory
+// streams and the worker's own UTF-8 reading.
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
+#include <chrono>
 #include <numeric>
+#include <string>
 #include <vector>
 
 #include "transport/exceptions.h"
 #include "transport/streams.h"
 #include "transport/waitable.h"
+#include "transport/worker.h"
 
 namespace {
 
-std::vector<uint8_t> Counting(size_t size) {
-    std::vector<uint8_t> bytes(size);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
-    return bytes;
+using Clock = std::chrono::steady_clock;
+
+int64_t MsSince(Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-// Gives at most `step` bytes per read and records the largest request.
-class Trickle : public Qel::streamInMemory {
-public:
-    Trickle(const std::vector<uint8_t>& bytes, size_t step)
-        : Qel::streamInMemory(bytes.data(), bytes.size()), step_(step) {}
-    size_t read(void* buffer, size_t count) override {
-        largest = std::max(largest, count);
-        return Qel::streamInMemory::read(buffer, std::min(count, step_));
-    }
-    size_t largest = 0;
-
-private:
-    size_t step_;
+// Confirms its signal only on the `needed`-th check; 0: never.
+struct Picky : Qel::waitable {
+    explicit Picky(int n) : needed(n) { Set(); }
+    bool confirm() override { return needed != 0 && ++confirmations >= needed; }
+    int needed, confirmations = 0;
 };
 
-TEST(Streams, TwoLevelReadsAndSkips) {
-    const auto bytes = Counting(600);
-    Qel::streamInMemory skipping(bytes.data(), bytes.size());
-    EXPECT_EQ(skipping.skip(0), 0u);
-    EXPECT_EQ(skipping.skip(1000), 600u);
+// Gives at most `step` bytes per read and records the largest request.
+struct Trickle : Qel::streamInMemory {
+    Trickle(const std::vector<uint8_t>& bytes, size_t step) : Qel::streamInMemory(bytes.data(), bytes.size()), step(step) {}
+    size_t read(void* buffer, size_t count) override {
+        largest = std::max(largest, count);
+        return Qel::streamInMemory::read(buffer, std::min(count, step));
+    }
+    size_t step, largest = 0;
+};
+
+TEST(WaitAny, LimitsSignalsAndConfirmation) {
+    Qel::waitable a, b;
+    Qel::waitable* both[] = {&a, &b};
+    auto start = Clock::now();
+    EXPECT_EQ(Qel::WaitAny(both, 2, 0), -1);
+    EXPECT_LT(MsSince(start), 50);
+
+    b.Set();
+    EXPECT_EQ(Qel::WaitAny(both, 2, 0), 1);
+    EXPECT_EQ(Qel::WaitAny(both, 2, -1), 1) << "a manual-reset signal stays set";
+    b.Reset();
+    start = Clock::now();
+    EXPECT_EQ(Qel::WaitAny(both, 2, 0.1), -1);
+    EXPECT_GE(MsSince(start), 95);
+
+    // Nothing to wait for at all: a plain sleep.
+    start = Clock::now();
+    EXPECT_EQ(Qel::WaitAny(nullptr, 0, 0.25), -1);
+    EXPECT_GE(MsSince(start), 245);
+    EXPECT_LT(MsSince(start), 1000);
+
+    // Beyond the handles that fit without the heap.
+    std::vector<Qel::waitable> many(20);
+    std::vector<Qel::waitable*> list;
+    for (auto& w : many) list.push_back(&w);
+    many[18].Set();
+    EXPECT_EQ(Qel::WaitAny(list.data(), 20, 0), 18);
+
+    Picky picky(3), never(0);
+    Qel::waitable* one[] = {&picky};
+    EXPECT_EQ(Qel::WaitAny(one, 1, 1.0), 0);
+    EXPECT_EQ(picky.confirmations, 3);
+    // A signal that is never confirmed must not hold the wait past its limit.
+    one[0] = &never;
+    start = Clock::now();
+    EXPECT_EQ(Qel::WaitAny(one, 1, 0.1), -1);
+    EXPECT_LT(MsSince(start), 1000);
+}
+
+TEST(AborterScope, EnterRestoreAndAbort) {
+    ASSERT_EQ(Qel::CurrentAborter(), nullptr);
+    Qel::aborter outer, inner, tripped;
+    {
+        Qel::AborterScope first(outer);
+        EXPECT_EQ(Qel::CurrentAborter(), &outer);
+        {
+            Qel::AborterScope second(inner);
+            EXPECT_EQ(Qel::CurrentAborter(), &inner);
+            tripped.Set();
+            Qel::AborterScope third;
+            EXPECT_THROW(third.Enter(tripped), Qel::user_abort);
+            EXPECT_EQ(Qel::CurrentAborter(), &inner) << "a failed Enter leaves the slot";
+        }
+        EXPECT_EQ(Qel::CurrentAborter(), &outer);
+
+        // The current aborter reaches every wait, before the objects.
+        Qel::waitable ready;
+        ready.Set();
+        Qel::waitable* list[] = {&ready};
+        EXPECT_EQ(Qel::WaitAny(list, 1, 0), 0);
+        EXPECT_NO_THROW(Qel::CheckAbort());
+        outer.Set();
+        EXPECT_THROW(Qel::WaitAny(list, 1, 0), Qel::user_abort);
+        EXPECT_THROW(Qel::WaitAny(nullptr, 0, -1), Qel::user_abort);
+        EXPECT_THROW(Qel::CheckAbort(), Qel::user_abort);
+    }
+    EXPECT_EQ(Qel::CurrentAborter(), nullptr);
+
+    // A scope that was never entered leaves the slot alone.
+    {
+        Qel::AborterScope unused;
+        Qel::SetCurrentAborter(&inner);
+    }
+    EXPECT_EQ(Qel::CurrentAborter(), &inner);
+    Qel::SetCurrentAborter(nullptr);
+}
+
+TEST(Streams, ReadsAndSkipsOfExactSizes) {
+    std::vector<uint8_t> bytes(600);
+    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
     Qel::streamInMemory exact(bytes.data(), bytes.size());
     EXPECT_THROW(exact.skipExact(1000), Qel::invalid_input);
 
@@ -46,34 +128,35 @@ TEST(Streams, TwoLevelReadsAndSkips) {
     uint8_t byte = 0;
     trickle.readExact(&byte, 1);
     EXPECT_EQ(byte, bytes[300]);
-    EXPECT_EQ(trickle.skipNow(500), 299u);
-    EXPECT_THROW(trickle.readExact(&byte, 1), Qel::invalid_input);
-
-    // A short step ends the skip even before the end.
+    EXPECT_THROW(trickle.skipExact(300), Qel::invalid_input);
     Trickle slow(bytes, 100);
-    EXPECT_EQ(slow.skip(600), 100u);
-
-    Qel::streamInMemory whole(bytes.data(), bytes.size());
-    std::vector<uint8_t> copy(600);
-    EXPECT_EQ(whole.readWhenReady(copy.data(), 700), 600u);
-    EXPECT_EQ(copy, bytes);
+    EXPECT_EQ(slow.skip(600), 100u) << "a short step ends the skip even before the end";
 }
 
-TEST(Streams, ReadUntilDoneCollectsPiecesAndHonoursTheAborter) {
-    const auto bytes = Counting(10);
-    Trickle source(bytes, 3);
-    auto once = [&](uint8_t* buffer, size_t count) { return source.read(buffer, count); };
-    std::vector<uint8_t> got(16, 0xEE);
-    EXPECT_EQ(Qel::ReadUntilDone(once, got.data(), 16), 10u);
-    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), got.begin()));
-    EXPECT_EQ(got[10], 0xEE);
-
-    Qel::aborter stop;
-    Qel::AborterScope scope(stop);
-    stop.Set();
-    Trickle again(bytes, 3);
-    EXPECT_THROW(Qel::ReadUntilDone([&](uint8_t* b, size_t c) { return again.read(b, c); }, got.data(), 4),
-                 Qel::user_abort);
+TEST(FromUtf8, WorkerConversionRules) {
+    const std::pair<std::string, std::u16string> cases[] = {
+        {"abc", u"abc"},
+        {std::string("ab\0cd", 5), u"ab"},
+        {"\xC3\xA9\xE2\x82\xAC", u"\u00E9\u20AC"},
+        // One unit per character: U+1F600 keeps its low 16 bits, no surrogates.
+        {"\xF0\x9F\x98\x80!", std::u16string({char16_t(0xF600), u'!'})},
+        {"\xF8\x88\x80\x80\x81", std::u16string(1, char16_t(1))},       // 5 bytes
+        {"\xFC\x84\x80\x80\x80\x81", std::u16string(1, char16_t(1))},   // 6 bytes
+        // Every kind of bad input ends the text there, silently.
+        {"a\x80z", u"a"},                                                 // stray continuation
+        {"a\xC0\x80z", u"a"},                                             // forbidden lead
+        {"a\xC1\xBFz", u"a"},
+        {"a\xC3", u"a"},                                                  // passes the length
+        {"a\xE2\x82", u"a"},
+        {"a\xC3(z", u"a"},                                                // bad continuation
+        {"a\xE0\x80\x80z", u"a"},                                         // overlong, 3 bytes
+        {"a\xF0\x80\x80\x80z", u"a"},                                     // overlong, 4 bytes
+        {"a\xFE", u"a"},
+    };
+    for (const auto& [bytes, expected] : cases) EXPECT_EQ(FromUtf8Units(bytes.data(), bytes.size()), expected) << bytes;
+    EXPECT_EQ(FromUtf8Units("abc", 2), u"ab");
+    EXPECT_EQ(FromUtf8Units(nullptr, 4), u"");
+    EXPECT_EQ(FromUtf8("x\xC3\xA9y", 4).View(), u"x\u00E9y");
 }
 
 }  // namespace

@@ -1,0 +1,273 @@
+// clFile on real files in a private temporary folder (ShiftTail checked byte
+// for byte against a model of the move), and clLog: the bytes that reach its
+// two sinks, the indentation, and whole lines when threads log at once.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/clFile.h"
+#include "support/clLog.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes RandomBytes(size_t count, unsigned seed) {
+    std::mt19937 engine(seed);
+    Bytes out(count);
+    for (auto& b : out) b = static_cast<uint8_t>(engine());
+    return out;
+}
+
+clString Path(const std::string& utf8) { return clString::FromUtf8(utf8); }
+std::u16string S(const clString& s) { return std::u16string(s.View()); }
+
+Bytes Load(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), {});
+}
+
+int OpenDescriptorCount() {
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+}
+
+class ClFileTest : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "clfile-XXXXXX").string();
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        dir_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(dir_); }
+
+    std::string Make(const Bytes& content, const std::string& name = "f.bin") {
+        const std::string path = (dir_ / name).string();
+        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(content.data()),
+                                                    static_cast<std::streamsize>(content.size()));
+        return path;
+    }
+
+    std::filesystem::path dir_;
+};
+
+// A log file as the host opens it: an anonymous temporary file.
+struct Sink {
+    FILE* file = std::tmpfile();
+    ~Sink() { std::fclose(file); }
+    uint64_t Word() const { return static_cast<uint64_t>(fileno(file)); }
+    // Decodes UTF-16LE strictly, so a byte order mark or another byte order shows.
+    std::u16string Text() const {
+        std::string bytes(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
+        EXPECT_EQ(pread(fileno(file), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+        EXPECT_EQ(bytes.size() % 2, 0u);
+        std::u16string out;
+        for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+            out.push_back(static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | (static_cast<uint8_t>(bytes[i + 1]) << 8)));
+        return out;
+    }
+};
+
+class ClLogTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(errors_.file && trace_.file);
+        clLog::ResetForTesting();
+        target_.errorLog = errors_.Word();
+        target_.traceLog = trace_.Word();
+    }
+    void TearDown() override { clLog::ResetForTesting(); }
+
+    Sink errors_, trace_;
+    clLogTarget target_;
+};
+
+}  // namespace
+
+TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
+    const struct {
+        size_t size;
+        int64_t position, delta;
+    } cases[] = {
+        {20, 10, 5},       {20, 10, -5},       {20, 20, 7},           {20, 20, -7},           {20, 0, 3},
+        {20, 25, 4},       {20, 10, 0},        {200000, 1000, 5},     {200000, 1000, -5},     {200000, 3, 100000},
+        {200000, 100, -100}, {131072, 0, 65535}, {200000, 70000, 65536}, {200000, 70000, -65537},
+    };
+    unsigned seed = 1;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.size << " " << c.position << " " << c.delta);
+        const Bytes old = RandomBytes(c.size, seed++);
+        const std::string path = Make(old);
+        clFile file(Path(path));
+        ASSERT_TRUE(file.Open(clFile::kReadWrite));
+        EXPECT_TRUE(file.ShiftTail(c.position, c.delta));
+        file.Close();
+        // The model: the tail at its new place, the bytes left behind
+        // unchanged, a hole in a grown file read as zeros.
+        const auto size = static_cast<int64_t>(c.size);
+        Bytes expected = old;
+        expected.resize(static_cast<size_t>(std::max(size, size + c.delta)), 0);
+        if (c.position < size) std::copy(old.begin() + c.position, old.end(), expected.begin() + c.position + c.delta);
+        expected.resize(static_cast<size_t>(size + c.delta));
+        EXPECT_TRUE(Load(path) == expected);
+    }
+
+    // A read-only handle can't move anything and says so.
+    clFile readOnly(Path(Make(RandomBytes(100, 9))));
+    ASSERT_TRUE(readOnly.Open(clFile::kRead));
+    EXPECT_FALSE(readOnly.ShiftTail(10, 5));
+    EXPECT_FALSE(clFile().ShiftTail(0, 1));
+}
+
+TEST_F(ClFileTest, SetLengthGrowsWithZerosAndCuts) {
+    const Bytes old = RandomBytes(10, 3);
+    const std::string path = Make(old);
+    clFile file(Path(path));
+    ASSERT_TRUE(file.Open(clFile::kReadWrite));
+    ASSERT_TRUE(file.SetLength(10 + 65537));
+    EXPECT_EQ(file.Size(), 10 + 65537);
+    EXPECT_EQ(file.Tell(), 10 + 65537);
+    Bytes expected = old;
+    expected.resize(10 + 65537, 0);
+    EXPECT_TRUE(Load(path) == expected);
+
+    ASSERT_TRUE(file.SetLength(4));
+    EXPECT_TRUE(Load(path) == Bytes(old.begin(), old.begin() + 4));
+    EXPECT_FALSE(file.SetLength(-1));
+}
+
+TEST_F(ClFileTest, ReadTellsFailureFromEndOfFile) {
+    const Bytes old = RandomBytes(10, 4);
+    const std::string path = Make(old);
+    clFile file(Path(path));
+    ASSERT_TRUE(file.Open(clFile::kRead));
+    Bytes buffer(20);
+    bool failed = false;
+    EXPECT_EQ(file.Read(buffer.data(), 20, &failed), 10u);
+    EXPECT_FALSE(failed);
+    EXPECT_TRUE(Bytes(buffer.begin(), buffer.begin() + 10) == old);
+    EXPECT_EQ(file.Read(buffer.data(), 20, &failed), 0u);
+    EXPECT_FALSE(failed);
+    EXPECT_FALSE(file.Write(buffer.data(), 1));   // read-only
+
+    clFile writeOnly(Path(path));
+    ASSERT_TRUE(writeOnly.Open(clFile::kWrite));
+    EXPECT_EQ(writeOnly.Read(buffer.data(), 5, &failed), 0u);
+    EXPECT_TRUE(failed);
+
+    failed = false;
+    EXPECT_EQ(clFile().Read(buffer.data(), 5, &failed), 0u);
+    EXPECT_TRUE(failed);
+}
+
+TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
+    const int before = OpenDescriptorCount();
+    {
+        const clString missing = Path((dir_ / "missing \xC3\xA9.bin").string());
+        errno = ENOENT;
+        EXPECT_EQ(S(clFile::OpenErrorText(missing)),
+                  u"Error opening file '" + S(missing) + u"', check no other program has it open. (errno:2)");
+        EXPECT_FALSE(clFile(missing).Open(clFile::kRead));
+        EXPECT_FALSE(clFile(Path(dir_.string())).Open(clFile::kRead));   // a folder is no file
+
+        const std::string path = Make(Bytes{1, 2, 3}, "\xC3\xA9t\xC3\xA9.bin");   // UTF-8 name
+        clFile owner(Path(path));
+        ASSERT_TRUE(owner.Open(clFile::kRead));
+        EXPECT_NE(fcntl(static_cast<int>(owner.handle), F_GETFD) & FD_CLOEXEC, 0);
+        uint8_t bytes[2] = {};
+        EXPECT_EQ(clFile::Borrow(owner).Read(bytes, 1), 1u);   // the borrowed view leaves the handle open
+        EXPECT_EQ(owner.Read(bytes, 2), 2u);
+        EXPECT_EQ(bytes[0], 2);
+
+        clFile moved(std::move(owner));
+        clFile other(Path(path));
+        ASSERT_TRUE(other.Open(clFile::kRead));
+        moved = std::move(other);   // closes the handle it held
+        EXPECT_TRUE(moved.Open(clFile::kRead));   // reopening closes first
+    }
+    EXPECT_EQ(OpenDescriptorCount(), before);
+}
+
+TEST_F(ClLogTest, LineFormIndentationAndMissingSinks) {
+    const char* f = "f";
+    clLog::Trace(u"<-<-", &target_, f);   // nothing to close: stays at the margin
+    clLog::Trace(u"->->", &target_, f);
+    clLog::Trace(u"inner", &target_, f);
+    clLog::Trace(u"->->", &target_, f);
+    clLog::Trace(u"a", &target_, nullptr, false);
+    clLog::Trace(u"b", &target_, nullptr, false);
+    clLog::Trace(u"c", &target_, f, false);
+    clLog::Trace(u"d", &target_, f, true);
+    clLog::Error(u"Attempting to open null file path.", &target_, "clDecoder_ffmpeg::Open");
+    clLog::Trace(u"text ->-> inside", &target_, f);
+    clLog::Trace(u"<-<-", &target_, f);
+    clLog::Trace(u"<-<-", &target_, f);
+    clLog::Trace(u"after", &target_, nullptr);
+    clLog::Trace(u"label \xE9", &target_, "\xE9t\xE9");   // the label is ANSI text
+    const std::u16string traced = trace_.Text();
+    EXPECT_EQ(traced,
+              u"<-<-  [f]\r\n"
+              u"->->  [f]\r\n"
+              u"  inner  [f]\r\n"
+              u"  ->->  [f]\r\n"
+              u"    abcd  [f]\r\n"
+              u"*** Error: Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n"
+              u"    text ->-> inside  [f]\r\n"
+              u"  <-<-  [f]\r\n"
+              u"<-<-  [f]\r\n"
+              u"after\r\n"
+              u"label \u00E9  [\u00E9t\u00E9]\r\n");
+    EXPECT_EQ(errors_.Text(), u"Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
+    EXPECT_TRUE(clLog::CurrentIndent().Empty());
+
+    // Without sinks nothing is written, but the indentation still moves.
+    clLogTarget none;
+    clLogTarget allOnes{UINT64_MAX, 0, UINT64_MAX};
+    clLog::Trace(u"->->", &none, "f");
+    clLog::Trace(u"->->", &allOnes, "f");
+    clLog::Trace(u"->->", nullptr, "f");
+    clLog::Error(u"dropped", &none, "f");
+    clLog::Trace(u"<-<-", &allOnes, "f");
+    EXPECT_EQ(std::u16string(clLog::CurrentIndent().View()), u"    ");
+    EXPECT_EQ(trace_.Text(), traced);
+    EXPECT_EQ(errors_.Text(), u"Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
+}
+
+TEST_F(ClLogTest, ConcurrentLinesStayWhole) {
+    constexpr int kThreads = 8;
+    constexpr int kLines = 300;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([this, t] {
+            const std::u16string message(static_cast<size_t>(40 + t), static_cast<char16_t>(u'a' + t));
+            for (int i = 0; i < kLines; ++i) clLog::Trace(message.c_str(), &target_, "worker");
+        });
+    }
+    for (auto& thread : threads) thread.join();
+
+    const std::u16string text = trace_.Text();
+    std::vector<int> counts(kThreads, 0);
+    for (size_t start = 0, end; start < text.size(); start = end + 2) {
+        end = text.find(u"\r\n", start);
+        ASSERT_NE(end, std::u16string::npos);
+        const std::u16string line = text.substr(start, end - start);
+        const int t = line.empty() ? -1 : line[0] - u'a';
+        ASSERT_TRUE(t >= 0 && t < kThreads) << "torn line";
+        ASSERT_EQ(line, std::u16string(static_cast<size_t>(40 + t), line[0]) + u"  [worker]");
+        ++counts[static_cast<size_t>(t)];
+    }
+    EXPECT_EQ(counts, std::vector<int>(kThreads, kLines));
+}

@@ -1,0 +1,330 @@
+// The text support: the code-page converters (checked against the Unicode
+// rules for ill-formed UTF-8 and the Windows-1252 table rather than against
+// themselves), clString and the lists and buffers built beside it.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "support/clBuffer.h"
+#include "support/clList.h"
+#include "support/clString.h"
+#include "support/textcodec.h"
+
+namespace {
+
+std::string Bytes(std::initializer_list<int> values) {
+    std::string out;
+    for (int v : values) out.push_back(static_cast<char>(v));
+    return out;
+}
+
+std::u16string S(const clString& s) { return std::u16string(s.View()); }
+
+using V = std::vector<std::u16string>;
+
+V Entries(const clStringList& list) {
+    V out;
+    for (int i = 0; i < list.Count(); ++i) out.emplace_back(list[i].View());
+    return out;
+}
+
+}  // namespace
+
+TEST(TextCodec, EveryScalarValueRoundTripsThroughUtf8) {
+    static const int kLead[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    for (char32_t cp = 0; cp <= 0x10FFFF; ++cp) {
+        if (cp >= 0xD800 && cp <= 0xDFFF) continue;
+        // An independent encoder: six bits per continuation byte, the rest in the lead.
+        const size_t n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+        std::string utf8(n, '\0');
+        for (size_t i = 1; i < n; ++i) utf8[i] = static_cast<char>(0x80 | ((cp >> (6 * (n - 1 - i))) & 0x3F));
+        utf8[0] = static_cast<char>(kLead[n] | static_cast<int>(cp >> (6 * (n - 1))));
+        const char32_t v = cp - 0x10000;
+        const std::u16string wide = cp < 0x10000 ? std::u16string(1, static_cast<char16_t>(cp))
+                                                 : std::u16string{static_cast<char16_t>(0xD800 + (v >> 10)),
+                                                                  static_cast<char16_t>(0xDC00 + (v & 0x3FF))};
+        ASSERT_EQ(text::Utf8ToUtf16(utf8), wide) << std::hex << static_cast<uint32_t>(cp);
+        ASSERT_EQ(text::Utf16ToUtf8(wide), utf8) << std::hex << static_cast<uint32_t>(cp);
+    }
+}
+
+TEST(TextCodec, IllFormedTextGivesOneReplacementPerMaximalSubpart) {
+    const std::pair<std::string, std::u16string> cases[] = {
+        // The classic example of U+FFFD substitution of maximal subparts.
+        {Bytes({0x61, 0xF1, 0x80, 0x80, 0xE1, 0x80, 0xC2, 0x62, 0x80, 0x63, 0x80, 0xBF, 0x64}),
+         u"a\uFFFD\uFFFD\uFFFDb\uFFFDc\uFFFD\uFFFDd"},
+        {Bytes({0xC0, 0xAF}), u"\uFFFD\uFFFD"},                          // overlong "/"
+        {Bytes({0xE0, 0x80, 0xAF}), u"\uFFFD\uFFFD\uFFFD"},              // overlong, 3 bytes
+        {Bytes({0xF0, 0x80, 0x80, 0xAF}), u"\uFFFD\uFFFD\uFFFD\uFFFD"},  // overlong, 4 bytes
+        {Bytes({0xED, 0xA0, 0x80}), u"\uFFFD\uFFFD\uFFFD"},              // encoded surrogate
+        {Bytes({0xF4, 0x90, 0x80, 0x80}), u"\uFFFD\uFFFD\uFFFD\uFFFD"},  // above U+10FFFF
+        {Bytes({0xF5, 0x41}), u"\uFFFDA"},
+        {Bytes({0xE2, 0x82}), u"\uFFFD"},                                // truncated at the end
+        {Bytes({0xE2, 0x82, 0x41}), u"\uFFFDA"},                         // truncated before ASCII
+        {Bytes({0xF0, 0x9D, 0x84}), u"\uFFFD"},
+        {Bytes({0x80, 0x80}), u"\uFFFD\uFFFD"},                          // stray continuations
+        {Bytes({0xED, 0x9F, 0xBF}), u"\uD7FF"},                          // last before the surrogates
+        {Bytes({0xF4, 0x8F, 0xBF, 0xBF}), u"\U0010FFFF"},
+        {Bytes({0x41, 0x00, 0x42}), std::u16string(u"A\0B", 3)},         // NUL is a character
+    };
+    for (const auto& [bytes, expected] : cases) EXPECT_EQ(text::Utf8ToUtf16(bytes), expected) << testing::PrintToString(bytes);
+
+    // Unpaired surrogates in UTF-16 become U+FFFD in UTF-8.
+    const std::string fffd = Bytes({0xEF, 0xBF, 0xBD});
+    EXPECT_EQ(text::Utf16ToUtf8(std::u16string{0xD800, u'A'}), fffd + "A");
+    EXPECT_EQ(text::Utf16ToUtf8(std::u16string{u'A', 0xDC00}), "A" + fffd);
+    EXPECT_EQ(text::Utf16ToUtf8(std::u16string{0xD834}), fffd);
+    EXPECT_EQ(text::Utf16ToUtf8(std::u16string{0xDD1E, 0xD834}), fffd + fffd);   // reversed pair
+}
+
+TEST(TextCodec, AnsiIsWindows1252) {
+    const std::pair<int, char16_t> table[] = {
+        {0x41, u'A'},   {0x80, 0x20AC}, {0x81, 0x0081}, {0x82, 0x201A}, {0x8A, 0x0160},
+        {0x8D, 0x008D}, {0x8F, 0x008F}, {0x90, 0x0090}, {0x93, 0x201C}, {0x99, 0x2122},
+        {0x9D, 0x009D}, {0x9F, 0x0178}, {0xA0, 0x00A0}, {0xE9, 0x00E9}, {0xFF, 0x00FF},
+    };
+    for (const auto& [byte, unit] : table) {
+        EXPECT_EQ(text::AnsiToUtf16(Bytes({byte})), std::u16string(1, unit)) << std::hex << byte;
+    }
+    std::string all;
+    for (int b = 0; b < 256; ++b) all.push_back(static_cast<char>(b));
+    EXPECT_EQ(text::Utf16ToAnsi(text::AnsiToUtf16(all)), all);
+
+    // Unmappable: one "?" per character, a surrogate pair included.
+    EXPECT_EQ(text::Utf16ToAnsi(u"a\u0100b\u0080c\U0001D11Ed\u20AC"), "a?b?c?d\x80");
+    EXPECT_EQ(text::Utf16ToAnsi(std::u16string{0xD800}), "?");
+}
+
+TEST(ClString, SizeCountsTheNulAndClearingKeepsMemory) {
+    clString s;
+    EXPECT_EQ(s.Size(), 1);
+    EXPECT_EQ(s.Text()[0], 0);
+    s.Set(u"a fairly long text that needs its own block");
+    const int capacity = s.Capacity();
+    EXPECT_EQ(s.Size(), 44);
+    s.Set(u"");
+    EXPECT_EQ(s.Size(), 1);
+    EXPECT_EQ(s.Capacity(), capacity);
+    s.Set(nullptr);
+    EXPECT_TRUE(s.Empty());
+    s.Set(u"abcdef", 3);
+    s.Set(s.Text() + 1);   // a source inside the string itself
+    EXPECT_EQ(S(s), u"bc");
+
+    s.tag = 77;
+    const clString copy(s);
+    const clString moved(std::move(s));
+    EXPECT_EQ(copy.tag, 77u);
+    EXPECT_EQ(moved.tag, 77u);
+    EXPECT_EQ(S(moved), u"bc");
+}
+
+TEST(ClString, PositionsAreOneBasedAndInclusive) {
+    const clString s(u"Hello, World");
+    const struct {
+        const char16_t* needle;
+        int start;
+        bool ignoreCase;
+        int found;
+    } finds[] = {{u"e", 1, false, 2},      {u"z", 1, false, 0},     {u"o", 6, false, 9}, {u"WORLD", 1, true, 8},
+                 {u"WORLD", 1, false, 0},  {u"d", 12, false, 12},   {u"H", 0, false, 0}, {u"d", 13, false, 0}};
+    for (const auto& f : finds) EXPECT_EQ(s.Find(f.needle, f.start, f.ignoreCase), f.found) << f.start;
+    const struct {
+        int from, to;
+        const char16_t* part;
+    } mids[] = {{1, 5, u"Hello"}, {8, 100, u"World"}, {12, 12, u"d"}, {6, 5, u""}, {0, 3, u""}, {13, 20, u""}};
+    for (const auto& m : mids) EXPECT_EQ(S(s.Mid(m.from, m.to)), m.part) << m.from << "-" << m.to;
+
+    clString e(u"abcdef");
+    e.Erase(2, 3);
+    EXPECT_EQ(S(e), u"adef");
+    e.Erase(3, 99);
+    e.Erase(5, 6);
+    EXPECT_EQ(S(e), u"ad");
+
+    clString i(u"ace");
+    i.Insert(u"b", 2);
+    i.Insert(u"d", 4);
+    i.Insert(u"f", 6);   // right behind the end: appends
+    i.Insert(u"x", 8);   // beyond: nothing
+    i.Insert(u"x", 0);
+    EXPECT_EQ(S(i), u"abcdef");
+}
+
+TEST(ClString, AppendingSplittingAndFileNames) {
+    clString s(u"ab");
+    s.Append(u"cd");
+    s.Append(clString(u"ef"));
+    s.Append(u'g');
+    s.Append(s);
+    EXPECT_EQ(S(s), u"abcdefgabcdefg");
+
+    clString head, tail;
+    clString(u"image/jpeg/x").SplitAt(head, tail);
+    EXPECT_EQ(S(head) + u"|" + S(tail), u"image|jpeg/x");
+    clString(u"plain").SplitAt(head, tail);
+    EXPECT_EQ(S(head) + u"|" + S(tail), u"plain|");
+
+    // A backslash is a name character here.
+    const std::pair<const char16_t*, const char16_t*> extensions[] = {
+        {u"/music/a.b/song.FLAC", u".FLAC"}, {u"/music/a.b/song", u"."}, {u"", u"."}, {u"dir\\a.mka", u".mka"}};
+    for (const auto& [path, extension] : extensions) EXPECT_EQ(S(clString(path).FileExtension()), extension);
+}
+
+TEST(ClString, CompareFoldsOnlyAscii) {
+    const struct {
+        const char16_t *a, *b;
+        int n;   // 0: whole strings, -1: the length of b
+        bool ignoreCase;
+        int result;
+    } cases[] = {
+        {u"abc", u"abc", 0, false, 0},        {u"abc", u"abd", 0, false, -1},        {u"ab", u"abc", 0, false, -1},
+        {u"abc", nullptr, 0, false, 1},       {u"ABCd", u"abcE", 3, true, 0},        {u"ABCd", u"abcE", 4, true, -1},
+        {u"ABCd", u"abcE", 3, false, -1},     {u"TITLE=x", u"title", -1, true, 0},   {u"TITLE=x", u"title", 0, true, 1},
+        {u"\u00E9", u"\u00C9", 0, true, 1} /* no folding beyond ASCII */,          {u"_", u"a", 0, true, -1},
+        {u"\uFFFF", u"a", 0, false, 1} /* units compare unsigned */,
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(clString::Compare(c.a, c.b, c.n, c.ignoreCase), c.result) << testing::PrintToString(c.a) << c.n;
+    }
+    EXPECT_TRUE(clString::EqualsNoCase(u"Album Artist", u"ALBUM artist"));
+    EXPECT_FALSE(clString::EqualsNoCase(u"Album", u"Albums"));
+    EXPECT_FALSE(clString::EqualsNoCase(u"", nullptr));
+    EXPECT_FALSE(clString::EqualsNoCase(u"\u00E4", u"\u00C4"));
+}
+
+TEST(ClString, ConversionsOfEightBitText) {
+    const clString s = clString::FromUtf8("a\xC3\xA9\xF0\x9D\x84\x9E\xFF");
+    EXPECT_EQ(S(s), u"a\u00E9\U0001D11E\uFFFD");
+    EXPECT_STREQ(s.Utf8(), "a\xC3\xA9\xF0\x9D\x84\x9E\xEF\xBF\xBD");
+    EXPECT_EQ(s.ToUtf8(), s.Utf8());
+    EXPECT_EQ(S(clString::FromAnsi("\x80\xE9")), u"\u20AC\u00E9");
+    EXPECT_EQ(clString(u"\u20AC\u0100").ToAnsi(), "\x80?");
+}
+
+TEST(ClString, IntegersToTextAndBack) {
+    EXPECT_EQ(S(clString::FromInt(-45)), u"-45");
+    EXPECT_EQ(S(clString::FromInt(INT64_MIN)), u"-9223372036854775808");
+
+    // Only blanks are trimmed; the number ends at the first foreign character.
+    const std::pair<const char16_t*, int64_t> ints[] = {
+        {u"  -12x", -12}, {u"+7", 7}, {u"- 5", 0}, {u"\t5", 0}, {u"9223372036854775807", INT64_MAX}};
+    for (const auto& [text, value] : ints) EXPECT_EQ(clString(text).ToInt(), value) << testing::PrintToString(std::u16string(text));
+    const std::pair<std::u16string, double> doubles[] = {
+        {u"  -12.5abc", -12.5}, {u"+.5", 0.5}, {u"1e5", 1.0}, {u"1.2.3", 1.2}, {u"-", 0.0},
+        {u"0.1", 0.1} /* correctly rounded */, {u"0." + std::u16string(400, u'0') + u"1", 0.0}};
+    for (const auto& [text, value] : doubles) EXPECT_DOUBLE_EQ(clString(text.c_str()).ToDouble(), value) << testing::PrintToString(text);
+    EXPECT_TRUE(std::isinf(clString(u"1" + std::u16string(400, u'0')).ToDouble()));
+}
+
+TEST(ClString, FromDoubleRoundsAndCutsZeros) {
+    const struct {
+        double value;
+        int digits;
+        bool keepZeros;
+        const char16_t* expected;
+    } cases[] = {
+        {3.14159, 2, false, u"3.14"}, {3.14659, 2, false, u"3.15"}, {0.5, 0, false, u"1"},
+        {1.5, 3, true, u"1.500"},     {1.5, 3, false, u"1.5"},      {2.0, 2, false, u"2"},
+        {2.0, 2, true, u"2.00"},      {0.05, 2, true, u"0.05"},     {0.001, 2, false, u"0"},
+        {9.9999, 2, false, u"10"},    {-1.25, 1, false, u"-1.3"},   {-300.0, 0, false, u"-300"},
+        {44.1, 1, true, u"44.1"},     {std::nan(""), 2, false, u"NAN"}, {1e100, 2, false, u"NaN"},
+        {-1e100, 2, false, u"NaN"},   {std::numeric_limits<double>::infinity(), 2, false, u"NaN"},
+        // Beyond 16 digits the integer part is padded with zeros.
+        {1e20, 0, false, u"100000000000000000000"},
+        {123456789012345678901.0, 0, false, u"123456789012345600000"},
+        {9007199254740993.0, 0, false, u"9007199254740992"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(S(clString::FromDouble(c.value, c.digits, c.keepZeros)), c.expected) << c.value;
+    EXPECT_EQ(clString::FromDouble(9.99e99, 0, false).Length(), 100);
+}
+
+TEST(ClString, FormatMatchesPrintfWithWideStrings) {
+    EXPECT_EQ(S(clString::Format(u"%d|%5d|%-5d|%05d|%+d|%i", 42, 42, 42, -42, 7, -3)), u"42|   42|42   |-0042|+7|-3");
+    EXPECT_EQ(S(clString::Format(u"%u %x %X %08X %#x", -1, 255, 255, 0xBEEF, 16)), u"4294967295 ff FF 0000BEEF 0x10");
+    EXPECT_EQ(S(clString::Format(u"%lld %llu", static_cast<long long>(INT64_MIN), static_cast<unsigned long long>(UINT64_MAX))),
+              u"-9223372036854775808 18446744073709551615");
+    EXPECT_EQ(S(clString::Format(u"%zu %ld %.3d %*d", static_cast<size_t>(5), -6L, 7, 4, 8)), u"5 -6 007    8");
+    EXPECT_EQ(S(clString::Format(u"%*d|100%% %c", -3, 7, u'Z')), u"7  |100% Z");
+    EXPECT_EQ(S(clString::Format(u"[%s][%6s][%-6s][%.2s]", u"w\u00E9\U0001D11E", u"ab", u"ab", u"abc")),
+              u"[w\u00E9\U0001D11E][    ab][ab    ][ab]");
+    EXPECT_EQ(S(clString::Format(u"%hs|%S", "caf\xC3\xA9", "x")), u"caf\u00E9|x");
+    EXPECT_EQ(S(clString::Format(u"%s", static_cast<const char16_t*>(nullptr))), u"(null)");
+    EXPECT_EQ(S(clString::Format(u"%.2f|%f|%8.3f|%08.2f|%+.1f|%.0f", 3.14159, 1.5, -2.5, -2.5, 2.0, 2.5)),
+              u"3.14|1.500000|  -2.500|-0002.50|+2.0|2");
+    EXPECT_EQ(S(clString::Format(u"%.1f", 1e20)), u"100000000000000000000.0");
+
+    const std::u16string big(5000, u'q');
+    EXPECT_EQ(S(clString::Format(u"<%s>", big.c_str())), u"<" + big + u">");
+    EXPECT_EQ(clString::Format(u"%3000d", 1).Length(), 3000);
+    for (const char16_t* broken : {u"abc %", u"%1.2.3d", static_cast<const char16_t*>(nullptr)}) {
+        EXPECT_TRUE(clString::Format(broken, 5).Empty()) << testing::PrintToString(broken);
+    }
+    EXPECT_EQ(S(clString::Format(u"%qd", 5)), u"5");   // an unusable character is skipped
+
+}
+
+TEST(ClPtrList, KeepsOrderThroughGrowthEditsAndMoves) {
+    std::vector<int> values(2000);
+    clPtrList<int> list;
+    for (int i = 0; i < 2000; ++i) list.Add(&(values[static_cast<size_t>(i)] = i));
+    for (int i = 0; i < 2000; ++i) ASSERT_EQ(*list[i], i);
+
+    list.RemoveAt(0);
+    list.RemoveAt(5000);
+    list.Insert(1, &values[1999]);
+    EXPECT_EQ(*list[0], 1);
+    EXPECT_EQ(*list[1], 1999);
+    EXPECT_EQ(*list[2], 2);
+    EXPECT_EQ(list.Count(), 2000);
+
+    clPtrList<int> moved(std::move(list)), small;
+    EXPECT_EQ(moved.Count(), 2000);
+    EXPECT_EQ(list.Count(), 0);
+    small.Add(&values[3]);
+    clPtrList<int> smallMoved(std::move(small));   // inline slots must travel too
+    EXPECT_EQ(*smallMoved[0], 3);
+}
+
+TEST(ClStringList, FromMultiStringAndSplit) {
+    clStringList list;
+    list.FromMultiString(u"one\0[Empty]\0three\0\0ignored\0");
+    EXPECT_EQ(Entries(list), (V{u"one", u"", u"three"}));
+    list.FromMultiString(u"\0");
+    EXPECT_EQ(list.Count(), 0);
+    list.AddCopy(clString(u"x"));
+    list.FromMultiString(nullptr);
+    EXPECT_EQ(list.Count(), 0);
+
+    list.Split(clString(u"a\rb\r\rc\r"));
+    EXPECT_EQ(Entries(list), (V{u"a", u"b", u"", u"c", u""}));
+    list.Split(clString(u"\r"));
+    EXPECT_EQ(Entries(list), (V{u"", u""}));
+    list.Split(clString());
+    EXPECT_EQ(list.Count(), 0);
+    list.Split(clString(u"x\ry"));
+    list.Split(list[1]);   // the text may come from the list itself
+    EXPECT_EQ(Entries(list), (V{u"y"}));
+}
+
+TEST(ClBuffer, GrowsZeroedAndShrinksInPlace) {
+    clBuffer buffer;
+    ASSERT_TRUE(buffer.Resize(100, true));
+    for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(buffer.Data()[i], 0);
+    buffer.Data()[0] = 0xAB;
+    const uint8_t* block = buffer.Data();
+    ASSERT_TRUE(buffer.Resize(50));
+    EXPECT_EQ(buffer.Data(), block);
+    EXPECT_EQ(buffer.Data()[0], 0xAB);
+    EXPECT_EQ(buffer.Size(), 50u);
+
+    const uint8_t bytes[] = {1, 2, 3};
+    ASSERT_TRUE(buffer.Assign(bytes, 3));
+    EXPECT_EQ(clBuffer(buffer).Data()[2], 3);
+    EXPECT_FALSE(buffer.Assign(nullptr, 2));
+}
