@@ -61,6 +61,14 @@ std::string FractionDigits(double fraction, int decimals) {
     return digits;
 }
 
+// Both number readers start alike: leading blanks, then one optional sign.
+// Returns whether the sign was "-"; `i` is left behind what was read.
+bool SkipBlanksAndSign(const std::u16string& text, size_t& i) {
+    while (i < text.size() && text[i] == u' ') ++i;
+    if (i >= text.size() || (text[i] != u'-' && text[i] != u'+')) return false;
+    return text[i++] == u'-';
+}
+
 }  // namespace
 
 clString clString::FromInt(int64_t value) {
@@ -103,12 +111,7 @@ clString clString::FromDouble(double value, int decimals, bool keepZeros) {
 
 int64_t clString::ToInt() const {
     size_t i = 0;
-    while (i < text_.size() && text_[i] == u' ') ++i;
-    bool negative = false;
-    if (i < text_.size() && (text_[i] == u'-' || text_[i] == u'+')) {
-        negative = text_[i] == u'-';
-        ++i;
-    }
+    const bool negative = SkipBlanksAndSign(text_, i);
     // Unsigned arithmetic: an overflow wraps instead of being undefined.
     uint64_t value = 0;
     while (i < text_.size() && text_[i] >= u'0' && text_[i] <= u'9') {
@@ -120,12 +123,7 @@ int64_t clString::ToInt() const {
 
 double clString::ToDouble() const {
     size_t i = 0;
-    while (i < text_.size() && text_[i] == u' ') ++i;
-    bool negative = false;
-    if (i < text_.size() && (text_[i] == u'-' || text_[i] == u'+')) {
-        negative = text_[i] == u'-';
-        ++i;
-    }
+    const bool negative = SkipBlanksAndSign(text_, i);
     std::string digits;
     bool seenDot = false;
     for (; i < text_.size(); ++i) {
