@@ -22,6 +22,7 @@
 
 #include "bench_process.h"
 #include "codecs/decoders/ffmpeg/exports.h"
+#include "host/plugin.h"
 
 namespace {
 
@@ -29,33 +30,10 @@ using Clock = std::chrono::steady_clock;
 
 double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-struct Exports {
-    void* library = nullptr;
-    DecoderCreateFn* Create = nullptr;
-    DecoderDestroyFn* Destroy = nullptr;
-    DecoderOpenFn* Open = nullptr;
-    DecoderCloseFn* Close = nullptr;
-    DecoderDecodeBlockFn* DecodeBlock = nullptr;
-    DecoderSetPositionFn* SetPosition = nullptr;
-
-    explicit Exports(const char* path) : library(::dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-        if (library == nullptr) throw std::runtime_error(::dlerror());
-        Create = reinterpret_cast<DecoderCreateFn*>(::dlsym(library, "Create"));
-        Destroy = reinterpret_cast<DecoderDestroyFn*>(::dlsym(library, "Destroy"));
-        Open = reinterpret_cast<DecoderOpenFn*>(::dlsym(library, "Open"));
-        Close = reinterpret_cast<DecoderCloseFn*>(::dlsym(library, "Close"));
-        DecodeBlock = reinterpret_cast<DecoderDecodeBlockFn*>(::dlsym(library, "DecodeBlock"));
-        SetPosition = reinterpret_cast<DecoderSetPositionFn*>(::dlsym(library, "SetPosition"));
-    }
-    Exports(const Exports&) = delete;
-    Exports& operator=(const Exports&) = delete;
-    ~Exports() { ::dlclose(library); }
-};
-
 // One decoder, opened on a file, destroyed with the scope.
 class Session {
 public:
-    Session(const Exports& exports, const std::u16string& path) : exports_(exports), path_(path) {
+    Session(const host::Plugin& exports, const std::u16string& path) : exports_(exports), path_(path) {
         const DecoderCreateInfo info{};
         decoder_ = exports_.Create(&info);
     }
@@ -74,7 +52,7 @@ public:
     void Close() { exports_.Close(decoder_); }
 
 private:
-    const Exports& exports_;
+    const host::Plugin& exports_;
     std::u16string path_;
     void* decoder_ = nullptr;
 };
@@ -104,7 +82,7 @@ void Throughput(const std::string& file, int runs) {
                 bench::Median(host) / bench::Median(alone));
 }
 
-void OpenLatency(const Exports& exports, const std::string& file, int runs) {
+void OpenLatency(const host::Plugin& exports, const std::string& file, int runs) {
     std::vector<double> plugin;
     std::vector<double> alone;
     for (int i = 0; i < runs; ++i) {
@@ -122,7 +100,7 @@ void OpenLatency(const Exports& exports, const std::string& file, int runs) {
                 p, a, p - a);
 }
 
-void SeekLatency(const Exports& exports, const std::string& file, int runs, int seconds) {
+void SeekLatency(const host::Plugin& exports, const std::string& file, int runs, int seconds) {
     Session session(exports, Wide(file));
     if (!session.Open()) throw std::runtime_error("Open failed");
     std::vector<double> times;
@@ -154,7 +132,7 @@ long DecodePeakRss(const char* pluginPath, const std::string& file) {
     if (pid == 0) {
         long peak = -1;
         {
-            Exports exports(pluginPath);
+            host::Plugin exports(pluginPath);
             Session session(exports, Wide(file));
             DecoderBlockInfo block{};
             bool ok = session.Open();
@@ -196,7 +174,7 @@ int main(int argc, char** argv) {
 
         Throughput(longFile, runs);
         {
-            Exports exports(FD_PLUGIN_PATH);
+            host::Plugin exports(FD_PLUGIN_PATH);
             OpenLatency(exports, longFile, runs * 2);
             SeekLatency(exports, longFile, runs * 2, minutes * 60);
         }

@@ -1,12 +1,10 @@
 #include "plugindriver.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <stdexcept>
-#include <type_traits>
 #include <utility>
 
 #include "support/textcodec.h"
@@ -33,27 +31,8 @@ std::string LogText(int fd) {
 
 }  // namespace
 
-PluginLibrary::PluginLibrary(const std::string& path) {
-    handle_ = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (handle_ == nullptr) throw std::runtime_error(std::string("dlopen: ") + ::dlerror());
-    auto resolve = [this](auto*& fn, const char* name) {
-        void* symbol = ::dlsym(handle_, name);
-        if (symbol == nullptr) throw std::runtime_error(std::string("the plug-in lacks ") + name);
-        fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(symbol);
-    };
-    resolve(Create, "Create");
-    resolve(Destroy, "Destroy");
-    resolve(Set, "Set");
-    resolve(Open, "Open");
-    resolve(Close, "Close");
-    resolve(DecodeBlock, "DecodeBlock");
-    resolve(SetPosition, "SetPosition");
-}
-
-PluginLibrary::~PluginLibrary() { ::dlclose(handle_); }
-
 PluginLibrary& Plugin() {
-    static PluginLibrary library;
+    static PluginLibrary library(FD_PLUGIN_PATH);
     return library;
 }
 

@@ -7,27 +7,12 @@
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/exports.h"
+#include "host/plugin.h"
 
 namespace it {
 
-class PluginLibrary {
-public:
-    explicit PluginLibrary(const std::string& path = FD_PLUGIN_PATH);
-    PluginLibrary(const PluginLibrary&) = delete;
-    PluginLibrary& operator=(const PluginLibrary&) = delete;
-    ~PluginLibrary();
-
-    DecoderCreateFn* Create = nullptr;
-    DecoderDestroyFn* Destroy = nullptr;
-    DecoderSetFn* Set = nullptr;
-    DecoderOpenFn* Open = nullptr;
-    DecoderCloseFn* Close = nullptr;
-    DecoderDecodeBlockFn* DecodeBlock = nullptr;
-    DecoderSetPositionFn* SetPosition = nullptr;
-
-private:
-    void* handle_ = nullptr;
-};
+// The tests load the plug-in exactly as fdhost does.
+using PluginLibrary = host::Plugin;
 
 // The plug-in beside the tests, loaded once per process.
 PluginLibrary& Plugin();
