@@ -19,11 +19,11 @@ protected:
         it::Ffmpeg({"-f", "lavfi", "-i", "color=red:s=8x8", "-frames:v", "1", png});
         it::Ffmpeg({"-f", "lavfi", "-i", "color=blue:s=8x8", "-frames:v", "1", "-c:v", "mjpeg", jpeg});
     }
-    // Runs the helper with a JSON spec; expects success and our audio untouched.
+    // Runs the helper with a JSON list of tags; expects success and our audio untouched.
     void Mutagen(const std::string& command, const std::string& json) {
-        WriteFile(dir.File("spec.json"), json);
+        WriteFile(dir.File("tags.json"), json);
         it::RunResult result = it::Run({"/usr/bin/python3", FD_SOURCE_DIR "/tests/interop/mutagen_tags.py", command,
-                                        path, dir.File("spec.json")});
+                                        path, dir.File("tags.json")});
         EXPECT_EQ(result.exitCode, 0) << command << "\n" << result.out << result.err;
         Tail();
     }

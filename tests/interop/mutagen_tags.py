@@ -1,7 +1,7 @@
-"""usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE SPEC.json
+"""usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE TAGS.json
 
-APE spec: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}}, keys
-without case. ID3v1 spec: {"title", "artist", ..., "genre"}: strings, absent when empty.
+APE tags: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}}, keys
+without case. ID3v1 tags: {"title", "artist", ..., "genre"}: strings, absent when empty.
 """
 
 import json
@@ -33,12 +33,12 @@ def ape_actual(path, expected):
     return actual
 
 
-def ape_write(path, spec):
+def ape_write(path, wanted):
     try:
         tag = mutagen.apev2.APEv2(path)
     except mutagen.apev2.APENoHeaderError:
         tag = mutagen.apev2.APEv2()
-    for key, item in spec.items():
+    for key, item in wanted.items():
         if "text" in item:
             tag[key] = mutagen.apev2.APEValue("\0".join(item["text"]), mutagen.apev2.TEXT)
         else:
@@ -55,11 +55,11 @@ def id3v1_actual(path):
     return actual
 
 
-def id3v1_write(path, spec):
-    frames = {frame: getattr(mutagen.id3, frame)(encoding=0, text=[spec[name]])
-              for name, frame in ID3V1_FRAMES.items() if name in spec}
-    if "genre" in spec:
-        frames["TCON"] = mutagen.id3.TCON(encoding=0, text=[spec["genre"]])
+def id3v1_write(path, wanted):
+    frames = {frame: getattr(mutagen.id3, frame)(encoding=0, text=[wanted[name]])
+              for name, frame in ID3V1_FRAMES.items() if name in wanted}
+    if "genre" in wanted:
+        frames["TCON"] = mutagen.id3.TCON(encoding=0, text=[wanted["genre"]])
     with open(path, "ab") as f:
         f.write(mutagen.id3.MakeID3v1(frames))
 
@@ -76,13 +76,13 @@ def main(argv):
         return 2
     command, path = argv[1], argv[2]
     with open(argv[3], encoding="utf-8") as f:
-        spec = json.load(f)
+        wanted = json.load(f)
     if command == "ape-expect":
-        expected = {key.lower(): item for key, item in spec.items()}
+        expected = {key.lower(): item for key, item in wanted.items()}
         return compare(ape_actual(path, expected), expected)
     if command == "id3v1-expect":
-        return compare(id3v1_actual(path), spec)
-    (ape_write if command == "ape-write" else id3v1_write)(path, spec)
+        return compare(id3v1_actual(path), wanted)
+    (ape_write if command == "ape-write" else id3v1_write)(path, wanted)
     return 0
 
 
