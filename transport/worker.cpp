@@ -48,10 +48,9 @@ std::u16string FromUtf8Units(const char* bytes, size_t length) {
     std::u16string result;
     if (!bytes) return result;
     const auto* data = reinterpret_cast<const uint8_t*>(bytes);
-    size_t units = 0;
+    // A character takes at least one byte, so one pass fits without regrowth.
+    result.reserve(length);
     char16_t unit = 0;
-    for (size_t position = 0; NextUnit(data, length, position, unit);) ++units;
-    result.reserve(units);
     for (size_t position = 0; NextUnit(data, length, position, unit);) result.push_back(unit);
     return result;
 }

@@ -159,7 +159,6 @@ void WorkerProcess::Start(const WorkerCommand& command) {
 }
 
 void WorkerProcess::Launch() {
-    Stop();
     Channel input = MakeChannel(command_.stdinMode, true);
     Channel output = MakeChannel(command_.stdoutMode, false);
     Channel error = MakeChannel(command_.stderrMode, false);
