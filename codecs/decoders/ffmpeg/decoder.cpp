@@ -197,7 +197,6 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
 
         worker.Start(BuildWorkerCommand(path.ToUtf8(), seconds));
         workerRunning = true;
-        lines.Stop();
         lines.Start(worker.Stderr());
         linesActive = true;
 
