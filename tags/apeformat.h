@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "tags/bytesle.h"
+
 inline constexpr uint32_t kApeHeaderBytes = 32;
 inline constexpr uint32_t kApeItemHeadBytes = 8;      // value size, item flags
 inline constexpr uint32_t kApeVersion1 = 1000;
@@ -21,18 +23,6 @@ enum ApeItemType : uint32_t { kApeText = 0, kApeBinary = 1, kApeLocator = 2, kAp
 
 inline uint32_t ApeItemTypeOf(uint32_t flags) { return (flags >> 1) & 3; }
 inline uint32_t ApeFlagsOf(ApeItemType type) { return static_cast<uint32_t>(type) << 1; }
-
-inline uint32_t GetU32LE(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-           (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
-}
-
-inline void PutU32LE(uint8_t* p, uint32_t value) {
-    p[0] = static_cast<uint8_t>(value);
-    p[1] = static_cast<uint8_t>(value >> 8);
-    p[2] = static_cast<uint8_t>(value >> 16);
-    p[3] = static_cast<uint8_t>(value >> 24);
-}
 
 // Header and footer.
 struct ApeFrame {

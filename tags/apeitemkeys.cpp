@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::u16string_view kCoverArt = u"Cover Art (";
-constexpr int kBackAlbumCover = 4;
 
 struct KeyPair {
     std::u16string_view key;
@@ -31,7 +30,7 @@ clString TagNameOfApeKey(const clString& key, int& artCounter, bool& isArt) {
         clString name(kArtKeyPrefix);
         name.Append(clString::FromInt(++artCounter));
         std::u16string_view side = view.substr(kCoverArt.size() - 1);
-        if (EqualsNoCase(side, u"(front)")) name.Append(PictureTypeKeyPart(3));
+        if (EqualsNoCase(side, u"(front)")) name.Append(PictureTypeKeyPart(kFrontAlbumCover));
         if (EqualsNoCase(side, u"(back)")) name.Append(PictureTypeKeyPart(kBackAlbumCover));
         return name;
     }

@@ -2,10 +2,12 @@
 
 #include <cstring>
 
+#include "tags/apeformat.h"
+
 bool FileTail::HasId3v1() const {
     constexpr uint32_t kFooterAt = kTailBytes - 32;
     return Complete() && std::memcmp(bytes + 3, "TAG", 3) == 0 && std::memcmp(bytes, "APE", 3) != 0 &&
-           std::memcmp(bytes + kFooterAt, "APETAGEX", 8) != 0;
+           !ApeFrame::HasMagic(bytes + kFooterAt);
 }
 
 bool ReadFileTail(clFile& file, FileTail& tail) {

@@ -6,30 +6,23 @@
 #include <string>
 #include <utility>
 
-namespace {
+#include "tags/bytesle.h"
+#include "tags/picturenaming.h"
 
-constexpr char16_t kArtPrefix[] = u"_albumart_";
-constexpr int kArtPrefixUnits = 10;
-constexpr char16_t kSubDescMarker[] = u"<subdesc>";
+namespace {
 
 bool SameName(const clString& a, const clString& b) {
     return clString::Compare(a.Text(), b.Text(), 0, true) == 0;
 }
 
 // The blob is little-endian and unaligned: every read and write goes by bytes.
-int32_t GetI32(const uint8_t* at) {
-    uint32_t value = static_cast<uint32_t>(at[0]) | (static_cast<uint32_t>(at[1]) << 8) |
-                     (static_cast<uint32_t>(at[2]) << 16) | (static_cast<uint32_t>(at[3]) << 24);
-    int32_t result;
-    std::memcpy(&result, &value, sizeof result);
-    return result;
-}
+int32_t GetI32(const uint8_t* at) { return static_cast<int32_t>(GetU32LE(at)); }
 
 char16_t GetUnit(const uint8_t* at) { return static_cast<char16_t>(at[0] | (at[1] << 8)); }
 
 uint8_t* PutU32(uint8_t* at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) *at++ = static_cast<uint8_t>(value >> (8 * i));
-    return at;
+    PutU32LE(at, value);
+    return at + 4;
 }
 
 // The string's units and its NUL.
@@ -67,9 +60,9 @@ void ReadText(const uint8_t* bytes, int64_t& position, int64_t& left, clString& 
 }  // namespace
 
 clString NormalisedTagName(const clString& name, bool strip) {
-    if (!strip || clString::Compare(name.Text(), kArtPrefix, kArtPrefixUnits, true) != 0) return name;
+    if (!strip || !IsArtKey(name)) return name;
     // The prefix test folds case; the marker search does not.
-    const size_t marker = name.View().find(kSubDescMarker);
+    const size_t marker = name.View().find(kSubdescMarker);
     if (marker == std::u16string_view::npos) return name;
     clString cut(name.View().substr(0, marker));
     cut.tag = name.tag;

@@ -16,10 +16,8 @@ constexpr std::u16string_view kPictureTypes[kPictureTypeCount] = {
     u"A Bright Coloured Fish", u"Illustration",   u"Artist Logo",        u"Publisher Logo",
 };
 
-constexpr int kFrontAlbumCover = 3;
-// The type starts behind the first "_" at or after this index: the length of
-// "_albumart_x" less one, i.e. the first character behind the prefix.
-constexpr size_t kTypeSearchStart = std::u16string_view(u"_albumart_x").size() - 1;
+// The type starts behind the first "_" after the prefix, i.e. behind the number.
+constexpr size_t kTypeSearchStart = std::u16string_view(kArtKeyPrefix).size();
 
 bool IsKeptHiddenName(std::u16string_view name) {
     return StartsWithNoCase(name, u"_riff_") || EqualsNoCase(name, u"_cdtoc") || EqualsNoCase(name, u"_crc");

@@ -8,6 +8,8 @@
 inline constexpr char16_t kArtKeyPrefix[] = u"_albumart_";
 inline constexpr char16_t kSubdescMarker[] = u"<subdesc>";
 inline constexpr int kPictureTypeCount = 20;
+inline constexpr int kFrontAlbumCover = 3;
+inline constexpr int kBackAlbumCover = 4;
 
 // "_" + the type name for 1 to 20, else empty.
 clString PictureTypeKeyPart(int number);

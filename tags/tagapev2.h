@@ -4,6 +4,7 @@
 // began and writes the tag anew there, then puts the ID3v1 tag back behind it.
 
 #include <cstdint>
+#include <string_view>
 
 #include "tags/apeformat.h"
 #include "tags/basetag.h"
@@ -23,7 +24,9 @@ public:
     void Delete() override;
     void DeleteTag(const clString& name) override;
 
-    // "Media JukeBox: " + name, when an entry of `existing` begins with that.
+    // Another application's items carry this in front of their keys.
+    static constexpr std::u16string_view kJukeBoxPrefix = u"Media JukeBox: ";
+    // kJukeBoxPrefix + name, when an entry of `existing` begins with that.
     static void AdjustJukeBoxName(clString& name, const IDTags& existing);
 
     uint32_t TagVersionNumber = 0;   // 0 without a tag, else 1000 or 2000

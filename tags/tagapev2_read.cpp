@@ -11,7 +11,6 @@
 
 namespace {
 
-constexpr std::u16string_view kJukeBoxPrefix = u"Media JukeBox: ";
 constexpr int64_t kLargestRating = int64_t{1} << 53;
 
 // The file keeps a rating of 0 to 5 in halves, the collection one of 0 to 10.
@@ -25,8 +24,8 @@ clString DoubledRating(const clString& value) {
 void ToCollectionForm(IDTags& tags) {
     for (int i = 0; i < tags.Count(); ++i) {
         IDTag& entry = tags[i];
-        if (StartsWithNoCase(entry.Name.View(), kJukeBoxPrefix)) {
-            entry.Name = clString(entry.Name.View().substr(kJukeBoxPrefix.size()));
+        if (StartsWithNoCase(entry.Name.View(), TagAPEv2::kJukeBoxPrefix)) {
+            entry.Name = clString(entry.Name.View().substr(TagAPEv2::kJukeBoxPrefix.size()));
         }
         if (EqualsNoCase(entry.Name.View(), u"rating")) entry.Value = DoubledRating(entry.Value);
     }

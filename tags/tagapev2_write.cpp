@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr std::u16string_view kJukeBoxPrefix = u"Media JukeBox: ";
 
 // One item, ready to go into the file. A binary payload is referenced, not copied.
 struct ApeItem {
