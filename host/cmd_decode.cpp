@@ -8,6 +8,7 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
+#include "host/littleendian.h"
 #include "host/outputfile.h"
 #include "host/plugin.h"
 #include "host/progress.h"
@@ -42,9 +43,6 @@ DecodeOptions TakeDecodeOptions(std::vector<std::string>& args) {
     return options;
 }
 
-uint16_t U16At(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] | bytes[1] << 8); }
-uint32_t U32At(const uint8_t* bytes) { return uint32_t{U16At(bytes)} | uint32_t{U16At(bytes + 2)} << 16; }
-
 // Bytes that --frames allows; all ones when there is no limit.
 uint64_t ByteLimit(int64_t frameLimit, uint16_t blockAlign) {
     const uint64_t all = ~uint64_t{0};
@@ -55,9 +53,7 @@ uint64_t ByteLimit(int64_t frameLimit, uint16_t blockAlign) {
 }
 
 int Failed(const CommonOptions& options, const std::string& what) {
-    const std::string why = options.errorLogPath.empty() ? "give --error-log FILE to see why"
-                                                         : "its error log " + options.errorLogPath + " tells why";
-    std::fprintf(stderr, "fdhost: %s (%s)\n", what.c_str(), why.c_str());
+    std::fprintf(stderr, "fdhost: %s (%s)\n", what.c_str(), WhereToSeeWhy(options).c_str());
     return kExitFailed;
 }
 

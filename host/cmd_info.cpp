@@ -9,6 +9,7 @@
 #include "host/commands.h"
 #include "host/errors.h"
 #include "host/json.h"
+#include "host/littleendian.h"
 #include "host/plugin.h"
 #include "host/quittimer.h"
 #include "host/session.h"
@@ -24,9 +25,6 @@ struct OpenResult {
     std::vector<BlobEntry> tags;
     std::vector<BlobEntry> info;
 };
-
-uint16_t U16At(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] | bytes[1] << 8); }
-uint32_t U32At(const uint8_t* bytes) { return uint32_t{U16At(bytes)} | uint32_t{U16At(bytes + 2)} << 16; }
 
 // Open, copy out what the record points at (it lives only until Close), Close.
 // Returns false when Open failed.
@@ -51,9 +49,7 @@ bool OpenAndRead(const CommandContext& context, const std::string& path, uint32_
 }
 
 int OpenFailed(const CommonOptions& options, const std::string& path) {
-    const std::string why = options.errorLogPath.empty() ? "give --error-log FILE to see why"
-                                                         : "its error log " + options.errorLogPath + " tells why";
-    std::fprintf(stderr, "fdhost: the plug-in could not open %s (%s)\n", path.c_str(), why.c_str());
+    std::fprintf(stderr, "fdhost: the plug-in could not open %s (%s)\n", path.c_str(), WhereToSeeWhy(options).c_str());
     return kExitFailed;
 }
 

@@ -6,28 +6,20 @@
 
 namespace host {
 
-JsonWriter& JsonWriter::BeginObject() {
+JsonWriter& JsonWriter::BeginObject() { return Open('{'); }
+JsonWriter& JsonWriter::EndObject() { return Close('}'); }
+JsonWriter& JsonWriter::BeginArray() { return Open('['); }
+JsonWriter& JsonWriter::EndArray() { return Close(']'); }
+
+JsonWriter& JsonWriter::Open(char bracket) {
     BeforeValue();
-    out_ += '{';
+    out_ += bracket;
     hasValue_.push_back(false);
     return *this;
 }
 
-JsonWriter& JsonWriter::EndObject() {
-    out_ += '}';
-    if (!hasValue_.empty()) hasValue_.pop_back();
-    return *this;
-}
-
-JsonWriter& JsonWriter::BeginArray() {
-    BeforeValue();
-    out_ += '[';
-    hasValue_.push_back(false);
-    return *this;
-}
-
-JsonWriter& JsonWriter::EndArray() {
-    out_ += ']';
+JsonWriter& JsonWriter::Close(char bracket) {
+    out_ += bracket;
     if (!hasValue_.empty()) hasValue_.pop_back();
     return *this;
 }

@@ -33,6 +33,8 @@ public:
 
 private:
     void BeforeValue();
+    JsonWriter& Open(char bracket);
+    JsonWriter& Close(char bracket);
     void Quoted(std::string_view utf8);
 
     std::string out_;

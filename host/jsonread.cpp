@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/errors.h"
+#include "host/text.h"
 
 namespace host {
 namespace {
@@ -140,24 +141,6 @@ private:
         return unit;
     }
 
-    static void AppendUtf8(std::string& out, unsigned code) {
-        if (code < 0x80) {
-            out += static_cast<char>(code);
-        } else if (code < 0x800) {
-            out += static_cast<char>(0xC0 | (code >> 6));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        } else if (code < 0x10000) {
-            out += static_cast<char>(0xE0 | (code >> 12));
-            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (code >> 18));
-            out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (code & 0x3F));
-        }
-    }
-
     // A lone surrogate becomes U+FFFD, as everywhere else in fdhost.
     unsigned EscapedCode() {
         unsigned unit = Hex4();
@@ -170,7 +153,7 @@ private:
             pos_ = back;
             return 0xFFFD;
         }
-        return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+        return JoinSurrogates(unit, low);
     }
 
     std::string String() {

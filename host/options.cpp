@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 #include "host/errors.h"
 
@@ -36,6 +37,13 @@ std::string NonEmpty(std::string_view name, std::string value) {
     return value;
 }
 
+// The common options whose value is a file path, which must not be empty.
+constexpr std::pair<std::string_view, std::string CommonOptions::*> kPathOptions[] = {
+    {"--plugin", &CommonOptions::pluginPath},
+    {"--trace-log", &CommonOptions::traceLogPath},
+    {"--error-log", &CommonOptions::errorLogPath},
+};
+
 // Applies a common option; false when `name` is none.
 bool ApplyCommon(CommonOptions& options, std::string_view name, bool hasInline,
                  std::string_view inlineValue, const std::vector<std::string>& args, size_t& i) {
@@ -47,16 +55,9 @@ bool ApplyCommon(CommonOptions& options, std::string_view name, bool hasInline,
         options.json = true;
         return true;
     }
-    if (name == "--plugin") {
-        options.pluginPath = NonEmpty(name, TakeValue(name, hasInline, inlineValue, args, i));
-        return true;
-    }
-    if (name == "--trace-log") {
-        options.traceLogPath = NonEmpty(name, TakeValue(name, hasInline, inlineValue, args, i));
-        return true;
-    }
-    if (name == "--error-log") {
-        options.errorLogPath = NonEmpty(name, TakeValue(name, hasInline, inlineValue, args, i));
+    for (const auto& [option, path] : kPathOptions) {
+        if (name != option) continue;
+        options.*path = NonEmpty(name, TakeValue(name, hasInline, inlineValue, args, i));
         return true;
     }
     if (name == "--quit-after-ms") {

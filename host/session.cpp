@@ -81,4 +81,9 @@ std::string DefaultPluginPath() {
     return (dir / FD_HOST_INSTALL_PLUGIN_DIR / kPluginFile).lexically_normal().string();
 }
 
+std::string WhereToSeeWhy(const CommonOptions& options) {
+    if (options.errorLogPath.empty()) return "give --error-log FILE to see why";
+    return "its error log " + options.errorLogPath + " tells why";
+}
+
 }  // namespace host

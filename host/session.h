@@ -49,4 +49,7 @@ private:
 // (<dir>/plugins/), else in the install tree (<dir>/../lib/fdhost/plugins/).
 std::string DefaultPluginPath();
 
+// For a failure message: the error log that explains it, or how to get one.
+std::string WhereToSeeWhy(const CommonOptions& options);
+
 }  // namespace host

@@ -40,6 +40,11 @@ char32_t DecodeUtf8(std::string_view bytes, size_t& pos) {
     return value;
 }
 
+bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+}  // namespace
+
 void AppendUtf8(std::string& out, char32_t cp) {
     if (cp < 0x80) {
         out += static_cast<char>(cp);
@@ -58,10 +63,7 @@ void AppendUtf8(std::string& out, char32_t cp) {
     }
 }
 
-bool IsHighSurrogate(char16_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool IsLowSurrogate(char16_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-
-}  // namespace
+char32_t JoinSurrogates(char32_t high, char32_t low) { return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00); }
 
 std::u16string Utf8ToUtf16(std::string_view bytes) {
     std::u16string out;
@@ -86,9 +88,7 @@ std::string Utf16ToUtf8(std::u16string_view units) {
     for (size_t i = 0; i < units.size(); ++i) {
         const char16_t unit = units[i];
         if (IsHighSurrogate(unit) && i + 1 < units.size() && IsLowSurrogate(units[i + 1])) {
-            const char32_t cp = 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) +
-                                (static_cast<char32_t>(units[i + 1]) - 0xDC00);
-            AppendUtf8(out, cp);
+            AppendUtf8(out, JoinSurrogates(unit, units[i + 1]));
             ++i;
             continue;
         }

@@ -10,6 +10,10 @@ namespace host {
 
 std::u16string Utf8ToUtf16(std::string_view bytes);
 std::string Utf16ToUtf8(std::u16string_view units);
+// One code point (at most U+10FFFF) as UTF-8.
+void AppendUtf8(std::string& out, char32_t cp);
+// The code point of a high and a low surrogate.
+char32_t JoinSurrogates(char32_t high, char32_t low);
 // A NUL-terminated wide string from the plug-in; null gives an empty view.
 std::u16string_view WideView(const char16_t* text);
 

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <string>
 
+#include "host/littleendian.h"
+
 namespace host {
 namespace {
 
@@ -10,8 +12,6 @@ constexpr uint16_t kTagPcm = 1;
 constexpr uint16_t kTagExtensible = 0xFFFE;
 constexpr uint32_t kUnknown = 0xFFFFFFFF;
 constexpr uint32_t kDs64Body = 28;   // RIFF size, data size, sample count (u64 each), table length
-
-uint16_t U16At(const uint8_t* bytes) { return static_cast<uint16_t>(bytes[0] | bytes[1] << 8); }
 
 void PutU16(std::string& out, uint16_t value) {
     out += static_cast<char>(value & 0xFF);

@@ -19,8 +19,6 @@ public:
     // Pads the data chunk to an even size and patches the sizes when it can.
     void Finish();
 
-    uint64_t DataBytes() const { return dataBytes_; }
-
 private:
     OutputFile& out_;
     uint16_t blockAlign_;
