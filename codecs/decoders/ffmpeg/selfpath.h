@@ -7,3 +7,10 @@
 // Full path of the library file that holds this code, UTF-8; empty when the
 // system can't tell.
 std::string OwnLibraryPath();
+
+// The worker's file name, one folder above the plug-in's folder; also the
+// bare name the worker gets as its first argument.
+const char* WorkerFileName();
+
+// The separator between the folders of OwnLibraryPath().
+char FolderSeparator();

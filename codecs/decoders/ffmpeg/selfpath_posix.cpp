@@ -29,3 +29,7 @@ std::string OwnLibraryPath() {
     if (info.dli_fname == nullptr) return {};
     return Absolute(info.dli_fname);
 }
+
+const char* WorkerFileName() { return "ffmpeg-lgpl"; }
+
+char FolderSeparator() { return '/'; }
