@@ -1,7 +1,11 @@
-// The system's own conversions. No strict flags: invalid UTF-8 becomes
-// U+FFFD and a lone surrogate becomes U+FFFD on the way to UTF-8, as the Linux
-// converters do. Towards ANSI and Latin-1 best-fit mapping is off, so a
-// character the page lacks becomes "?" there too.
+// The system's own conversions, without strict flags. Where systems differ
+// in the details of bad input (Wine and Windows count the replacements of an
+// overlong or surrogate sequence differently), the input is cut so that the
+// result is the same everywhere, and the same as the Linux build's: the
+// system converts the well-formed runs of UTF-8, and each maximal ill-formed
+// subpart becomes one U+FFFD. Towards ANSI and Latin-1 best-fit mapping is
+// off, and a surrogate pair goes as one U+FFFD, so every character the page
+// lacks becomes one "?".
 
 #include "support/textcodec.h"
 
@@ -71,13 +75,72 @@ std::string FromWide(UINT codePage, std::u16string_view units) {
     return out;
 }
 
+// Length of the well-formed sequence at `at`, or 0 with `bad` set to the
+// length of its maximal ill-formed subpart (at least 1).
+size_t WellFormedLength(std::string_view bytes, size_t at, size_t& bad) {
+    const auto lead = static_cast<unsigned char>(bytes[at]);
+    size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    if (lead < 0x80) return 1;
+    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
+    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+    size_t taken = 1;
+    while (length != 0 && taken < length && at + taken < bytes.size()) {
+        const auto next = static_cast<unsigned char>(bytes[at + taken]);
+        if (next < low || next > high) break;
+        low = 0x80;
+        high = 0xBF;
+        ++taken;
+    }
+    if (length != 0 && taken == length) return length;
+    bad = taken;
+    return 0;
+}
+
+// A pair becomes U+FFFD: no 8-bit page holds a character beyond the BMP, and
+// systems differ in how many "?" they give for the two units.
+std::u16string PairsReplaced(std::u16string_view units) {
+    std::u16string out(units);
+    size_t kept = 0;
+    for (size_t i = 0; i < out.size(); ++i) {
+        const bool pair = out[i] >= 0xD800 && out[i] <= 0xDBFF && i + 1 < out.size() && out[i + 1] >= 0xDC00 &&
+                          out[i + 1] <= 0xDFFF;
+        out[kept++] = pair ? char16_t{0xFFFD} : out[i];
+        if (pair) ++i;
+    }
+    out.resize(kept);
+    return out;
+}
+
 }  // namespace
 
-std::u16string Utf8ToUtf16(std::string_view bytes) { return ToWide(kUtf8, bytes); }
+std::u16string Utf8ToUtf16(std::string_view bytes) {
+    std::u16string out;
+    size_t runStart = 0;
+    for (size_t at = 0; at < bytes.size();) {
+        size_t bad = 0;
+        const size_t length = WellFormedLength(bytes, at, bad);
+        if (length != 0) {
+            at += length;
+            continue;
+        }
+        out += ToWide(kUtf8, bytes.substr(runStart, at - runStart));
+        out += char16_t{0xFFFD};
+        at += bad;
+        runStart = at;
+    }
+    return out + ToWide(kUtf8, bytes.substr(runStart));
+}
 std::string Utf16ToUtf8(std::u16string_view units) { return FromWide(kUtf8, units); }
 std::u16string AnsiToUtf16(std::string_view bytes) { return ToWide(kAnsi, bytes); }
-std::string Utf16ToAnsi(std::u16string_view units) { return FromWide(kAnsi, units); }
+std::string Utf16ToAnsi(std::u16string_view units) { return FromWide(kAnsi, PairsReplaced(units)); }
 std::u16string Latin1ToUtf16(std::string_view bytes) { return ToWide(kLatin1, bytes); }
-std::string Utf16ToLatin1(std::u16string_view units) { return FromWide(kLatin1, units); }
+std::string Utf16ToLatin1(std::u16string_view units) { return FromWide(kLatin1, PairsReplaced(units)); }
 
 }  // namespace text
