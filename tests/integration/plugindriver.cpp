@@ -1,10 +1,5 @@
 #include "plugindriver.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <stdexcept>
 #include <utility>
 
 #include "support/textcodec.h"
@@ -12,19 +7,11 @@
 namespace it {
 namespace {
 
-int AnonymousLog() {
-    std::FILE* file = std::tmpfile();
-    if (file == nullptr) throw std::runtime_error("no temporary file for a log");
-    const int fd = ::fcntl(::fileno(file), F_DUPFD_CLOEXEC, 3);
-    std::fclose(file);
-    return fd;
-}
-
-std::string LogText(int fd) {
+std::string LogText(const std::string& path) {
+    const std::string bytes = ReadFile(path);
     std::u16string units;
-    char pair[2];
-    for (off_t at = 0; ::pread(fd, pair, 2, at) == 2; at += 2) {
-        units += static_cast<char16_t>(static_cast<uint8_t>(pair[0]) | static_cast<uint8_t>(pair[1]) << 8);
+    for (size_t at = 0; at + 1 < bytes.size(); at += 2) {
+        units += static_cast<char16_t>(static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8);
     }
     return text::Utf16ToUtf8(units);
 }
@@ -37,18 +24,14 @@ PluginLibrary& Plugin() {
 }
 
 TestDecoder::TestDecoder(PluginLibrary& library)
-    : library_(library), errorFd_(AnonymousLog()), traceFd_(AnonymousLog()) {
+    : library_(library), errorLog_(logs_.File("error.log")), traceLog_(logs_.File("trace.log")) {
     DecoderCreateInfo info{};
-    info.errorLog = static_cast<uint64_t>(errorFd_);
-    info.traceLog = static_cast<uint64_t>(traceFd_);
+    info.errorLog = errorLog_.Get();
+    info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
 }
 
-TestDecoder::~TestDecoder() {
-    Destroy();
-    ::close(errorFd_);
-    ::close(traceFd_);
-}
+TestDecoder::~TestDecoder() { Destroy(); }
 
 void TestDecoder::Destroy() {
     if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
@@ -87,8 +70,8 @@ bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>*
     }
 }
 
-std::string TestDecoder::ErrorLog() const { return LogText(errorFd_); }
-std::string TestDecoder::TraceLog() const { return LogText(traceFd_); }
+std::string TestDecoder::ErrorLog() const { return LogText(logs_.File("error.log")); }
+std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log")); }
 
 std::string FormatHead(const DecoderFormat& format) {
     const auto* wave = reinterpret_cast<const char*>(format.wave);
