@@ -90,6 +90,19 @@ int ThreadCount() {
     return count;
 }
 
+// Wine answers GetProcessHandleCount with 0; then the handle values are
+// probed one by one (they are multiples of 4).
+int HandleCount() {
+    DWORD count = 0;
+    if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
+    int probed = 0;
+    for (uintptr_t value = 4; value < 0x40000; value += 4) {
+        DWORD flags = 0;
+        probed += ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+    }
+    return probed;
+}
+
 }  // namespace
 
 int ChildCount() {
@@ -157,9 +170,7 @@ RunResult Run(const std::vector<std::string>& argv) {
 }
 
 Resources CurrentResources() {
-    DWORD handles = 0;
-    ::GetProcessHandleCount(::GetCurrentProcess(), &handles);
-    return {static_cast<int>(handles), ThreadCount(), ChildCount()};
+    return {HandleCount(), ThreadCount(), ChildCount()};
 }
 
 bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {
