@@ -24,7 +24,7 @@ public:
     uint64_t Sink() const;
 
 private:
-    void Reset();
+    void Reset();   // closes the file; the platform's part
 
     intptr_t handle_ = -1;
 };

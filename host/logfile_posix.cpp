@@ -7,7 +7,6 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
 #include "host/errors.h"
 
@@ -32,17 +31,6 @@ LogFile::LogFile(const std::string& path) {
     handle_ = fd < 0 ? -1 : MoveAboveStandardStreams(fd);
     if (handle_ < 0) throw HostError("cannot open the log file " + path + ": " + std::strerror(errno));
 }
-
-LogFile::LogFile(LogFile&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-
-LogFile& LogFile::operator=(LogFile&& other) noexcept {
-    if (this == &other) return *this;
-    Reset();
-    handle_ = std::exchange(other.handle_, -1);
-    return *this;
-}
-
-LogFile::~LogFile() { Reset(); }
 
 void LogFile::Reset() {
     if (handle_ >= 0) close(static_cast<int>(handle_));

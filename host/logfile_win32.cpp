@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <utility>
-
 #include "host/errors.h"
 #include "host/text.h"
 
@@ -21,17 +19,6 @@ LogFile::LogFile(const std::string& path) {
     }
     handle_ = reinterpret_cast<intptr_t>(handle);
 }
-
-LogFile::LogFile(LogFile&& other) noexcept : handle_(std::exchange(other.handle_, -1)) {}
-
-LogFile& LogFile::operator=(LogFile&& other) noexcept {
-    if (this == &other) return *this;
-    Reset();
-    handle_ = std::exchange(other.handle_, -1);
-    return *this;
-}
-
-LogFile::~LogFile() { Reset(); }
 
 void LogFile::Reset() {
     if (handle_ != -1) ::CloseHandle(reinterpret_cast<HANDLE>(handle_));
