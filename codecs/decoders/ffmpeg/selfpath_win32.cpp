@@ -1,5 +1,5 @@
 // The library's own path: GetModuleFileNameW on the module that holds this
-// code, taken once, at the first use.
+// code, taken once, when the library loads.
 
 #include <windows.h>
 
@@ -24,12 +24,12 @@ std::string QueryOwnLibraryPath() {
     return text::Utf16ToUtf8(std::u16string_view(reinterpret_cast<const char16_t*>(path), length));
 }
 
+// Set at load time, never changed afterwards.
+const std::string kOwnPath = QueryOwnLibraryPath();
+
 }  // namespace
 
-std::string OwnLibraryPath() {
-    static const std::string path = QueryOwnLibraryPath();
-    return path;
-}
+std::string OwnLibraryPath() { return kOwnPath; }
 
 const char* WorkerFileName() { return "ffmpeg-lgpl.exe"; }
 
