@@ -243,6 +243,7 @@ void WorkerProcess::Stop() {
 }
 
 void WorkerProcess::Terminate() {
+    ClosePipes();
     Kill();
     Stop();
 }
