@@ -66,6 +66,8 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
     survey.scanTrailing = root.SegmentEnd();
     survey.list.push_back({{id, std::vector<uint8_t>(data, data + size)}});
     for (const auto& [elementId, offsets] : segment.ElementTable) {
+        // The reserved ID 0 would get a Seek entry that no reader accepts.
+        if (elementId == 0) EBML::Fail();
         const bool load = elementId != id && elementId != kVoid && elementId != kSeekHead && elementId != kCluster;
         for (uint64_t q : offsets) {
             if (load) {
@@ -76,6 +78,15 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
             }
             if (elementId != kCluster && q > survey.firstCluster) survey.scanTrailing = std::min(survey.scanTrailing, q);
         }
+    }
+    // Every byte from the first Cluster to the tail must belong to an element
+    // that ends in front of the tail, or the tail's bytes aren't proven free.
+    EBML::BoundedSeek(stream, survey.firstCluster);
+    while (stream.Tell() < survey.scanTrailing) {
+        EBML::ReadElementId(stream);
+        const uint64_t bodySize = EBML::ReadElementSize(stream);
+        if (bodySize > survey.scanTrailing - stream.Tell()) EBML::Fail();
+        EBML::BoundedSkip(stream, bodySize);
     }
     // The tail must hold no Cluster: metadata between Clusters can't move.
     EBML::BoundedSeek(stream, survey.scanTrailing);

@@ -33,6 +33,16 @@ public:
     uint64_t seekHeadEnd = 0;
 };
 
+// True when another known element starts inside [begin, end): the span's
+// size fields lie, and its bytes aren't proven to be this element's.
+bool OverlapsOthers(const ParserRoot& root, uint32_t id, uint64_t begin, uint64_t end) {
+    for (const auto& [otherId, offsets] : root.segment.ElementTable) {
+        const auto inside = offsets.lower_bound(begin + 1);
+        if (otherId != id && inside != offsets.end() && *inside < end) return true;
+    }
+    return false;
+}
+
 std::vector<uint8_t> Header(uint32_t id, uint64_t size) {
     EBML::StreamWritableSimple header;
     EBML::WriteVarInt(header, id);
@@ -70,6 +80,7 @@ bool TryReplaceInPlace(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* 
     for (uint64_t p : offsets) {
         const uint64_t segEnd = root.SegmentEnd();
         const uint64_t span = EBML::MeasureAt(stream, id, p, segEnd);
+        if (OverlapsOthers(root, id, p, p + span)) continue;
         if (p + span == segEnd) {
             // The last thing in the Segment: it may grow or shrink freely.
             const ParserSegmentV2& segment = root.segment;
