@@ -18,6 +18,7 @@
 
 #include "codecs/decoders/ffmpeg/qel-matroska/ebml.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
+#include "bench/benchio.h"
 #include "tags/idtags.h"
 
 namespace {
@@ -26,15 +27,6 @@ constexpr uint64_t kMiB = uint64_t{1} << 20;
 constexpr uint64_t kLargestCluster = 256 * kMiB;
 constexpr uint32_t kCoverBytes = 300 * 1024;
 
-int64_t IoCounter(const std::string& name) {
-    std::ifstream io("/proc/self/io");
-    std::string key;
-    int64_t value = 0;
-    while (io >> key >> value) {
-        if (key == name + ":") return value;
-    }
-    return -1;
-}
 
 std::string Element(uint32_t id, const std::string& body) {
     EBML::StreamWritableSimple sink;
@@ -110,14 +102,7 @@ std::string BenchPath(const char* name) {
 }
 
 IDTags TitleAndCover() {
-    std::string cover(kCoverBytes, '\0');
-    uint32_t x = 12345;
-    for (char& c : cover) {
-        x = x * 1103515245u + 12345u;
-        c = static_cast<char>(x >> 24);
-    }
-    const std::string jpegHead("\xFF\xD8\xFF\xC0\x00\x11\x08\x01\x2C\x01\x2C\x03", 12);
-    cover.replace(0, jpegHead.size(), jpegHead);
+    const std::string cover = benchio::CoverBytes(kCoverBytes, std::string("\xFF\xD8\xFF\xC0\x00\x11\x08\x01\x2C\x01\x2C\x03", 12));
     IDTags tags;
     tags.Add(clString(u"TITLE"), clString(u"Benchmark title"));
     tags.AddBinary(clString(u"_albumart_1_Front Album Cover"), cover.data(), kCoverBytes);
@@ -129,14 +114,14 @@ void ReadTags(benchmark::State& state) {
     const std::string path = BenchPath(".mka");
     BuildFile(path, mib, state.range(1) != 0);
     const clString wide = clString::FromUtf8(path);
-    const int64_t readBefore = IoCounter("rchar");
+    const int64_t readBefore = benchio::IoCounter("rchar");
     for (auto _ : state) {
         IDTags tags;
         if (!MatroskaTags::Read(wide, tags, nullptr) || tags.Count() != 1) state.SkipWithError("the read failed");
     }
     state.counters["file_MB"] = static_cast<double>(std::filesystem::file_size(path)) / 1e6;
     state.counters["read_KiB"] =
-        static_cast<double>(IoCounter("rchar") - readBefore) / static_cast<double>(state.iterations()) / 1024;
+        static_cast<double>(benchio::IoCounter("rchar") - readBefore) / static_cast<double>(state.iterations()) / 1024;
     std::filesystem::remove(path);
 }
 
