@@ -1,11 +1,15 @@
-// ID3v2 tag reading: a file with a 10 MB tag (one large cover) against a file
-// with a small tag at 1 MB and 1.5 GB. The second time must not grow with the
-// file, since reading stops at the tag's declared end. The large files are
-// sparse, so they cost no disk.
+// ID3v2 tags. Reading: a file with a 10 MB tag (one large cover) against a
+// file with a small tag at 1 MB and 1.5 GB; the second time must not grow
+// with the file, since reading stops at the tag's declared end (those files
+// are sparse and cost no disk). Rewriting: a tag whose size changes in a 1 GB
+// file moves everything behind it, so it is measured against copying that
+// file once; a tag of unchanged size is rewritten in place and must cost the
+// same at 1 MB and 1 GB.
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +17,7 @@
 
 #include "support/clFile.h"
 #include "tags/id3v2/tagid3v2.h"
+#include "tags/stdtags.h"
 
 namespace {
 
@@ -65,6 +70,61 @@ void ReadTags(benchmark::State& state, uint32_t coverBytes) {
     std::filesystem::remove(path);
 }
 
+std::string TempPath(const char* what) {
+    return (std::filesystem::temp_directory_path() /
+            ("fd-id3bench-" + std::string(what) + "-" + std::to_string(::getpid()) + ".tak"))
+        .string();
+}
+
+// A small tag in front of `size` bytes of real (not sparse) data, so that a
+// move really reads and writes them.
+std::string MakeTaggedFile(const char* what, int64_t size) {
+    const std::string path = TempPath(what);
+    std::ofstream out(path, std::ios::binary);
+    out << TagBytes(0);
+    std::string block(1 << 20, 'a');
+    for (int64_t left = size; left > 0; left -= static_cast<int64_t>(block.size())) {
+        out.write(block.data(), static_cast<std::streamsize>(std::min<int64_t>(left, static_cast<int64_t>(block.size()))));
+    }
+    return path;
+}
+
+void Rewrite(benchmark::State& state, bool sizeChanges) {
+    const std::string path = MakeTaggedFile("rewrite", state.range(0));
+    const clString widePath = clString::FromUtf8(path);
+    IDTags first;
+    first.Add(clString(u"Title"), clString(u"Benchmark two"));
+    WriteStdTags(widePath, first, 1, nullptr);   // from here on only the title's length matters
+    int round = 0;
+    for (auto _ : state) {
+        // Titles of two lengths alternate when the size is to change.
+        IDTags tags;
+        const bool longer = sizeChanges && (++round % 2 == 1);
+        tags.Add(clString(u"Title"), clString(longer ? u"A much longer benchmark title" : u"Benchmark two"));
+        if (!WriteStdTags(widePath, tags, 1, nullptr)) state.SkipWithError("the write failed");
+    }
+    std::filesystem::remove(path);
+}
+
+// The reference for a move: copying the same file once, in the same 64 KiB steps.
+void CopyFileOnce(benchmark::State& state) {
+    const std::string path = MakeTaggedFile("copy", state.range(0));
+    const std::string copy = path + ".copy";
+    for (auto _ : state) {
+        std::ifstream in(path, std::ios::binary);
+        std::ofstream out(copy, std::ios::binary | std::ios::trunc);
+        std::string block(65536, '\0');
+        while (in.read(block.data(), static_cast<std::streamsize>(block.size())) || in.gcount() > 0) {
+            out.write(block.data(), in.gcount());
+        }
+    }
+    std::filesystem::remove(copy);
+    std::filesystem::remove(path);
+}
+
+void RewriteChangingSize(benchmark::State& state) { Rewrite(state, true); }
+void RewriteSameSize(benchmark::State& state) { Rewrite(state, false); }
+
 void ReadLargeTag(benchmark::State& state) { ReadTags(state, 10u << 20); }
 void ReadSmallTag(benchmark::State& state) { ReadTags(state, 0); }
 
@@ -72,3 +132,6 @@ void ReadSmallTag(benchmark::State& state) { ReadTags(state, 0); }
 
 BENCHMARK(ReadLargeTag)->Arg(int64_t{11} << 20)->Unit(benchmark::kMillisecond);
 BENCHMARK(ReadSmallTag)->Arg(int64_t{1} << 20)->Arg(int64_t{3} << 29)->Unit(benchmark::kMicrosecond);
+BENCHMARK(RewriteChangingSize)->Arg(int64_t{1} << 30)->Iterations(4)->Unit(benchmark::kMillisecond);
+BENCHMARK(CopyFileOnce)->Arg(int64_t{1} << 30)->Iterations(4)->Unit(benchmark::kMillisecond);
+BENCHMARK(RewriteSameSize)->Arg(int64_t{1} << 20)->Arg(int64_t{1} << 30)->Unit(benchmark::kMicrosecond);

@@ -40,4 +40,6 @@ public:
 
 private:
     void applyFrameNames(id3parser::id3tag& tag) const;
+    int64_t provenTagSize(id3parser::id3tag& tag);
+    bool moveTail(uint64_t from, int64_t delta);
 };

@@ -1,6 +1,97 @@
-// TagID3v2: options, writing and deleting.
+// TagID3v2: options, writing and deleting. The new tag is rendered to memory
+// first; the file changes only when that succeeded, and only within bytes
+// that a parsed tag proved to be its own.
 
+#include <algorithm>
+#include <set>
+
+#include "tags/id3v2/id3text.h"
+#include "tags/id3v2/id3values.h"
+#include "tags/id3v2/id3writer.h"
 #include "tags/id3v2/tagid3v2.h"
+#include "tags/picturenaming.h"
+#include "tags/tagtext.h"
+
+using namespace id3parser;
+
+namespace {
+
+// "Year" becomes a whole number, as clString::ToInt reads it.
+std::string IntegerYear(const clString& value) { return std::to_string(value.ToInt()); }
+
+std::vector<std::string> SplitAtCr(const clString& value) {
+    std::vector<std::string> pieces;
+    std::u16string_view rest = value.View();
+    for (;;) {
+        const size_t cr = rest.find(u'\r');
+        pieces.push_back(clString(rest.substr(0, cr)).ToUtf8());
+        if (cr == std::u16string_view::npos) return pieces;
+        rest.remove_prefix(cr + 1);
+    }
+}
+
+int PictureTypeOfKey(const clString& key) {
+    clString typeName, description;
+    SplitArtKey(key, typeName, description);
+    if (typeName.Empty() || EqualsNoCase(typeName.View(), u"Undefined")) return 0;
+    return PictureTypeFromName(typeName);
+}
+
+id3frame PictureFrame(const IDTag& entry) {
+    clString typeName, description;
+    SplitArtKey(entry.Name, typeName, description);
+    const uint8_t* data = entry.Data.Data();
+    const size_t size = entry.Data.Size();
+    std::string mime;
+    if (size >= 8) mime = data[1] == 'P' && data[2] == 'N' && data[3] == 'G' ? "image/png" : "image/jpeg";
+    id3frame frame;
+    frame.id = frameId("APIC");
+    frame.data.push_back(0);
+    frame.data.insert(frame.data.end(), mime.begin(), mime.end());
+    frame.data.push_back(0);
+    frame.data.push_back(static_cast<uint8_t>(PictureTypeOfKey(entry.Name)));
+    const std::string text = description.ToUtf8();   // UTF-8 bytes, whatever the encoding byte says
+    frame.data.insert(frame.data.end(), text.begin(), text.end());
+    frame.data.push_back(0);
+    frame.data.insert(frame.data.end(), data, data + size);
+    return frame;
+}
+
+void ReplacePictures(id3tag& tag, const IDTags& tags, bool deleteOnly) {
+    std::set<int> types;
+    for (int i = 0; i < tags.Count(); ++i) {
+        if (IsArtKey(tags[i].Name)) types.insert(PictureTypeOfKey(tags[i].Name));
+    }
+    if (types.empty()) return;
+    tag.frames.remove_if([&types](const id3frame& frame) {
+        if (frame.id != frameId("APIC")) return false;
+        try {
+            uint8_t type = 0;
+            const uint8_t* image = nullptr;
+            uint64_t size = 0;
+            pictureFields(frame.data.data(), frame.data.size(), type, image, size);
+            return types.count(type) != 0;
+        } catch (const parseError&) {
+            return true;   // a rewrite that touches pictures clears out broken ones
+        }
+    });
+    if (deleteOnly) return;
+    for (int i = 0; i < tags.Count(); ++i) {
+        if (IsArtKey(tags[i].Name) && !tags[i].Data.Empty()) tag.frames.push_back(PictureFrame(tags[i]));
+    }
+}
+
+void ReplaceTableOfContents(id3tag& tag, const IDTags& tags) {
+    const IDTag* toc = tags.Find(clString(u"_cdtoc"), false);
+    if (!toc) return;
+    tag.frames.remove_if([](const id3frame& frame) { return frame.id == frameId("MCDI"); });
+    if (toc->Data.Empty()) return;
+    id3frame& frame = tag.frames.emplace_back();
+    frame.id = frameId("MCDI");
+    frame.data.assign(toc->Data.Data(), toc->Data.Data() + toc->Data.Size());
+}
+
+}  // namespace
 
 void TagID3v2::SetOption(const clString& name) {
     const auto Rename = [this](const char16_t* id, const char16_t* tagName) {
@@ -19,6 +110,117 @@ void TagID3v2::SetOption(const clString& name) {
     else if (name == u"TIT1Style") Rename(u"TIT1", u"Style");
 }
 
-bool TagID3v2::Write(const IDTags&, bool) { return false; }
-void TagID3v2::Delete() {}
-void TagID3v2::DeleteTag(const clString&) {}
+bool TagID3v2::isSingleValueName(const clString& name) {
+    static constexpr std::u16string_view kNames[] = {
+        u"album", u"album sort", u"subtitle", u"set subtitle", u"encoded by", u"label", u"encoder settings",
+        u"tempo", u"source", u"initial key", u"contact", u"copyright", u"title", u"comment", u"title sort",
+        u"length", u"year", u"original release year", u"release date", u"recording dates", u"description",
+        u"CUESHEET", u"EACLOG"};
+    for (std::u16string_view single : kNames) {
+        if (EqualsNoCase(name.View(), single)) return true;
+    }
+    return name.Find(u"lyrics", 1, true) != 0;
+}
+
+// The size of the tag that a rewrite replaces: 0 without a tag; -1 when the
+// header names bytes that can't be proven to be the tag's (it doesn't parse,
+// or it runs past the file's end), which nothing may then overwrite.
+int64_t TagID3v2::provenTagSize(id3tag& tag) {
+    uint64_t oldSize = tagSizeOnDisk();
+    if (oldSize == 0) return 0;
+    if (alignment == 2 && oldSize % 2 == 1) ++oldSize;
+    bool failed = false;
+    const int64_t fileSize = file.Size(&failed);
+    if (failed || tagOffset + oldSize > static_cast<uint64_t>(fileSize)) return -1;
+    if (!readTagFrom(tag, file, tagOffset)) return -1;
+    return static_cast<int64_t>(oldSize);
+}
+
+// Makes room for `delta` more bytes at the end first, so that a full disk
+// or a size limit stops the write before any byte has moved.
+bool TagID3v2::moveTail(uint64_t from, int64_t delta) {
+    if (delta == 0) return true;
+    bool failed = false;
+    const int64_t size = file.Size(&failed);
+    if (failed) return false;
+    if (delta > 0) {
+        const bool room = file.SetLength(size + delta);
+        if (!file.SetLength(size) || !room) return false;
+    }
+    return file.ShiftTail(static_cast<int64_t>(from), delta);
+}
+
+bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
+    std::vector<uint8_t> rendered;
+    int64_t oldSize = 0;
+    try {
+        id3tag tag;
+        applyFrameNames(tag);
+        oldSize = provenTagSize(tag);
+        if (oldSize < 0) return false;
+        if (oldSize == 0) tag.version = versionChoice == 3 ? 4 : 3;
+
+        TagValues values;
+        framesToValues(tag, values);
+        for (int i = 0; i < tags.Count(); ++i) {
+            const IDTag& entry = tags[i];
+            if (entry.Name.View().starts_with(u"_")) continue;
+            std::string name = entry.Name.ToUtf8();
+            if (equalsNoCase(name, "content group description")) name = "style";
+            if (equalsNoCase(name, "ITUNNORM")) name = "COMMENT ITUNNORM";
+            if (deleteOnly || entry.Value.Empty()) {
+                values.erase(name);
+                continue;
+            }
+            std::vector<std::string>& list = values[name];
+            list.clear();
+            if (equalsNoCase(name, "year") && fullDateInYear == 0 && strictYearDate == 0) {
+                list.push_back(IntegerYear(entry.Value));
+            } else if (isSingleValueName(entry.Name)) {
+                list.push_back(entry.Value.ToUtf8());
+            } else {
+                list = SplitAtCr(entry.Value);
+            }
+        }
+        if (auto comments = values.find("comments"); comments != values.end()) {
+            std::vector<std::string> moved = std::move(comments->second);
+            values.erase(comments);
+            std::vector<std::string>& comment = values["comment"];
+            comment.insert(comment.end(), moved.begin(), moved.end());
+        }
+
+        WriteSettings settings;
+        settings.encoding = encodingChoice == 1 ? 1 : encodingChoice == 2 ? 3 : 0;
+        settings.looseYear = strictYearDate == 0 ? 1 : 0;
+        valuesToFrames(tag, values, settings);
+        ReplacePictures(tag, tags, deleteOnly);
+        ReplaceTableOfContents(tag, tags);
+
+        streamOutBuffer buffer;
+        if (!tag.frames.empty()) {
+            orderPictures(tag);
+            renderTag(tag, buffer, static_cast<uint64_t>(oldSize), maxPadding, alignment);
+        }
+        rendered.swap(buffer.bytes);
+    } catch (...) {
+        return false;   // nothing has reached the file
+    }
+    const int64_t delta = static_cast<int64_t>(rendered.size()) - oldSize;
+    if (!moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return false;
+    if (rendered.empty()) return true;
+    return file.Seek(static_cast<int64_t>(tagOffset)) &&
+           file.Write(rendered.data(), static_cast<uint32_t>(rendered.size()), clFile::kAtCurrent);
+}
+
+void TagID3v2::Delete() {
+    id3tag tag;
+    const int64_t oldSize = provenTagSize(tag);
+    if (oldSize <= 0) return;
+    file.ShiftTail(static_cast<int64_t>(tagOffset) + oldSize, -oldSize);
+}
+
+void TagID3v2::DeleteTag(const clString& name) {
+    IDTags one;
+    one.Add(name, clString());
+    Write(one, true);
+}

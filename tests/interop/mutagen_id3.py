@@ -2,14 +2,15 @@
 
 write: puts a fixed set of ID3v2 frames (VERSION 3 or 4) at the start of FILE,
 with the two images as front and back covers.
-dump: prints the ID3v2 frames of FILE as JSON, in file order: [[id, description, value], ...].
+dump: prints the ID3v2 frames of FILE as JSON, in file order: [[id, value], ...]; a
+picture's bytes go to FILE.apicN, whose name stands in the JSON.
 """
 
 import json
 import sys
 
-from mutagen.id3 import (APIC, COMM, ID3, MCDI, POPM, PRIV, TALB, TCOM, TCON, TDRC, TIT2, TPE1, TPE2, TRCK,
-                         TXXX, USLT, WXXX, ID3NoHeaderError)
+from mutagen.id3 import (APIC, COMM, GEOB, ID3, MCDI, POPM, PRIV, TALB, TCOM, TCON, TDRC, TIT2, TPE1, TPE2,
+                         TRCK, TXXX, UFID, USLT, WXXX, ID3NoHeaderError)
 
 
 def read_bytes(path):
@@ -40,14 +41,21 @@ def write(path, version, png, jpeg):
     tag.add(APIC(encoding=3 if v4 else 1, mime="image/jpeg", type=4, desc="Back", data=read_bytes(jpeg)))
     tag.add(PRIV(owner="org.example", data=b"\x00\x01private"))
     tag.add(MCDI(data=b"\x00\x12toc"))
+    tag.add(UFID(owner="http://ufid.example", data=b"id-1"))
+    tag.add(GEOB(encoding=0, mime="application/x-test", filename="f.bin", desc="obj", data=b"\x01\x02"))
     tag.save(path, v2_version=version)
 
 
-def describe(frame):
+def describe(frame, path, index):
     if isinstance(frame, APIC):
-        return [frame.type, frame.desc, frame.mime, frame.data.hex()]
-    if isinstance(frame, (PRIV, MCDI)):
+        name = "%s.apic%d" % (path, index)
+        with open(name, "wb") as f:
+            f.write(frame.data)
+        return [frame.type, frame.desc, frame.mime, name]
+    if isinstance(frame, (PRIV, MCDI, UFID)):
         return getattr(frame, "owner", "") + ":" + frame.data.hex()
+    if isinstance(frame, GEOB):
+        return [frame.mime, frame.filename, frame.desc, frame.data.hex()]
     if isinstance(frame, POPM):
         return [frame.email, frame.rating]
     if isinstance(frame, WXXX):
@@ -67,7 +75,7 @@ def dump(path):
     except ID3NoHeaderError:
         print(json.dumps({"version": None, "frames": []}))
         return
-    frames = [[frame.FrameID, describe(frame)] for frame in tag.values()]
+    frames = [[frame.FrameID, describe(frame, path, i)] for i, frame in enumerate(tag.values())]
     print(json.dumps({"version": tag.version[1], "frames": frames}, ensure_ascii=False))
 
 

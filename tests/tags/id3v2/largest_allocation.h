@@ -11,4 +11,6 @@ public:
     LargestAllocation& operator=(const LargestAllocation&) = delete;
     ~LargestAllocation();
     size_t Largest() const;
+    // False in sanitizer builds, where nothing is watched.
+    static bool Available();
 };
