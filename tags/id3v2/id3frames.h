@@ -33,6 +33,9 @@ struct id3tag {
     FrameOverrides overrides;
     uint32_t version = 0;   // 0 while empty, else the version the tag was read as
     uint8_t strict = 0;
+    // Where the frames ended, counted from behind the tag header: what lies
+    // between there and the declared size should be padding.
+    uint64_t framesEnd = 0;
 };
 
 class parseCallback {

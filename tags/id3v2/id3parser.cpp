@@ -135,6 +135,7 @@ bool RetryAsV23(id3tag& tag, streamIn& window, uint8_t flags, parseCallback& cal
         parseFramesV23(retry, window, callback);
         tag.frames.swap(retry.frames);
         tag.version = 3;
+        tag.framesEnd = window.tell();
         return true;
     } catch (...) {
         return false;
@@ -153,6 +154,7 @@ uint32_t mapShortFrameId(const char* id3) {
 void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
     tag.frames.clear();
     tag.version = 0;
+    tag.framesEnd = 0;
     uint8_t header[10];
     stream.readExact(header, 10);
     if (std::memcmp(header, "ID3", 3) != 0) throw parseError();
@@ -170,6 +172,7 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
             parseFramesV22(tag, window, callback);
         }
         tag.version = 2;
+        tag.framesEnd = window.tell();
         return;
     }
     if (version == 3) {
@@ -179,6 +182,7 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
         if (flags & 0x40) SkipExtendedHeaderV23(top);
         parseFramesV23(tag, top, callback);
         tag.version = 3;
+        tag.framesEnd = window.tell();
         return;
     }
     if (flags & 0x0F) throw parseError();
@@ -189,6 +193,7 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
         throw;
     }
     tag.version = 4;
+    tag.framesEnd = window.tell();
 }
 
 void parseFramesV23(id3tag& tag, streamIn& stream, parseCallback& callback) {

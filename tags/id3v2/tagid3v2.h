@@ -42,4 +42,5 @@ private:
     void applyFrameNames(id3parser::id3tag& tag) const;
     int64_t provenTagSize(id3parser::id3tag& tag);
     bool moveTail(uint64_t from, int64_t delta);
+    bool paddingIsZero(uint64_t from, uint64_t to);
 };

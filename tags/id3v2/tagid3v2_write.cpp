@@ -124,7 +124,8 @@ bool TagID3v2::isSingleValueName(const clString& name) {
 
 // The size of the tag that a rewrite replaces: 0 without a tag; -1 when the
 // header names bytes that can't be proven to be the tag's (it doesn't parse,
-// or it runs past the file's end), which nothing may then overwrite.
+// it runs past the file's end, or what should be padding isn't zeros), which
+// nothing may then overwrite.
 int64_t TagID3v2::provenTagSize(id3tag& tag) {
     uint64_t oldSize = tagSizeOnDisk();
     if (oldSize == 0) return 0;
@@ -133,7 +134,30 @@ int64_t TagID3v2::provenTagSize(id3tag& tag) {
     const int64_t fileSize = file.Size(&failed);
     if (failed || tagOffset + oldSize > static_cast<uint64_t>(fileSize)) return -1;
     if (!readTagFrom(tag, file, tagOffset)) return -1;
+    if (!paddingIsZero(tagOffset + 10 + tag.framesEnd, tagOffset + oldSize)) return -1;
     return static_cast<int64_t>(oldSize);
+}
+
+// True when the bytes from `from` to `to` are zeros (or a footer at the very
+// end): a header size that reaches into audio shows there.
+bool TagID3v2::paddingIsZero(uint64_t from, uint64_t to) {
+    uint8_t header[10];
+    if (!file.Seek(static_cast<int64_t>(tagOffset)) || file.Read(header, 10) != 10) return false;
+    if ((header[5] & 0x10) != 0 && to >= from + 10) {   // a footer: "3DI" and the header's own fields
+        uint8_t footer[10];
+        if (!file.Seek(static_cast<int64_t>(to - 10)) || file.Read(footer, 10) != 10) return false;
+        if (footer[0] != '3' || footer[1] != 'D' || footer[2] != 'I' || !std::equal(footer + 3, footer + 10, header + 3)) return false;
+        to -= 10;
+    }
+    if (!file.Seek(static_cast<int64_t>(from))) return false;
+    uint8_t block[4096];
+    for (uint64_t left = to > from ? to - from : 0; left > 0;) {
+        const auto step = static_cast<uint32_t>(std::min<uint64_t>(left, sizeof(block)));
+        if (file.Read(block, step) != step) return false;
+        if (std::any_of(block, block + step, [](uint8_t b) { return b != 0; })) return false;
+        left -= step;
+    }
+    return true;
 }
 
 // Makes room for `delta` more bytes at the end first, so that a full disk

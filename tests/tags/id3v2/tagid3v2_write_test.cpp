@@ -121,11 +121,24 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     }
     EXPECT_EQ(ReadFile(path), kAudio);
 
-    // A tag that doesn't parse, or claims more than the file: nothing is proven
-    // to be tag bytes, so nothing is written or cut.
+    // Padding and a footer are the tag's: a rewrite or a delete takes them along.
+    Make(Tag(3, Frame23("TIT2", Text("Old")) + std::string(100, '\0')));
+    ASSERT_TRUE(Write(Tags({{"Title", "x"}})));
+    EXPECT_EQ(TagBytes(), Tag(3, Frame23("TIT2", Text("x") + '\0')));
+    const std::string footed = Tag(4, Frame24("TIT2", Text("t")) + std::string(7, '\0'), 0x10);
+    Make(footed + "3DI" + footed.substr(3, 7));
+    {
+        clFile file = OpenFile(path);
+        TagID3v2(file).Delete();
+    }
+    EXPECT_EQ(ReadFile(path), kAudio);
+
+    // A tag that doesn't parse, claims more than the file, or whose padding
+    // isn't zeros: nothing is proven to be tag bytes, so nothing is written or cut.
     const std::string overrun = Tag(3, Frame23("TIT2", Text("t")) + "TALB" + BigEndian(1000, 4) + std::string(2, '\0'));
     const std::string tooLong = std::string("ID3\x03\0\0\0\x7F\x7F\x7F", 10) + Frame23("TIT2", Text("t"));
-    for (const std::string& tag : {overrun, tooLong}) {
+    const std::string junkPadding = Tag(3, Frame23("TIT2", Text("t")) + std::string(20, '\0') + "audio?");
+    for (const std::string& tag : {overrun, tooLong, junkPadding, footed + "3DX" + footed.substr(3, 7)}) {
         Make(tag);
         EXPECT_FALSE(Write(Tags({{"Title", "x"}})));
         clFile file = OpenFile(path);
