@@ -1,7 +1,6 @@
 #include "tags/id3v2/id3values.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "tags/id3v2/id3genres.h"
 #include "tags/id3v2/id3streams.h"
@@ -108,8 +107,8 @@ std::string FirstText(const id3frame& frame, const FrameContext& context) {
 
 std::string UrlBody(const id3frame& frame) {
     if (frame.data.empty()) throw parseError();
-    const auto* bytes = reinterpret_cast<const char*>(frame.data.data());
-    return latin1ToUtf8(std::string(bytes, strnlen(bytes, frame.data.size())));
+    const auto end = std::find(frame.data.begin(), frame.data.end(), 0);
+    return latin1ToUtf8(std::string(frame.data.begin(), end));
 }
 
 void ReadPlain(const PlainFrame& row, const id3frame& frame, const FrameContext& context, TagValues& values) {

@@ -121,6 +121,11 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     }
     EXPECT_EQ(ReadFile(path), kAudio);
 
+    // Deleting the last value deletes the whole tag.
+    Make(Tag(3, Frame23("TIT2", Text("Old"))));
+    ASSERT_TRUE(Write(Tags({{"Title", ""}})));
+    EXPECT_EQ(ReadFile(path), kAudio);
+
     // Padding and a footer are the tag's: a rewrite or a delete takes them along.
     Make(Tag(3, Frame23("TIT2", Text("Old")) + std::string(100, '\0')));
     ASSERT_TRUE(Write(Tags({{"Title", "x"}})));
