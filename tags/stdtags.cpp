@@ -31,6 +31,12 @@ void AppendVersion(clString& version, const clString& taken) {
     version.Append(taken);
 }
 
+// The flow's words, then the APE engine's reason when it gave one.
+void LogApeFailure(const char16_t* words, const TagAPEv2& ape, const clLogTarget* log, const char* label) {
+    clLog::Error(words, log, label);
+    if (ape.Failure) clLog::Error(ape.Failure, log, label);
+}
+
 }  // namespace
 
 bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const clLogTarget* log) {
@@ -85,7 +91,7 @@ bool WriteStdTags(const clString& path, const IDTags& tags, int family, const cl
     }
     bool writeApe = ape.Exists() || (!id3v2Handled && family == kFamilyApe);
     if (writeApe && !ape.Write(tags, true)) {
-        clLog::Error(u"Could not write APE tag", log, kLabel);
+        LogApeFailure(u"Could not write APE tag", ape, log, kLabel);
         return false;
     }
     if (!writeApe && !id3v2Handled && family == kFamilyId3v2 && !id3v2.Write(tags, false)) {
@@ -96,10 +102,10 @@ bool WriteStdTags(const clString& path, const IDTags& tags, int family, const cl
 }
 
 bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarget* log) {
+    static constexpr char kLabel[] = "DeleteStdTags";
     clFile file(path);
     if (!file.Open(clFile::kReadWrite)) {
-        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log,
-                     "DeleteStdTags");
+        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kLabel);
         return false;
     }
     bool wholeTags = !names || names[0] == 0;
@@ -117,6 +123,11 @@ bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarge
             continue;
         }
         for (int i = 0; i < list.Count(); ++i) engine->DeleteTag(list[i]);
+    }
+    // A tag that couldn't be removed is no success.
+    if (ape.Failure) {
+        LogApeFailure(u"Could not delete APE tag", ape, log, kLabel);
+        return false;
     }
     return true;
 }

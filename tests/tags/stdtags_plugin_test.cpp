@@ -89,6 +89,24 @@ TEST_F(StdTagsThroughPlugin, RefusalsAreReported) {
     EXPECT_NE(Log().find("Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]"), std::string::npos);
     EXPECT_EQ(Host({"write", tta, "--picture", "No Such Type=" + png}), 2);
     EXPECT_EQ(Host({"write", tta, "--from-json", dir.File("missing.json")}), 1);
+
+    // A damaged APE tag is left as it is, and the host hears so.
+    ApeTag damaged({{"Title", "t"}});
+    damaged.size = 100000;
+    WriteFile(tta, audio + damaged.Bytes());
+    EXPECT_EQ(Host({"delete", tta}), 1);
+    EXPECT_NE(Log().find("Could not delete APE tag  [DeleteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
+        << Log();
+    EXPECT_EQ(Host({"write", tta, "--set", "Title=x"}), 1);
+    EXPECT_NE(Log().find("Could not write APE tag  [WriteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
+        << Log();
+    EXPECT_EQ(ReadFile(tta), audio + damaged.Bytes());
+    // A footer of no items that claims the audio in front of it: only the footer goes.
+    WriteFile(tta, audio + ApeFrameBytes(2000, 1032, 0, 0));
+    EXPECT_EQ(Host({"write", tta, "--set", "Title=x"}), 0);
+    EXPECT_EQ(ReadFile(tta), audio + ApeTag({{"Title", "x"}}).Bytes());
+    EXPECT_EQ(Host({"delete", tta}), 0);
+    EXPECT_EQ(ReadFile(tta), audio);
 }
 
 TEST_F(StdTagsThroughPlugin, Id3v2InFrontOfTheAudio) {
