@@ -37,10 +37,14 @@ public:
     uint32_t maxPadding = 0;
     uint32_t alignment = 1;
     IDTags frameNames;             // frame ID (Name) to tag name (Value)
+    // Why Write, Delete or DeleteTag last left the file as it was; null while
+    // none did. Delete and DeleteTag report only through this.
+    const char16_t* Failure = nullptr;
 
 private:
     void applyFrameNames(id3parser::id3tag& tag) const;
     int64_t provenTagSize(id3parser::id3tag& tag);
-    bool moveTail(uint64_t from, int64_t delta);
+    bool Refuse(const char16_t* reason);
+    const char16_t* moveTail(uint64_t from, int64_t delta);
     bool paddingIsZero(uint64_t from, uint64_t to);
 };

@@ -16,6 +16,12 @@ using namespace id3parser;
 
 namespace {
 
+constexpr char16_t kDamaged[] =
+    u"The ID3v2 tag is damaged: its header claims bytes that can't be read as its own, so it was left as it is.";
+constexpr char16_t kNotBuilt[] = u"The new ID3v2 tag could not be built.";
+constexpr char16_t kNoRoom[] = u"There is no room for the larger ID3v2 tag; the file was left as it was.";
+constexpr char16_t kNotChanged[] = u"The file could not be changed.";
+
 // "Year" becomes a whole number, as clString::ToInt reads it.
 std::string IntegerYear(const clString& value) { return std::to_string(value.ToInt()); }
 
@@ -160,28 +166,36 @@ bool TagID3v2::paddingIsZero(uint64_t from, uint64_t to) {
     return true;
 }
 
+bool TagID3v2::Refuse(const char16_t* reason) {
+    Failure = reason;
+    return false;
+}
+
 // Makes room for `delta` more bytes at the end first, so that a full disk
-// or a size limit stops the write before any byte has moved.
-bool TagID3v2::moveTail(uint64_t from, int64_t delta) {
-    if (delta == 0) return true;
+// or a size limit stops the write before any byte has moved. Null when the
+// tail moved, else why not.
+const char16_t* TagID3v2::moveTail(uint64_t from, int64_t delta) {
+    if (delta == 0) return nullptr;
     bool failed = false;
     const int64_t size = file.Size(&failed);
-    if (failed) return false;
+    if (failed) return kNotChanged;
     if (delta > 0) {
         const bool room = file.SetLength(size + delta);
-        if (!file.SetLength(size) || !room) return false;
+        if (!file.SetLength(size)) return kNotChanged;
+        if (!room) return kNoRoom;
     }
-    return file.ShiftTail(static_cast<int64_t>(from), delta);
+    return file.ShiftTail(static_cast<int64_t>(from), delta) ? nullptr : kNotChanged;
 }
 
 bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
+    Failure = nullptr;
     std::vector<uint8_t> rendered;
     int64_t oldSize = 0;
     try {
         id3tag tag;
         applyFrameNames(tag);
         oldSize = provenTagSize(tag);
-        if (oldSize < 0) return false;
+        if (oldSize < 0) return Refuse(kDamaged);
         if (oldSize == 0) tag.version = versionChoice == 3 ? 4 : 3;
 
         TagValues values;
@@ -227,20 +241,23 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
         }
         rendered.swap(buffer.bytes);
     } catch (...) {
-        return false;   // nothing has reached the file
+        return Refuse(kNotBuilt);   // nothing has reached the file
     }
     const int64_t delta = static_cast<int64_t>(rendered.size()) - oldSize;
-    if (!moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return false;
+    if (const char16_t* reason = moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return Refuse(reason);
     if (rendered.empty()) return true;
-    return file.Seek(static_cast<int64_t>(tagOffset)) &&
-           file.Write(rendered.data(), static_cast<uint32_t>(rendered.size()), clFile::kAtCurrent);
+    const bool written = file.Seek(static_cast<int64_t>(tagOffset)) &&
+                         file.Write(rendered.data(), static_cast<uint32_t>(rendered.size()), clFile::kAtCurrent);
+    return written || Refuse(kNotChanged);
 }
 
 void TagID3v2::Delete() {
+    Failure = nullptr;
     id3tag tag;
     const int64_t oldSize = provenTagSize(tag);
+    if (oldSize < 0) Refuse(kDamaged);
     if (oldSize <= 0) return;
-    file.ShiftTail(static_cast<int64_t>(tagOffset) + oldSize, -oldSize);
+    if (!file.ShiftTail(static_cast<int64_t>(tagOffset) + oldSize, -oldSize)) Refuse(kNotChanged);
 }
 
 void TagID3v2::DeleteTag(const clString& name) {

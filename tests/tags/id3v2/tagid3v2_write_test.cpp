@@ -146,10 +146,17 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     for (const std::string& tag : {overrun, tooLong, junkPadding, footed + "3DX" + footed.substr(3, 7)}) {
         Make(tag);
         EXPECT_FALSE(Write(Tags({{"Title", "x"}})));
-        clFile file = OpenFile(path);
-        TagID3v2(file).Delete();
+        {
+            clFile file = OpenFile(path);
+            TagID3v2 engine(file);
+            engine.Delete();
+            EXPECT_NE(engine.Failure, nullptr);
+        }
+        EXPECT_FALSE(DeleteStdTags(S(path), nullptr, log.Target()));
         EXPECT_EQ(ReadFile(path), tag + kAudio);
     }
+    EXPECT_NE(log.Text().find("Could not delete ID3v2 tag  [DeleteStdTags]\r\nThe ID3v2 tag is damaged"),
+              std::string::npos) << log.Text();
 }
 
 TEST_F(TagID3v2WriteTest, FlowsUpdateEveryKindTheFileHas) {
@@ -192,7 +199,8 @@ TEST_F(TagID3v2WriteTest, AFileSizeLimitStopsTheWriteBeforeAnyByteMoves) {
     sigaction(SIGXFSZ, &old, nullptr);
 
     EXPECT_FALSE(written);
-    EXPECT_NE(log.Text().find("Could not write ID3v2 tag  [WriteStdTags]"), std::string::npos) << log.Text();
+    EXPECT_NE(log.Text().find("Could not write ID3v2 tag  [WriteStdTags]\r\nThere is no room for the larger ID3v2 tag"),
+              std::string::npos) << log.Text();
     EXPECT_EQ(ReadFile(path), before);
     ASSERT_TRUE(WriteStdTags(S(path), tags, 1, log.Target()));   // without the limit it goes through
     TagBytes();
