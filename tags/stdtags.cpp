@@ -31,10 +31,10 @@ void AppendVersion(clString& version, const clString& taken) {
     version.Append(taken);
 }
 
-// The flow's words, then the APE engine's reason when it gave one.
-void LogApeFailure(const char16_t* words, const TagAPEv2& ape, const clLogTarget* log, const char* label) {
+// The flow's words, then the engine's reason when it gave one.
+void LogFailure(const char16_t* words, const char16_t* reason, const clLogTarget* log, const char* label) {
     clLog::Error(words, log, label);
-    if (ape.Failure) clLog::Error(ape.Failure, log, label);
+    if (reason) clLog::Error(reason, log, label);
 }
 
 }  // namespace
@@ -84,18 +84,18 @@ bool WriteStdTags(const clString& path, const IDTags& tags, int family, const cl
     bool id3v2Handled = false;
     if (id3v2.tagSizeOnDisk() != 0) {
         if (!id3v2.Write(tags, false)) {
-            clLog::Error(u"Could not write ID3v2 tag", log, kLabel);
+            LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
             return false;
         }
         id3v2Handled = true;
     }
     bool writeApe = ape.Exists() || (!id3v2Handled && family == kFamilyApe);
     if (writeApe && !ape.Write(tags, true)) {
-        LogApeFailure(u"Could not write APE tag", ape, log, kLabel);
+        LogFailure(u"Could not write APE tag", ape.Failure, log, kLabel);
         return false;
     }
     if (!writeApe && !id3v2Handled && family == kFamilyId3v2 && !id3v2.Write(tags, false)) {
-        clLog::Error(u"Could not write ID3v2 tag", log, kLabel);
+        LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
         return false;
     }
     return true;
@@ -125,9 +125,14 @@ bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarge
         for (int i = 0; i < list.Count(); ++i) engine->DeleteTag(list[i]);
     }
     // A tag that couldn't be removed is no success.
-    if (ape.Failure) {
-        LogApeFailure(u"Could not delete APE tag", ape, log, kLabel);
-        return false;
+    bool removed = true;
+    if (id3v2.Failure) {
+        LogFailure(u"Could not delete ID3v2 tag", id3v2.Failure, log, kLabel);
+        removed = false;
     }
-    return true;
+    if (ape.Failure) {
+        LogFailure(u"Could not delete APE tag", ape.Failure, log, kLabel);
+        removed = false;
+    }
+    return removed;
 }
