@@ -59,6 +59,13 @@ public:
     uint64_t dataRead = 0;
     int64_t startPosition = 0;
     clBuffer block;
+    // The last start read the stream header: the output pipe stands at a
+    // sample. Until then DecodeBlock refuses, rather than hand out header
+    // bytes as audio.
+    bool headerRead = false;
+    // Bytes of the next block that a cut-short DecodeBlock (a quit) already
+    // took off the pipe; they wait at the start of `block`.
+    size_t blockFill = 0;
 
 private:
     // Stops the reader, then the worker: with the grace time, or at once.
