@@ -26,25 +26,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 constexpr auto kPromptly = milliseconds(100);
 
-// The host's side of a quit event: a FIFO it sets by writing one byte.
-class QuitFifo {
-public:
-    explicit QuitFifo(const std::string& path) : path_(path) {
-        EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    }
-    ~QuitFifo() { ::close(fd_); }
-    const std::string& Path() const { return path_; }
-    void Set() { ASSERT_EQ(::write(fd_, "q", 1), 1); }
-    void Reset() {
-        for (char byte; ::read(fd_, &byte, 1) == 1;) {
-        }
-    }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
+using it::QuitFifo;
 
 // Sets the event `delay` after `gate` turned true (waiting 20 s at most, so
 // that a broken test fails rather than hangs); `setAt` tells when.

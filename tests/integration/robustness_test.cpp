@@ -43,21 +43,7 @@ void MakePluginTree(const std::string& root, const std::string& worker) {
     fs::create_symlink(worker, root + "/ffmpeg-lgpl");
 }
 
-// The host's side of a quit event.
-class QuitFifo {
-public:
-    explicit QuitFifo(const std::string& path) : path_(path) {
-        EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    }
-    ~QuitFifo() { ::close(fd_); }
-    const std::string& Path() const { return path_; }
-    void Set() { EXPECT_EQ(::write(fd_, "q", 1), 1); }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
+using it::QuitFifo;
 
 // Runs `action` after `delay` unless cancelled first.
 class Later {
