@@ -188,6 +188,13 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
     dataRead = 0;
     headerRead = false;
     blockFill = 0;
+    const bool started = LaunchAndRead(position, info);
+    // Whatever the outcome, nobody takes the worker's later lines.
+    lines.Discard();
+    return started;
+}
+
+bool clDecoder_ffmpeg::LaunchAndRead(int64_t position, DecoderOpenInfo* info) {
     try {
         Qel::AborterScope scope;
         if (quitSignal) scope.Enter(*quitSignal);
@@ -204,14 +211,10 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
 
         ReadStreamHeader(worker.Stdout(), wave, format, dataSize);
         headerRead = true;
-        if (info == nullptr) {
-            lines.Discard();
-            return true;
-        }
+        if (info == nullptr) return true;
 
         StdErrParse parse;
         ParseStdErr(lines, parse);
-        lines.Discard();
         IDTags metadata;
         IDTags information;
         DeliverStdErr(parse, format, metadata, information);

@@ -70,6 +70,9 @@ public:
 private:
     // Stops the reader, then the worker: with the grace time, or at once.
     void StopWorker(bool killAtOnce);
+    // StartWorker from the launch on: the worker, its reader, the stream
+    // header and, with a record, the parse of the error text.
+    bool LaunchAndRead(int64_t position, DecoderOpenInfo* info);
     // Open's step for the file's own tags; false when the engine failed.
     bool ReadOwnTags(DecoderOpenInfo* info);
     // The worker gave no usable stream: tells a file that can't be opened
