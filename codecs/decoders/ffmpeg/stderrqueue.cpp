@@ -95,9 +95,12 @@ std::string StdErrLineReader::ReadLine() {
                 carriageReturn = false;
             }
             const size_t length = static_cast<size_t>(mark - begin);
-            overlong = overlong || line.size() + length > kMaxLineBytes;
-            if (overlong) line.clear();
-            else line.append(begin, length);
+            if (!overlong && line.size() + length > kMaxLineBytes) {
+                overlong = true;
+                line.clear();
+                line.shrink_to_fit();   // a reader that lives for hours doesn't keep 16 MiB
+            }
+            if (!overlong) line.append(begin, length);
         }
         at_ = static_cast<size_t>(mark - chunk_.data());
         if (mark == stop) continue;
