@@ -1,6 +1,8 @@
 #include "plugindriver.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -89,6 +91,20 @@ bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>*
 
 std::string TestDecoder::ErrorLog() const { return LogText(errorFd_); }
 std::string TestDecoder::TraceLog() const { return LogText(traceFd_); }
+
+QuitFifo::QuitFifo(const std::string& path) : path_(path) {
+    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+}
+
+QuitFifo::~QuitFifo() { ::close(fd_); }
+
+void QuitFifo::Set() { EXPECT_EQ(::write(fd_, "q", 1), 1); }
+
+void QuitFifo::Reset() {
+    for (char byte; ::read(fd_, &byte, 1) == 1;) {
+    }
+}
 
 std::string FormatHead(const DecoderFormat& format) {
     const auto* wave = reinterpret_cast<const char*>(format.wave);

@@ -186,6 +186,15 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
     dataSize = ~uint64_t{0};
     startPosition = position;
     dataRead = 0;
+    headerRead = false;
+    blockFill = 0;
+    const bool started = LaunchAndRead(position, info);
+    // Whatever the outcome, nobody takes the worker's later lines.
+    lines.Discard();
+    return started;
+}
+
+bool clDecoder_ffmpeg::LaunchAndRead(int64_t position, DecoderOpenInfo* info) {
     try {
         Qel::AborterScope scope;
         if (quitSignal) scope.Enter(*quitSignal);
@@ -201,6 +210,7 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
         linesActive = true;
 
         ReadStreamHeader(worker.Stdout(), wave, format, dataSize);
+        headerRead = true;
         if (info == nullptr) return true;
 
         StdErrParse parse;
@@ -237,7 +247,7 @@ void clDecoder_ffmpeg::ReportUndecodable() {
 }
 
 bool clDecoder_ffmpeg::DecodeBlock(DecoderBlockInfo* out) {
-    if (!workerRunning || out == nullptr) return false;
+    if (!workerRunning || !headerRead || out == nullptr) return false;
     try {
         Qel::AborterScope scope;
         if (quitSignal) scope.Enter(*quitSignal);
@@ -251,7 +261,16 @@ bool clDecoder_ffmpeg::DecodeBlock(DecoderBlockInfo* out) {
         const uint64_t position =
             dataRead * 1000 / wave.AvgBytesPerSecond() + static_cast<uint64_t>(startPosition);
 
-        const size_t got = worker.Stdout().read(block.Data(), want);
+        // A block cut short by a quit keeps what it took, and goes on from
+        // there: the stream never shifts against the frames.
+        size_t got = blockFill;
+        blockFill = 0;
+        try {
+            Qel::ReadResumable(worker.Stdout(), block.Data(), want, got);
+        } catch (...) {
+            blockFill = got;
+            throw;
+        }
         dataRead += got;
         out->format = format;
         out->reserved = formatTail;
