@@ -8,6 +8,7 @@ packages=(
   cmake g++ clang ninja-build libclang-rt-14-dev
   libgtest-dev libbenchmark-dev
   ffmpeg python3 python3-mutagen mkvtoolnix
+  imagemagick libavif-bin libheif-examples libjxl-tools webp file
 )
 
 missing=()

@@ -138,3 +138,14 @@ TEST_F(StdTagsThroughPlugin, Id3v2InFrontOfTheAudio) {
     EXPECT_EQ(info.find("v2 album"), std::string::npos) << info;
     EXPECT_EQ(Decode(tta), samples);
 }
+
+TEST_F(StdTagsThroughPlugin, PicturesOfAnApeTag) {
+    ASSERT_EQ(Host({"write", tta, "--picture", "Back Album Cover=" + png}), 0);
+    const std::string out = dir.File("pictures");
+    const it::RunResult result = it::Fdhost({"pictures", tta, "-o", out});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const std::string file = out + "/_albumart_1_Back Album Cover.png";
+    EXPECT_EQ(result.out, file + ": PNG 8x8, " + std::to_string(ReadFile(png).size()) + " bytes\n");
+    EXPECT_EQ(ReadFile(file), ReadFile(png));
+    EXPECT_EQ(it::Fdhost({"pictures", tta}).exitCode, 2);   // no folder given
+}

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <string>
 
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "codecs/decoders/ffmpeg/quitevent.h"
 #include "codecs/decoders/ffmpeg/selfpath.h"
 #include "codecs/decoders/ffmpeg/stderrparse.h"
@@ -166,11 +167,10 @@ bool clDecoder_ffmpeg::Open(DecoderOpenInfo* info) {
 bool clDecoder_ffmpeg::ReadOwnTags(DecoderOpenInfo* info) {
     const int family = TagFamilyOf(path);
     if (family == 0) return true;
-    // Matroska files keep the worker's tags until their own engine reads them.
-    if (family == 4) return true;
     IDTags tags;
     clString version;
-    if (!ReadStdTags(path, tags, version, Log())) return false;
+    const bool read = family == 4 ? MatroskaTags::Read(path, tags, Log()) : ReadStdTags(path, tags, version, Log());
+    if (!read) return false;
     if (info->flags & kOpenWantTags) SetTagBlob(tags, tagBlob, info);
     if ((info->flags & kOpenWantInfo) && !version.Empty()) {
         IDTags information;
