@@ -11,6 +11,7 @@
 #include <fstream>
 #include <string>
 
+#include "bench/benchio.h"
 #include "tags/idtags.h"
 #include "tags/stdtags.h"
 
@@ -18,25 +19,9 @@ namespace {
 
 constexpr uint32_t kCoverBytes = 300 * 1024;
 
-// One counter of /proc/self/io ("rchar", "wchar").
-int64_t IoCounter(const std::string& name) {
-    std::ifstream io("/proc/self/io");
-    std::string key;
-    int64_t value = 0;
-    while (io >> key >> value) {
-        if (key == name + ":") return value;
-    }
-    return -1;
-}
 
 IDTags TitleAndCover() {
-    std::string cover(kCoverBytes, '\0');
-    uint32_t x = 12345;
-    for (char& c : cover) {
-        x = x * 1103515245u + 12345u;
-        c = static_cast<char>(x >> 24);
-    }
-    cover.replace(0, 4, "\xFF\xD8\xFF\xE0");
+    const std::string cover = benchio::CoverBytes(kCoverBytes, "\xFF\xD8\xFF\xE0");
     IDTags tags;
     tags.Add(clString(u"Title"), clString(u"Benchmark"));
     tags.AddBinary(clString(u"_albumart_1_Front Album Cover"), cover.data(), kCoverBytes);
@@ -53,14 +38,14 @@ void WriteTitleAndCover(benchmark::State& state) {
     const IDTags tags = TitleAndCover();
     WriteStdTags(widePath, tags, 1, nullptr);   // the first write creates the tag
 
-    const int64_t readBefore = IoCounter("rchar");
-    const int64_t writtenBefore = IoCounter("wchar");
+    const int64_t readBefore = benchio::IoCounter("rchar");
+    const int64_t writtenBefore = benchio::IoCounter("wchar");
     for (auto _ : state) {
         if (!WriteStdTags(widePath, tags, 1, nullptr)) state.SkipWithError("the write failed");
     }
     const double writes = static_cast<double>(state.iterations());
-    state.counters["read_KiB"] = static_cast<double>(IoCounter("rchar") - readBefore) / writes / 1024;
-    state.counters["written_KiB"] = static_cast<double>(IoCounter("wchar") - writtenBefore) / writes / 1024;
+    state.counters["read_KiB"] = static_cast<double>(benchio::IoCounter("rchar") - readBefore) / writes / 1024;
+    state.counters["written_KiB"] = static_cast<double>(benchio::IoCounter("wchar") - writtenBefore) / writes / 1024;
     std::filesystem::remove(path);
 }
 

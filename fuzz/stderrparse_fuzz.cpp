@@ -1,5 +1,6 @@
 // The parse of the worker's error text on arbitrary bytes, split into lines
-// and handed over in batches whose size the first byte chooses.
+// by the reader the plug-in uses, with the stream handing out pieces and the
+// parse taking batches whose sizes the first byte chooses.
 
 #include <cstddef>
 #include <cstdint>
@@ -9,6 +10,8 @@
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/stderrparse.h"
+#include "codecs/decoders/ffmpeg/stderrqueue.h"
+#include "transport/exceptions.h"
 
 namespace {
 
@@ -16,10 +19,26 @@ void Require(bool condition) {
     if (!condition) std::abort();
 }
 
-std::vector<std::string> SplitLines(std::string_view text) {
+// Memory handed out at most `piece` bytes at a time, as a pipe would.
+class PieceStream : public Qel::streamInMemory {
+public:
+    PieceStream(std::string_view text, size_t piece) : streamInMemory(text.data(), text.size()), piece_(piece) {}
+    size_t readSome(void* buffer, size_t count) override { return read(buffer, count < piece_ ? count : piece_); }
+
+private:
+    size_t piece_;
+};
+
+std::vector<std::string> SplitLines(std::string_view text, size_t piece) {
+    PieceStream stream(text, piece);
+    StdErrLineReader reader(stream);
     std::vector<std::string> lines;
-    for (size_t end; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1)) {
-        lines.emplace_back(text.substr(0, end));
+    try {
+        for (;;) {
+            lines.push_back(reader.ReadLine());
+            Require(lines.back().find_first_of("\r\n") == std::string::npos);
+        }
+    } catch (const Qel::invalid_input&) {
     }
     return lines;
 }
@@ -29,8 +48,9 @@ std::vector<std::string> SplitLines(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     const size_t batchSize = 1 + data[0] % 8;
+    const size_t piece = 1 + data[0] / 8;
     const std::vector<std::string> lines =
-        SplitLines(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1));
+        SplitLines(std::string_view(reinterpret_cast<const char*>(data + 1), size - 1), piece);
 
     size_t next = 0;
     StdErrParse parse;

@@ -2,7 +2,6 @@
 // the plug-in handed back: the format record and the two blobs.
 
 #include <cstdio>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,48 +9,13 @@
 #include "host/errors.h"
 #include "host/json.h"
 #include "host/littleendian.h"
-#include "host/plugin.h"
-#include "host/quittimer.h"
-#include "host/session.h"
+#include "host/openread.h"
 #include "host/sha256.h"
 #include "host/tagblob.h"
 #include "host/text.h"
 
 namespace host {
 namespace {
-
-struct OpenResult {
-    DecoderFormat format{};
-    std::vector<BlobEntry> tags;
-    std::vector<BlobEntry> info;
-};
-
-// Open, copy out what the record points at (it lives only until Close), Close.
-// Returns false when Open failed.
-bool OpenAndRead(const CommandContext& context, const std::string& path, uint32_t flags, OpenResult& result) {
-    const Session session(context.options);
-    const Decoder decoder(session.plugin(), session.CreateInfo());
-    std::optional<QuitTimer> quit;
-    if (context.options.quitAfterMs >= 0) quit.emplace(decoder, context.options.quitAfterMs);
-    const std::u16string widePath = Utf8ToUtf16(path);
-    DecoderOpenInfo open{};
-    open.path = widePath.c_str();
-    open.flags = flags;
-    if (decoder.Open(open) == 0) {
-        decoder.Close();
-        return false;
-    }
-    result.format = open.format;
-    if (flags & kOpenWantTags) result.tags = ReadTagBlob(open.tags, open.tagsSize);
-    if (flags & kOpenWantInfo) result.info = ReadTagBlob(open.info, open.infoSize);
-    decoder.Close();
-    return true;
-}
-
-int OpenFailed(const CommonOptions& options, const std::string& path) {
-    std::fprintf(stderr, "fdhost: the plug-in could not open %s (%s)\n", path.c_str(), WhereToSeeWhy(options).c_str());
-    return kExitFailed;
-}
 
 void FormatJson(JsonWriter& json, const DecoderFormat& format) {
     const uint8_t* wave = format.wave;

@@ -5,8 +5,8 @@
 namespace host {
 
 std::span<const Command* const> AllCommands() {
-    static const std::array<const Command*, 7> table = {
-        &kCapsCommand, &kCanTagCommand, &kInfoCommand,  &kTagsCommand,
+    static const std::array<const Command*, 8> table = {
+        &kCapsCommand,   &kCanTagCommand, &kInfoCommand,   &kTagsCommand, &kPicturesCommand,
         &kDecodeCommand, &kWriteCommand, &kDeleteCommand,
     };
     return table;

@@ -28,6 +28,7 @@ extern const Command kCapsCommand;      // cmd_caps.cpp
 extern const Command kCanTagCommand;    // cmd_caps.cpp
 extern const Command kInfoCommand;      // cmd_info.cpp
 extern const Command kTagsCommand;      // cmd_info.cpp
+extern const Command kPicturesCommand;  // cmd_pictures.cpp
 extern const Command kDecodeCommand;    // cmd_decode.cpp
 extern const Command kWriteCommand;     // cmd_tags_write.cpp
 extern const Command kDeleteCommand;    // cmd_tags_write.cpp

@@ -3,6 +3,7 @@
 #include "support/clString.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "support/platform.h"
 #include "support/textcodec.h"
@@ -79,11 +80,17 @@ void clString::Set(const char16_t* source, int units) {
         return;
     }
     const size_t count = units == 0 ? MeasureUnits(source) : static_cast<size_t>(units);
-    if (source >= text_.data() && source < text_.data() + text_.size()) {
-        text_ = std::u16string(source, count);   // the source lies inside this string
+    if (Holds(source)) {
+        text_ = std::u16string(source, count);
         return;
     }
     text_.assign(source, count);
+}
+
+// Whether `source` points into this string's own block (its NUL included).
+bool clString::Holds(const char16_t* source) const {
+    const std::less_equal<const char16_t*> notAfter;
+    return notAfter(text_.data(), source) && notAfter(source, text_.data() + text_.size());
 }
 
 void clString::Set(const clString& source) {
@@ -115,6 +122,12 @@ void clString::Reserve(int units, int extra) {
 
 void clString::Append(const char16_t* source) {
     if (source == nullptr) return;
+    if (Holds(source)) {
+        // The reserve below would free the block the source lies in.
+        const std::u16string copy(source);
+        Append(copy.c_str());
+        return;
+    }
     const std::u16string_view tail(source);
     text_.reserve(text_.size() + tail.size() + 25);
     text_.append(tail);

@@ -91,6 +91,8 @@ public:
     uint64_t tag = 0;   // the owner's word, carried by copy and move
 
 private:
+    bool Holds(const char16_t* source) const;
+
     std::u16string text_;
     mutable std::string utf8Cache_;
 };

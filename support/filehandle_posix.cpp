@@ -23,15 +23,20 @@ int OpenFlags(uint32_t access) {
 
 // Linux has no share modes that bind other openers; `shareMode` has no
 // counterpart here.
+// The open itself never waits: a FIFO without its other end would hold a
+// plain open for ever, where no quit can reach it. The reads and writes on
+// the handle block as usual.
 clFileHandle Open(const clString& path, uint32_t access, uint32_t /*shareMode*/) {
     const std::string utf8 = path.ToUtf8();
     int fd = -1;
     do {
-        fd = ::open(utf8.c_str(), OpenFlags(access) | O_CLOEXEC | O_NOCTTY);
+        fd = ::open(utf8.c_str(), OpenFlags(access) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0) return kNoFileHandle;
     struct stat info {};
-    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode)) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (::fstat(fd, &info) != 0 || S_ISDIR(info.st_mode) || flags < 0 ||
+        ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
         const int error = S_ISDIR(info.st_mode) ? EISDIR : errno;
         ::close(fd);
         errno = error;

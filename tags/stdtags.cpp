@@ -31,6 +31,12 @@ void AppendVersion(clString& version, const clString& taken) {
     version.Append(taken);
 }
 
+// The flow's words, then the engine's reason when it gave one.
+void LogFailure(const char16_t* words, const char16_t* reason, const clLogTarget* log, const char* label) {
+    clLog::Error(words, log, label);
+    if (reason) clLog::Error(reason, log, label);
+}
+
 }  // namespace
 
 bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const clLogTarget* log) {
@@ -78,28 +84,28 @@ bool WriteStdTags(const clString& path, const IDTags& tags, int family, const cl
     bool id3v2Handled = false;
     if (id3v2.tagSizeOnDisk() != 0) {
         if (!id3v2.Write(tags, false)) {
-            clLog::Error(u"Could not write ID3v2 tag", log, kLabel);
+            LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
             return false;
         }
         id3v2Handled = true;
     }
     bool writeApe = ape.Exists() || (!id3v2Handled && family == kFamilyApe);
     if (writeApe && !ape.Write(tags, true)) {
-        clLog::Error(u"Could not write APE tag", log, kLabel);
+        LogFailure(u"Could not write APE tag", ape.Failure, log, kLabel);
         return false;
     }
     if (!writeApe && !id3v2Handled && family == kFamilyId3v2 && !id3v2.Write(tags, false)) {
-        clLog::Error(u"Could not write ID3v2 tag", log, kLabel);
+        LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
         return false;
     }
     return true;
 }
 
 bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarget* log) {
+    static constexpr char kLabel[] = "DeleteStdTags";
     clFile file(path);
     if (!file.Open(clFile::kReadWrite)) {
-        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log,
-                     "DeleteStdTags");
+        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kLabel);
         return false;
     }
     bool wholeTags = !names || names[0] == 0;
@@ -118,5 +124,15 @@ bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarge
         }
         for (int i = 0; i < list.Count(); ++i) engine->DeleteTag(list[i]);
     }
-    return true;
+    // A tag that couldn't be removed is no success.
+    bool removed = true;
+    if (id3v2.Failure) {
+        LogFailure(u"Could not delete ID3v2 tag", id3v2.Failure, log, kLabel);
+        removed = false;
+    }
+    if (ape.Failure) {
+        LogFailure(u"Could not delete APE tag", ape.Failure, log, kLabel);
+        removed = false;
+    }
+    return removed;
 }

@@ -1,11 +1,15 @@
 #pragma once
 // The APE tag (versions 1000 and 2000) at the end of a file, in front of an
-// ID3v1 tag if there is one. A rewrite cuts the file back to where the old tag
-// began and writes the tag anew there, then puts the ID3v1 tag back behind it.
+// ID3v1 tag if there is one. A rewrite puts the new tag and the ID3v1 tag in
+// place of everything from where the old tag began. No size field is trusted:
+// only bytes that the items bear out, or a header that agrees with the footer,
+// count as the tag's, and a tag whose items can't all be read is never
+// rewritten, since that would lose them.
 
 #include <cstdint>
 #include <string_view>
 
+#include "support/clBuffer.h"
 #include "tags/apeformat.h"
 #include "tags/basetag.h"
 #include "tags/filetail.h"
@@ -35,8 +39,30 @@ public:
     int64_t TagStart = -1;
     bool WriteVersion1 = false;      // "APEWriteAPE1Tag"
     uint8_t SavedID3v1[kId3v1Bytes] = {};   // the ID3v1 tag behind ours; first byte 0: none
+    // Why Write, Delete or DeleteTag last left the file as it was; null while
+    // none did. Delete and DeleteTag report only through this.
+    const char16_t* Failure = nullptr;
 
 private:
+    // What the last read proved of the tag's bytes; TagStart is the first byte
+    // that a rewrite or a delete may replace.
+    enum class Extent {
+        kNone,         // no tag: TagStart is where one would go
+        kWhole,        // the items fill the footer's size: the whole tag is known
+        kFooter,       // the size isn't borne out, but the footer states no items: it alone is the tag
+        kBracketed,    // items are damaged, but a header agrees with the footer: deletable, not rewritable
+        kUnknown,      // the size isn't borne out and items are stated: nothing may be cut
+        kUnreadable,   // the file couldn't be read
+    };
+    // The footer's version, size and item count repeated 32 bytes in front of the stated tag.
+    bool HeaderAt(int64_t position, const ApeFrame& footer);
+    bool Refuse(const char16_t* reason);
+    // Why the tag may not be rewritten; null when it may.
+    const char16_t* RewriteRefusal() const;
+    // Puts `bytes` in place of everything from TagStart to the file's end.
+    bool ReplaceTail(const clBuffer& bytes);
+
+    Extent extent_ = Extent::kNone;
     enum class Footer { kFailed, kAbsent, kPresent };
     struct Lookup {
         int64_t tagEnd = -1;      // the footer's end
@@ -44,8 +70,8 @@ private:
         ApeFrame footer;
     };
     Footer FindFooter(Lookup& lookup);
-    bool HeaderAt(int64_t position);
     static void MergeInto(IDTags& result, const IDTags& tags, bool merge);
+    // True when the walk read `count` items or fewer that fill `size` exactly.
     bool WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint32_t count);
     void AddItem(IDTags& tags, const clString& name, bool isArt, uint32_t flags, const uint8_t* value,
                  uint32_t valueSize);

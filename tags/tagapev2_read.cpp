@@ -61,10 +61,12 @@ bool TagAPEv2::Exists() {
     return FindFooter(lookup) == Footer::kPresent;
 }
 
-bool TagAPEv2::HeaderAt(int64_t position) {
-    uint8_t magic[sizeof kApeMagic];
-    return position >= 0 && file.Seek(position) && file.Read(magic, sizeof magic) == sizeof magic &&
-           ApeFrame::HasMagic(magic);
+bool TagAPEv2::HeaderAt(int64_t position, const ApeFrame& footer) {
+    uint8_t bytes[kApeHeaderBytes];
+    if (position < 0 || !file.Seek(position) || file.Read(bytes, kApeHeaderBytes) != kApeHeaderBytes) return false;
+    if (!ApeFrame::HasMagic(bytes)) return false;
+    ApeFrame header = ApeFrame::From(bytes);
+    return header.version == footer.version && header.size == footer.size;
 }
 
 clString TagAPEv2::DecodeText(const uint8_t* bytes, size_t count) const {
@@ -103,13 +105,11 @@ void TagAPEv2::AddItem(IDTags& tags, const clString& name, bool isArt, uint32_t 
     }
 }
 
-// Returns false when the walk ended on an item it couldn't read: then the
-// stated sizes don't describe the bytes, and the writer must not trust them.
 bool TagAPEv2::WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint32_t count) {
     int artCounter = 0;
     uint32_t position = 0;
-    for (uint32_t left = count; left > 0; --left) {
-        if (size - position < kApeItemHeadBytes) return true;
+    for (uint32_t left = count; left > 0 && position < size; --left) {
+        if (size - position < kApeItemHeadBytes) return false;
         uint32_t valueSize = GetU32LE(items + position);
         uint32_t flags = GetU32LE(items + position + 4);
         if (valueSize > kApeLargestValue) return false;
@@ -124,7 +124,7 @@ bool TagAPEv2::WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint
         clString name = TagNameOfApeKey(DecodeText(items + keyAt, keyLength), artCounter, isArt);
         AddItem(tags, name, isArt, flags, items + keyAt + keyLength + 1, valueSize);
     }
-    return true;
+    return position == size;
 }
 
 bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
@@ -132,30 +132,44 @@ bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
     TagStart = -1;
     TagVersionNumber = 0;
     std::memset(SavedID3v1, 0, sizeof SavedID3v1);
+    extent_ = Extent::kUnreadable;
     if (!file.IsOpen()) return false;
 
     Lookup lookup;
     Footer found = FindFooter(lookup);
-    TagStart = lookup.tagEnd;
+    const int64_t tagEnd = lookup.tagEnd;
+    TagStart = tagEnd;
     if (lookup.tail.HasId3v1()) std::memcpy(SavedID3v1, lookup.tail.Id3v1(), kId3v1Bytes);
     if (found == Footer::kFailed) return false;
+    extent_ = Extent::kNone;
     if (found == Footer::kAbsent) return true;
 
+    // Until the items bear out the footer's size, only the footer is proven to
+    // be the tag's, and it may go only when it states no items.
     const ApeFrame& footer = lookup.footer;
     TagVersionNumber = footer.version;
+    extent_ = footer.count == 0 ? Extent::kFooter : Extent::kUnknown;
+    if (extent_ == Extent::kFooter) TagStart = tagEnd - kApeHeaderBytes;
     uint32_t size = footer.size;
-    if (size < kApeHeaderBytes || size > TagStart || size > kApeLargestTag) return false;
+    if (size < kApeHeaderBytes || size > tagEnd || size > kApeLargestTag) return false;
     uint32_t itemBytes = size - kApeHeaderBytes;
     clBuffer items;
     if (!items.Resize(itemBytes)) return false;
-    if (!file.Seek(TagStart - size)) return false;
-    if (file.Read(items.Data(), itemBytes) != itemBytes) return false;
+    if (!file.Seek(tagEnd - size) || file.Read(items.Data(), itemBytes) != itemBytes) {
+        extent_ = Extent::kUnreadable;
+        TagStart = tagEnd;
+        return false;
+    }
 
-    // Bytes that the walk couldn't vouch for stay outside the tag: a rewrite
-    // then goes behind them rather than cutting into what may be audio.
-    if (WalkItems(tags, items.Data(), itemBytes, footer.count)) {
-        TagStart -= size;
-        if ((footer.flags & kApeHasHeader) && HeaderAt(TagStart - kApeHeaderBytes)) TagStart -= kApeHeaderBytes;
+    bool filled = WalkItems(tags, items.Data(), itemBytes, footer.count);
+    int64_t headerAt = tagEnd - size - kApeHeaderBytes;
+    bool header = (footer.flags & kApeHasHeader) && HeaderAt(headerAt, footer);
+    if (filled) {
+        extent_ = Extent::kWhole;
+        TagStart = header ? headerAt : tagEnd - size;
+    } else if (header && extent_ == Extent::kUnknown) {
+        extent_ = Extent::kBracketed;
+        TagStart = headerAt;
     }
 
     if (wantVersion && tags.Count() > 0) {

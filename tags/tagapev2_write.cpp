@@ -1,5 +1,6 @@
-// Writing the APE tag: the file is cut back to where the old tag began and the
-// whole tag is written anew in one piece; no audio byte moves.
+// Writing the APE tag: the new tag and the ID3v1 tag behind it are built in
+// one buffer before the file changes, then written in one piece over where the
+// old tag began; no audio byte moves.
 
 #include <cstring>
 #include <string>
@@ -13,6 +14,15 @@
 
 namespace {
 
+// Reasons for leaving the file as it was.
+constexpr char16_t kDamaged[] =
+    u"The APE tag is damaged: its items don't fill the size that its footer states, so it was left as it is.";
+constexpr char16_t kUnreadableItems[] =
+    u"The APE tag has items that can't be read; rewriting it would lose them, so it was left as it is.";
+constexpr char16_t kUnreadableFile[] = u"The APE tag could not be read.";
+constexpr char16_t kTooLarge[] = u"The APE tag would be too large.";
+constexpr char16_t kNoMemory[] = u"Not enough memory for the APE tag.";
+constexpr char16_t kNotChanged[] = u"The file could not be changed.";
 
 // One item, ready to go into the file. A binary payload is referenced, not copied.
 struct ApeItem {
@@ -129,60 +139,111 @@ bool PrepareItems(const IDTags& entries, uint32_t version, std::vector<ApeItem>&
     return tagSize + kApeHeaderBytes <= kApeLargestTag;
 }
 
-// Header (version 2000 only), items, footer: the bytes that go to the file's end.
-bool BuildTag(const std::vector<ApeItem>& items, uint64_t tagSize, uint32_t version, clBuffer& buffer) {
-    bool withHeader = version >= kApeVersion2;
-    uint32_t total = static_cast<uint32_t>(tagSize + (withHeader ? kApeHeaderBytes : 0));
-    if (!buffer.Resize(total, true)) return false;
-    ApeFrame frame{version, static_cast<uint32_t>(tagSize), static_cast<uint32_t>(items.size()), 0};
+// Header (version 2000 only), items, footer, then `id3v1` when its first byte
+// isn't 0: the bytes that go in place of the old tags.
+bool BuildTail(const std::vector<ApeItem>& items, uint64_t tagSize, uint32_t version, const uint8_t* id3v1,
+               clBuffer& buffer) {
+    bool withTag = !items.empty();
+    bool withHeader = withTag && version >= kApeVersion2;
+    uint32_t tagBytes = withTag ? static_cast<uint32_t>(tagSize + (withHeader ? kApeHeaderBytes : 0)) : 0;
+    uint32_t id3v1Bytes = id3v1[0] != 0 ? kId3v1Bytes : 0;
+    if (!buffer.Resize(tagBytes + id3v1Bytes, true)) return false;
     uint8_t* out = buffer.Data();
-    if (withHeader) {
-        frame.flags = kApeHasHeader | kApeIsHeader;
+    if (withTag) {
+        ApeFrame frame{version, static_cast<uint32_t>(tagSize), static_cast<uint32_t>(items.size()), 0};
+        if (withHeader) {
+            frame.flags = kApeHasHeader | kApeIsHeader;
+            frame.Put(out);
+            out += kApeHeaderBytes;
+        }
+        for (const ApeItem& item : items) out = PutItem(out, item);
+        frame.flags = withHeader ? kApeHasHeader : 0;
         frame.Put(out);
         out += kApeHeaderBytes;
     }
-    for (const ApeItem& item : items) out = PutItem(out, item);
-    frame.flags = withHeader ? kApeHasHeader : 0;
-    frame.Put(out);
+    if (id3v1Bytes > 0) std::memcpy(out, id3v1, id3v1Bytes);
     return true;
 }
 
 }  // namespace
 
+bool TagAPEv2::Refuse(const char16_t* reason) {
+    Failure = reason;
+    return false;
+}
+
+const char16_t* TagAPEv2::RewriteRefusal() const {
+    switch (extent_) {
+    case Extent::kUnknown:
+        return kDamaged;
+    case Extent::kBracketed:
+        return kUnreadableItems;
+    case Extent::kUnreadable:
+        return kUnreadableFile;
+    default:
+        return nullptr;
+    }
+}
+
+// The file grows to its new size first, so that a full disk fails while the
+// old tags are still whole.
+bool TagAPEv2::ReplaceTail(const clBuffer& bytes) {
+    bool failed = false;
+    int64_t size = file.Size(&failed);
+    if (failed || TagStart < 0) return false;
+    int64_t newSize = TagStart + bytes.Size();
+    if (newSize > size && !file.SetLength(newSize)) {
+        file.SetLength(size);
+        return false;
+    }
+    if (bytes.Size() > 0 && (!file.Seek(TagStart) || !file.Write(bytes.Data(), bytes.Size()))) return false;
+    return newSize >= size || file.SetLength(newSize);
+}
+
 bool TagAPEv2::Write(const IDTags& tags, bool merge) {
-    if (!file.IsOpen()) return false;
+    if (!file.IsOpen()) return Refuse(kUnreadableFile);
     IDTags result;
-    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1, even when damaged
+    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1
+    if (const char16_t* refusal = RewriteRefusal()) return Refuse(refusal);
     if (!merge) result.Clear();
     MergeInto(result, tags, merge);
     if (TagVersionNumber == 0) TagVersionNumber = WriteVersion1 ? kApeVersion1 : kApeVersion2;
 
-    // Everything is sized before the file is touched: a tag that the reader
-    // would refuse is refused here, and the old tag stays.
+    // Everything is built before the file is touched: a tag that the reader
+    // would refuse, or one that finds no memory, leaves the old tags.
     std::vector<ApeItem> items;
     uint64_t tagSize = 0;
-    if (!PrepareItems(result, TagVersionNumber, items, tagSize)) return false;
-
-    if (TagStart != -1) file.SetLength(TagStart);
-    if (!items.empty()) {
-        clBuffer buffer;
-        if (!BuildTag(items, tagSize, TagVersionNumber, buffer)) return false;
-        if (!file.Write(buffer.Data(), buffer.Size(), clFile::kAtEnd)) return false;
-    }
-    if (SavedID3v1[0] != 0) file.Write(SavedID3v1, kId3v1Bytes, clFile::kAtEnd);
-    return true;
+    if (!PrepareItems(result, TagVersionNumber, items, tagSize)) return Refuse(kTooLarge);
+    clBuffer bytes;
+    if (!BuildTail(items, tagSize, TagVersionNumber, SavedID3v1, bytes)) return Refuse(kNoMemory);
+    return ReplaceTail(bytes) || Refuse(kNotChanged);
 }
 
 void TagAPEv2::Delete() {
     IDTags tags;
-    if (!Read(tags, false) || TagStart == -1) return;
-    file.SetLength(TagStart);
-    if (SavedID3v1[0] != 0) file.Write(SavedID3v1, kId3v1Bytes, clFile::kAtEnd);
+    ReadRaw(tags, false, true);
+    if (extent_ == Extent::kNone) return;
+    // A tag with damaged items still goes whole when a header brackets it.
+    if (extent_ == Extent::kUnknown || extent_ == Extent::kUnreadable) {
+        Refuse(RewriteRefusal());
+        return;
+    }
+    clBuffer id3v1;
+    if (SavedID3v1[0] != 0 && !id3v1.Assign(SavedID3v1, kId3v1Bytes)) {
+        Refuse(kNoMemory);
+        return;
+    }
+    if (!ReplaceTail(id3v1)) Refuse(kNotChanged);
 }
 
 void TagAPEv2::DeleteTag(const clString& name) {
     IDTags tags;
-    if (!ReadRaw(tags, false, true)) return;
+    ReadRaw(tags, false, true);
+    // An item that can't be read may be the one named: say so rather than claim it gone.
+    if (const char16_t* refusal = RewriteRefusal()) {
+        Refuse(refusal);
+        return;
+    }
     bool removed = false;
     if (IsArtKey(name)) {
         clString type;

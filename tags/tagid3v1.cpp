@@ -109,11 +109,8 @@ bool TagID3v1::Write(const IDTags& tags, bool merge) {
     if (!file.IsOpen()) return false;
     IDTags result;
     Read(result, false);
-    bool failed = false;
-    int64_t size = file.Size(&failed);
-    if (!failed && size >= static_cast<int64_t>(kId3v1Bytes) && result.Count() > 0) {
-        file.SetLength(size - kId3v1Bytes);
-    }
+    const bool present = Exists();
+    const bool hadEntries = result.Count() > 0;
     if (!merge) result.Clear();
     for (int i = 0; i < tags.Count(); ++i) {
         IDTag* existing = result.Find(tags[i].Name, false);
@@ -151,8 +148,20 @@ bool TagID3v1::Write(const IDTags& tags, bool merge) {
             content = true;
         }
     }
-    if (content) file.Write(tag, kId3v1Bytes, clFile::kAtEnd);
-    return true;
+    return Put(tag, content, present, hadEntries);
+}
+
+// The new tag goes over the old one in place, also over one whose fields are
+// all blank: behind it, it would hide an APE tag in front of it. With nothing
+// to write, a tag that held entries goes and a blank one stays.
+bool TagID3v1::Put(const uint8_t* tag, bool content, bool present, bool hadEntries) {
+    bool failed = false;
+    int64_t size = file.Size(&failed);
+    if (failed) return false;
+    int64_t at = size - static_cast<int64_t>(kId3v1Bytes);
+    if (present && content) return file.Seek(at) && file.Write(tag, kId3v1Bytes);
+    if (present) return !hadEntries || file.SetLength(at);
+    return !content || file.Write(tag, kId3v1Bytes, clFile::kAtEnd);
 }
 
 void TagID3v1::Delete() {

@@ -21,6 +21,9 @@ struct _streamOverlappedBase {
 class streamInOverlapped : public streamIn, public _streamOverlappedBase {
 public:
     size_t read(void* buffer, size_t count) override;
+    // One piece: what the pipe holds, waiting (abortable, within the time
+    // limit) only while it holds nothing.
+    size_t readSome(void* buffer, size_t count) override;
 };
 
 class streamOutOverlapped : public streamOut, public _streamOverlappedBase {

@@ -142,6 +142,11 @@ size_t streamInOverlapped::read(void* buffer, size_t count) {
     return total;
 }
 
+size_t streamInOverlapped::readSome(void* buffer, size_t count) {
+    return ReadPiece(ToFd(handle), static_cast<uint8_t*>(buffer), std::min(count, kPieceSize),
+                     LimitMs(timeoutSeconds));
+}
+
 void streamOutOverlapped::write(const void* buffer, size_t count) {
     const int64_t limitMs = LimitMs(timeoutSeconds);
     const uint8_t* bytes = static_cast<const uint8_t*>(buffer);

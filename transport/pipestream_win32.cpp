@@ -140,6 +140,12 @@ size_t streamInOverlapped::read(void* buffer, size_t count) {
     return total;
 }
 
+size_t streamInOverlapped::readSome(void* buffer, size_t count) {
+    const PieceEvent pieceEvent(event);
+    return ReadPiece(Win(handle), pieceEvent.Get(), static_cast<uint8_t*>(buffer), std::min(count, kPieceSize),
+                     LimitMs(timeoutSeconds));
+}
+
 void streamOutOverlapped::write(const void* buffer, size_t count) {
     const int64_t limitMs = LimitMs(timeoutSeconds);
     const PieceEvent pieceEvent(event);

@@ -55,6 +55,17 @@ void streamIn::prepareRead(void*, size_t) {}
 
 bool streamIn::ready() { return true; }
 
+size_t streamIn::readSome(void* buffer, size_t count) { return read(buffer, count); }
+
+size_t ReadResumable(streamIn& stream, uint8_t* buffer, size_t count, size_t& done) {
+    while (done < count) {
+        const size_t got = stream.readSome(buffer + done, count - done);
+        if (got == 0) break;
+        done += std::min(got, count - done);
+    }
+    return done;
+}
+
 size_t streamOut::writeCounted(const void* buffer, size_t count) {
     write(buffer, count);
     return count;

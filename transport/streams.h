@@ -19,6 +19,9 @@ public:
     virtual uint64_t skipNow(uint64_t count);
     virtual void prepareRead(void* buffer, size_t count);
     virtual bool ready();
+    // What is there now, at least one byte, waiting only while there is
+    // none: 0 only at the end of the stream. Here: read().
+    virtual size_t readSome(void* buffer, size_t count);
 };
 
 class streamOut {
@@ -43,6 +46,11 @@ private:
 };
 
 void CheckAbort();   // transport/waitable.h
+
+// Fills buffer[done, count) piece by piece until all have come or the stream
+// ends, and returns `done`. `done` is kept current on every piece, so after
+// an exception (an abort) it still tells what was taken off the stream.
+size_t ReadResumable(streamIn& stream, uint8_t* buffer, size_t count, size_t& done);
 
 // For random-access sources: repeat `readOnce(buffer, count)` for the missing
 // bytes until all have come or it returns 0; a set current aborter raises

@@ -1,6 +1,7 @@
 #pragma once
 // One worker child with its standard channels on pipes. It knows nothing of
-// audio. Stop = close the pipes, wait up to 2000 ms, then kill; always reaped.
+// audio. Stop = close the pipes, wait up to 2000 ms, then kill; always reaped
+// (a worker that even a kill doesn't end at once is reaped when it ends).
 
 #include <cstdint>
 #include <string>
@@ -32,7 +33,7 @@ public:
     // worker process") or ("pipe creation failure") otherwise.
     void Start(const WorkerCommand& command);
     void Stop();
-    // Kill at once, without the grace time (Destroy), then Stop.
+    // Closes the pipes and kills at once, without the grace time (Destroy).
     void Terminate();
     bool Running() const;
 

@@ -1,12 +1,13 @@
 // The worker on Linux: pipes made with pipe2, the child started with
 // posix_spawn and the argument vector as given, stopped by closing the pipes
-// and, after 2000 ms, killed. The child is always reaped.
+// and, after 2000 ms, killed. The child is always reaped: within another
+// 2000 ms, or later by the late reaper when it hangs where even SIGKILL
+// can't reach it. With a pidfd nothing is signalled or waited for by pid.
 
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,8 +16,10 @@
 #include <stdexcept>
 #include <vector>
 
+#include "transport/childwait_posix.h"
 #include "transport/event.h"
 #include "transport/exceptions.h"
+#include "transport/latereaper_posix.h"
 #include "transport/uniquefd_posix.h"
 #include "transport/worker.h"
 
@@ -27,6 +30,7 @@ namespace {
 using Qel::UniqueFd;
 
 constexpr int64_t kGraceMs = 2000;
+constexpr int64_t kKilledMs = 2000;     // for a killed worker to end
 constexpr int64_t kPollStepMs = 5;
 
 [[noreturn]] void RaiseStartFailure() { throw std::runtime_error("could not start the worker process"); }
@@ -133,16 +137,6 @@ void ClosePipe(Qel::PipeHandle& handle) {
     handle = Qel::kNoPipe;
 }
 
-int OpenPidFd(pid_t pid) {
-#ifdef SYS_pidfd_open
-    // Always close-on-exec. Kernels before 5.3 lack it: then waitpid polling.
-    return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
-#else
-    (void)pid;
-    return -1;
-#endif
-}
-
 }  // namespace
 
 WorkerProcess::~WorkerProcess() { Stop(); }
@@ -180,7 +174,9 @@ void WorkerProcess::Launch() {
     // The child's ends close here with their owners: the parent must not hold
     // a write end, or it would never see the end of the stream.
     process_ = pid;
-    pidfd_ = OpenPidFd(pid);
+    bool gone = false;
+    pidfd_ = Qel::OpenChildPidFd(pid, gone);
+    if (gone) process_ = 0;   // the host has reaped it already
     stdinStream_.handle = input.parent.Release();
     stdoutStream_.handle = output.parent.Release();
     stderrStream_.handle = error.parent.Release();
@@ -201,52 +197,52 @@ void WorkerProcess::Stop() {
 }
 
 void WorkerProcess::Terminate() {
+    ClosePipes();
+    if (process_ == 0) return;
     Kill();
-    Stop();
+    Reap();
 }
 
 bool WorkerProcess::Running() const { return process_ != 0; }
 
-// True when the child has ended and was reaped within `limitMs`.
+// True when the child has ended and was reaped within `limitMs`, here or by
+// someone else.
 bool WorkerProcess::WaitForExit(int64_t limitMs) {
     const pid_t pid = static_cast<pid_t>(process_);
+    const int pidfd = static_cast<int>(pidfd_);
     const uint64_t deadline = Qel::TickCountMs() + static_cast<uint64_t>(limitMs);
+    bool pidfdSaidEnded = false;
     for (;;) {
-        pid_t done = ::waitpid(pid, nullptr, WNOHANG);
-        if (done < 0 && errno == EINTR) continue;
-        // ECHILD: someone else reaped it (a host that ignores SIGCHLD).
-        if (done == pid || (done < 0 && errno == ECHILD)) {
+        if (Qel::ReapIfEnded(pid, pidfd)) {
             process_ = 0;
             return true;
         }
         const uint64_t now = Qel::TickCountMs();
         if (now >= deadline) return false;
         const int64_t remaining = static_cast<int64_t>(deadline - now);
-        if (pidfd_ >= 0) {
-            pollfd fd{static_cast<int>(pidfd_), POLLIN, 0};
-            ::poll(&fd, 1, static_cast<int>(remaining));
-        } else {
-            Qel::SleepMs(std::min(remaining, kPollStepMs));
+        // A pidfd reads as ended before a traced child can be reaped, and
+        // then polls ready at once: from there on the wait goes in steps.
+        if (pidfd >= 0 && !pidfdSaidEnded) {
+            pollfd fd{pidfd, POLLIN, 0};
+            pidfdSaidEnded = ::poll(&fd, 1, static_cast<int>(remaining)) > 0;
+            continue;
         }
+        Qel::SleepMs(std::min(remaining, kPollStepMs));
     }
 }
 
 void WorkerProcess::Kill() {
     if (process_ == 0) return;
-#ifdef SYS_pidfd_send_signal
-    // Through the pidfd the signal can't reach another process that took the id.
-    if (pidfd_ >= 0 && ::syscall(SYS_pidfd_send_signal, static_cast<int>(pidfd_), SIGKILL, nullptr, 0) == 0)
-        return;
-#endif
-    ::kill(static_cast<pid_t>(process_), SIGKILL);
+    Qel::KillChild(static_cast<pid_t>(process_), static_cast<int>(pidfd_));
 }
 
+// After the kill: a bounded wait, then the late reaper takes over.
 void WorkerProcess::Reap() {
-    while (process_ != 0) {
-        pid_t done = ::waitpid(static_cast<pid_t>(process_), nullptr, 0);
-        if (done < 0 && errno == EINTR) continue;
-        process_ = 0;
+    if (process_ != 0 && !WaitForExit(kKilledMs)) {
+        Qel::ReapLater(static_cast<pid_t>(process_), static_cast<int>(pidfd_));
+        pidfd_ = -1;
     }
+    process_ = 0;
     if (pidfd_ >= 0) ::close(static_cast<int>(pidfd_));
     pidfd_ = -1;
 }

@@ -1,10 +1,12 @@
-// ReadLine over memory, and the error-stream queue with its real reader
-// thread over a real pipe.
+// The line reader over memory handed out in pieces of any size, and the
+// error-stream queue with its real reader thread over a real pipe.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -22,11 +24,27 @@ using Clock = std::chrono::steady_clock;
 
 double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-Lines ReadAllLines(const std::string& text) {
-    Qel::streamInMemory stream(text.data(), text.size());
+// Memory whose readSome gives at most `piece` bytes, as a pipe gives what a
+// writer's call put in.
+class PieceStream : public Qel::streamInMemory {
+public:
+    PieceStream(const std::string& text, size_t piece) : streamInMemory(text.data(), text.size()), piece_(piece) {}
+    size_t readSome(void* buffer, size_t count) override {
+        ++calls;
+        return read(buffer, std::min(count, piece_));
+    }
+    size_t calls = 0;
+
+private:
+    size_t piece_;
+};
+
+Lines ReadAllLines(const std::string& text, size_t piece = 65536) {
+    PieceStream stream(text, piece);
+    StdErrLineReader reader(stream);
     Lines lines;
     try {
-        for (;;) lines.push_back(ReadLine(stream));
+        for (;;) lines.push_back(reader.ReadLine());
     } catch (const Qel::invalid_input&) {
     }
     return lines;
@@ -74,19 +92,41 @@ Lines TakeAtLeast(StdErrLineQueue& queue, size_t count) {
 
 }  // namespace
 
-TEST(ReadLine, CarriageReturnsDroppedLastLineLostOverlongRefused) {
-    EXPECT_EQ(ReadAllLines("ab\r\n\ncd\n"), (Lines{"ab", "", "cd"}));
-    EXPECT_EQ(ReadAllLines("size= 1\rsize= 2\r\n"), (Lines{"size= 1size= 2"}));
-    EXPECT_EQ(ReadAllLines("one\ntwo"), (Lines{"one"})) << "a last line without its line feed is lost";
-    EXPECT_EQ(ReadAllLines(std::string("a\0b\n", 4)), (Lines{std::string("a\0b", 3)}));
-    Qel::streamInMemory empty(nullptr, 0);
-    EXPECT_THROW(ReadLine(empty), Qel::invalid_input);
-
-    // The longest line, one byte more, and carriage returns that don't count.
+TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
     const size_t limit = 0x1000000;
-    EXPECT_EQ(ReadAllLines(std::string(limit, 'x') + "\n"), (Lines{std::string(limit, 'x')}));
-    EXPECT_TRUE(ReadAllLines(std::string(limit + 1, 'x') + "\n").empty());
-    EXPECT_EQ(ReadAllLines(std::string(limit, 'x') + "\r\r\n"), (Lines{std::string(limit, 'x')}));
+    std::string progress;   // 20 MiB of what a terminal overwrites in place
+    for (int i = 0; progress.size() < (20u << 20); ++i) progress += "size=" + std::to_string(i) + "kB time=00:00:01.00\r";
+    const struct {
+        const char* name;
+        std::string text;
+        Lines lines;
+    } cases[] = {
+        {"line ends", "ab\r\n\ncd\n", {"ab", "", "cd"}},
+        {"progress then its line feed", "size= 1\rsize= 2\r\n", {"size= 2"}},
+        {"carriage returns before the line feed", "x\r\r\n\r\ny\n", {"x", "", "y"}},
+        {"unfinished last line", "one\ntwo", {"one"}},
+        {"unfinished progress", "one\nsize= 1\r", {"one"}},
+        {"bytes kept as they are", std::string("a\0b\xff\n", 5), {std::string("a\0b\xff", 4)}},
+        {"the longest line", std::string(limit, 'x') + "\n", {std::string(limit, 'x')}},
+        {"one byte over, then reading goes on", std::string(limit + 1, 'x') + "\nnext\n", {"next"}},
+        {"over the limit by carriage returns only",
+         std::string(limit, 'x') + "\r\r\n" + std::string(limit, 'y') + "\ry\n", {std::string(limit, 'x'), "y"}},
+        {"20 MiB of progress", "Input #0\n" + progress + "done\n" + "after\n", {"Input #0", "done", "after"}},
+    };
+    for (const auto& c : cases) {
+        for (size_t piece : {size_t{1}, size_t{7}, size_t{65536}}) {
+            if (piece < 65536 && c.text.size() > 100000) continue;   // millions of calls prove nothing more
+            EXPECT_EQ(ReadAllLines(c.text, piece), c.lines) << c.name << ", pieces of " << piece;
+        }
+    }
+    // Chunks, not a call per byte.
+    PieceStream stream(progress, 65536);
+    StdErrLineReader reader(stream);
+    EXPECT_THROW(reader.ReadLine(), Qel::invalid_input);
+    EXPECT_LE(stream.calls, progress.size() / 65536 + 2);
+    Qel::streamInMemory empty(nullptr, 0);
+    StdErrLineReader none(empty);
+    EXPECT_THROW(none.ReadLine(), Qel::invalid_input);
 }
 
 TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
@@ -167,4 +207,34 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
         scoped.Start(pipe.stream);
     }
     EXPECT_LT(SecondsSince(start), 2.0);
+}
+
+TEST(StdErrLineQueue, DiscardDropsTheLinesAndKeepsDrainingThePipe) {
+    Pipe pipe;
+    StdErrLineQueue queue;
+    queue.Start(pipe.stream);
+    pipe.Write("kept\n");
+    EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"kept"}));
+    pipe.Write("queued\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    queue.Discard();
+    // Far more than the pipe holds: the writes end only when the reader drains.
+    std::atomic<bool> written{false};
+    std::thread writer([&] {
+        const std::string text(1 << 20, 'x');
+        for (int i = 0; i < 8; ++i) pipe.Write(text + "\nline\n");
+        pipe.Write("last\n");
+        written = true;
+    });
+    for (const auto end = Clock::now() + std::chrono::seconds(10); !written && Clock::now() < end;)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(written.load()) << "the reader stopped draining: the worker would block";
+    EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "nothing is kept once discarded";
+    queue.Stop();
+    // After a failure the test drains, so that the writer can end.
+    for (char buffer[65536]; !written;) {
+        if (::read(static_cast<int>(pipe.stream.handle), buffer, sizeof buffer) <= 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    writer.join();
 }

@@ -47,8 +47,9 @@ void Decode(const fs::path& dir, const std::string& input, Decoded& d) {
     const std::string dump = ReadFile(dir / "err");
     std::vector<std::string> lines;
     Qel::streamInMemory stream(dump.data(), dump.size());
+    StdErrLineReader reader(stream);
     try {
-        for (;;) lines.push_back(ReadLine(stream));
+        for (;;) lines.push_back(reader.ReadLine());
     } catch (const Qel::invalid_input&) {
     }
     ParseStdErr([&] { return std::exchange(lines, {}); }, d.parse);

@@ -1,5 +1,9 @@
 #include "plugindriver.h"
 
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <stdexcept>
 #include <utility>
 
 #include "support/textcodec.h"

@@ -49,6 +49,23 @@ private:
     DecoderFormat format_{};
 };
 
+// The host's side of a quit event: a FIFO it sets by writing one byte and
+// resets by reading it back.
+class QuitFifo {
+public:
+    explicit QuitFifo(const std::string& path);
+    QuitFifo(const QuitFifo&) = delete;
+    QuitFifo& operator=(const QuitFifo&) = delete;
+    ~QuitFifo();
+    const std::string& Path() const { return path_; }
+    void Set();
+    void Reset();
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
 // The host's view of a format: the wave record's first 16 bytes, or all 40
 // for the extensible form.
 std::string FormatHead(const DecoderFormat& format);

@@ -26,25 +26,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 constexpr auto kPromptly = milliseconds(100);
 
-// The host's side of a quit event: a FIFO it sets by writing one byte.
-class QuitFifo {
-public:
-    explicit QuitFifo(const std::string& path) : path_(path) {
-        EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    }
-    ~QuitFifo() { ::close(fd_); }
-    const std::string& Path() const { return path_; }
-    void Set() { ASSERT_EQ(::write(fd_, "q", 1), 1); }
-    void Reset() {
-        for (char byte; ::read(fd_, &byte, 1) == 1;) {
-        }
-    }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
+using it::QuitFifo;
 
 // Sets the event `delay` after `gate` turned true (waiting 20 s at most, so
 // that a broken test fails rather than hangs); `setAt` tells when.
@@ -90,12 +72,16 @@ TEST_F(QuitTest, EndsOpenBlockedOnASilentInput) {
     EXPECT_EQ(it::ChildrenAfter(0), 0);
 }
 
-TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInput) {
+// The quit lands in the middle of a block (the input stalls at no block
+// boundary); reset, the run goes on, and every byte is ffmpeg's own, in order.
+TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInputThenGoesOnExact) {
     // A WAV that promises ten seconds; the feeder gives three (the worker
-    // looks at more than one before it starts), then stalls with the FIFO open.
+    // looks at more than one before it starts), then stalls with the FIFO
+    // open until released, then gives the rest.
     const std::string whole = dir.File("whole.wav");
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=10", "-ac", "2", whole});
-    const std::string bytes = it::ReadFile(whole).substr(0, 3 * 176400);
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=10", "-ac", "6", whole});
+    const std::string all = it::ReadFile(whole);
+    const size_t stallAt = 3 * 529200 + 1234;
     const std::string input = dir.File("stalled.wav");
     ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
     std::signal(SIGPIPE, SIG_IGN);   // the worker goes before the feeder does
@@ -109,34 +95,76 @@ TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInput) {
             if (fd < 0) std::this_thread::sleep_for(milliseconds(5));
         }
         if (fd >= 0) ::fcntl(fd, F_SETFL, 0);
-        for (size_t done = 0; fd >= 0 && done < bytes.size();) {
-            const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-            if (n <= 0) break;
-            done += static_cast<size_t>(n);
-        }
+        auto feed = [fd, &all](size_t from, size_t to) {
+            for (size_t done = from; fd >= 0 && done < to;) {
+                const ssize_t n = ::write(fd, all.data() + done, to - done);
+                if (n <= 0) break;
+                done += static_cast<size_t>(n);
+            }
+        };
+        feed(0, stallAt);
         fed = true;
         while (!release) std::this_thread::sleep_for(milliseconds(5));
+        feed(stallAt, all.size());
         ::close(fd);
     });
+    std::string samples;
     {
         std::jthread setter = SetLater(quit, milliseconds(300), fed, setAt);
         EXPECT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
-        uint64_t got = 0;
         DecoderBlockInfo block{};
         while (decoder.DecodeBlock(block)) {
             EXPECT_EQ(+block.endOfStream, 0) << "the stream hasn't ended, it stalls";
             if (block.endOfStream) break;
-            got += block.bytes;
+            samples.append(static_cast<const char*>(block.samples), block.bytes);
         }
         EXPECT_TRUE(fed);
         ExpectEndedPromptly(setter, setAt);
-        EXPECT_LE(got, bytes.size());
+        EXPECT_LE(samples.size(), stallAt);
     }
+    quit.Reset();
+    release = true;
+    EXPECT_TRUE(decoder.ReadToEnd(samples));
+    feeder.join();
+    EXPECT_EQ(samples.size(), it::ReferenceDecode(whole).data.size());
+    EXPECT_TRUE(samples == it::ReferenceDecode(whole).data) << "shifted or lost bytes after the quit";
     EXPECT_EQ(decoder.ErrorLog(), "");
     EXPECT_TRUE(decoder.Close());
-    release = true;
-    feeder.join();
     EXPECT_EQ(it::ChildrenAfter(0), 0);
+}
+
+// A seek cut short before the new worker's header leaves a stream that isn't
+// at a sample: DecodeBlock refuses at once, rather than hand out header
+// bytes as audio or wait for the stalled worker.
+TEST_F(QuitTest, AQuitInASeekLeavesDecodeBlockRefusing) {
+    const std::string whole = dir.File("whole.wav");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-ac", "2", whole});
+    const std::string input = dir.File("once.wav");
+    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
+    std::thread feeder([&] {   // one writer, once: the seek's worker finds nobody
+        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
+        const std::string bytes = it::ReadFile(whole);
+        if (fd >= 0 && ::write(fd, bytes.data(), bytes.size()) < 0) ADD_FAILURE() << "feeding failed";
+        ::close(fd);
+    });
+    ASSERT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
+    feeder.join();
+    {
+        std::jthread setter = SetLater(quit, milliseconds(300), now, setAt);
+        EXPECT_FALSE(decoder.SetPosition(22050));
+        ExpectEndedPromptly(setter, setAt);
+    }
+    quit.Reset();
+    // A broken decoder would wait for the worker: a second quit ends that.
+    std::atomic<bool> gate{true};
+    std::jthread guard = SetLater(quit, milliseconds(1000), gate, setAt);
+    const auto start = Clock::now();
+    DecoderBlockInfo block{};
+    EXPECT_FALSE(decoder.DecodeBlock(block));
+    EXPECT_LT(Clock::now() - start, kPromptly) << "DecodeBlock must refuse, not read";
+    guard.join();
+    quit.Reset();
+    EXPECT_EQ(decoder.ErrorLog(), "");
 }
 
 // A set event refuses work before it starts; reset, the run goes on with

@@ -166,6 +166,28 @@ TEST(ClString, AppendingSplittingAndFileNames) {
     s.Append(s);
     EXPECT_EQ(S(s), u"abcdefgabcdefg");
 
+    // Sources inside the string itself, where the growth frees the old block
+    // (full capacity, so that every step must reallocate).
+    const std::u16string text = u"0123456789abcdefghij";
+    struct SelfCase {
+        const char* name;
+        void (*apply)(clString&);
+        std::u16string expected;
+    };
+    const SelfCase selfCases[] = {
+        {"Append tail", [](clString& c) { c.Append(c.Text() + 10); }, text + u"abcdefghij"},
+        {"Append whole", [](clString& c) { c.Append(c.Text()); }, text + text},
+        {"Append end", [](clString& c) { c.Append(c.Text() + c.Length()); }, text},
+        {"AppendGrow tail", [](clString& c) { c.AppendGrow(c.Text() + 15); }, text + u"fghij"},
+        {"Insert tail", [](clString& c) { c.Insert(c.Text() + 18, 1); }, u"ij" + text},
+    };
+    for (const SelfCase& c : selfCases) {
+        clString grown{std::u16string_view(text)};
+        ASSERT_EQ(grown.Capacity(), grown.Length()) << "no room: the step must reallocate";
+        c.apply(grown);
+        EXPECT_EQ(S(grown), c.expected) << c.name;
+    }
+
     clString head, tail;
     clString(u"image/jpeg/x").SplitAt(head, tail);
     EXPECT_EQ(S(head) + u"|" + S(tail), u"image|jpeg/x");

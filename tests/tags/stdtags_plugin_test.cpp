@@ -89,4 +89,63 @@ TEST_F(StdTagsThroughPlugin, RefusalsAreReported) {
     EXPECT_NE(Log().find("Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]"), std::string::npos);
     EXPECT_EQ(Host({"write", tta, "--picture", "No Such Type=" + png}), 2);
     EXPECT_EQ(Host({"write", tta, "--from-json", dir.File("missing.json")}), 1);
+
+    // A damaged APE tag is left as it is, and the host hears so.
+    ApeTag damaged({{"Title", "t"}});
+    damaged.size = 100000;
+    WriteFile(tta, audio + damaged.Bytes());
+    EXPECT_EQ(Host({"delete", tta}), 1);
+    EXPECT_NE(Log().find("Could not delete APE tag  [DeleteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
+        << Log();
+    EXPECT_EQ(Host({"write", tta, "--set", "Title=x"}), 1);
+    EXPECT_NE(Log().find("Could not write APE tag  [WriteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
+        << Log();
+    EXPECT_EQ(ReadFile(tta), audio + damaged.Bytes());
+    // A footer of no items that claims the audio in front of it: only the footer goes.
+    WriteFile(tta, audio + ApeFrameBytes(2000, 1032, 0, 0));
+    EXPECT_EQ(Host({"write", tta, "--set", "Title=x"}), 0);
+    EXPECT_EQ(ReadFile(tta), audio + ApeTag({{"Title", "x"}}).Bytes());
+    EXPECT_EQ(Host({"delete", tta}), 0);
+    EXPECT_EQ(ReadFile(tta), audio);
+}
+
+TEST_F(StdTagsThroughPlugin, Id3v2InFrontOfTheAudio) {
+    const auto Decode = [&](const std::string& path) {
+        const std::string out = dir.File("out.raw");
+        it::RunResult result = it::Fdhost({"decode", path, "-o", out, "--raw"});
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        return ReadFile(out);
+    };
+    const std::string clean = ReadFile(tta);
+    const std::string samples = Decode(tta);
+    ASSERT_FALSE(samples.empty());
+    // A 2.3 tag with TIT2 "v2" and TALB "v2 album"; ffmpeg's APE tag behind the audio names the encoder.
+    const std::string frames = std::string("TIT2\0\0\0\x03\0\0\0v2", 13) + std::string("TALB\0\0\0\x09\0\0\0v2 album", 19);
+    const std::string header = std::string("ID3\x03\0\0\0\0\0", 9) + static_cast<char>(frames.size());
+    WriteFile(tta, header + frames + clean);
+    std::string info = Info();
+    for (const std::string& entry : {Entry("ID Tag", "APEv2 & ID3v2.3"), Entry("Title", "v2"), Entry("Album", "v2 album")}) {
+        EXPECT_NE(info.find(entry), std::string::npos) << entry << "\n" << info;
+    }
+    EXPECT_EQ(Decode(tta), samples);
+
+    // A header with flags that no version allows: no ID3v2 tag, but the APE tag and the audio come through.
+    std::string damaged = header + frames + clean;
+    damaged[5] = 0x0F;
+    WriteFile(tta, damaged);
+    info = Info();
+    EXPECT_NE(info.find(Entry("ID Tag", "APEv2")), std::string::npos) << info;
+    EXPECT_EQ(info.find("v2 album"), std::string::npos) << info;
+    EXPECT_EQ(Decode(tta), samples);
+}
+
+TEST_F(StdTagsThroughPlugin, PicturesOfAnApeTag) {
+    ASSERT_EQ(Host({"write", tta, "--picture", "Back Album Cover=" + png}), 0);
+    const std::string out = dir.File("pictures");
+    const it::RunResult result = it::Fdhost({"pictures", tta, "-o", out});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    const std::string file = out + "/_albumart_1_Back Album Cover.png";
+    EXPECT_EQ(result.out, file + ": PNG 8x8, " + std::to_string(ReadFile(png).size()) + " bytes\n");
+    EXPECT_EQ(ReadFile(file), ReadFile(png));
+    EXPECT_EQ(it::Fdhost({"pictures", tta}).exitCode, 2);   // no folder given
 }

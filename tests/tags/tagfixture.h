@@ -140,7 +140,7 @@ protected:
     std::string Tail() const {
         std::string bytes = ReadFile(path);
         EXPECT_EQ(bytes.substr(0, kAudio), AudioBytes(kAudio));
-        return bytes.substr(kAudio);
+        return bytes.size() < kAudio ? "(audio cut)" : bytes.substr(kAudio);
     }
 
     TempDir dir;

@@ -84,10 +84,13 @@ TEST_F(ID3v1Test, EmptyValuesDeleteAndDeleteTag) {
     Make(Id3v1("Title", "Artist"));
     Write(Tags({{"Title", ""}, {"Artist", ""}}), true);
     EXPECT_EQ(Tail(), "");
-    // A tag whose fields are all empty isn't cut: the new tag goes behind it.
-    Make(Id3v1(""));
+    // A tag whose fields are all blank is replaced in place, and stays when
+    // there is nothing to write.
+    Make(Id3v1("  "));
+    Write(Tags({{"Composer", "c"}}), true);
+    EXPECT_EQ(Tail(), Id3v1("  "));
     Write(Tags({{"Title", "t"}}), true);
-    EXPECT_EQ(Tail(), Id3v1("") + Id3v1("t"));
+    EXPECT_EQ(Tail(), Id3v1("t"));
 
     Make(Id3v1("Title", "Artist"));
     clFile file = OpenFile(path);

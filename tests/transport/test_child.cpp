@@ -9,9 +9,13 @@
 //   ignore-term    ignore SIGTERM
 //   ignore-pipe    ignore SIGPIPE, so a closed stdout doesn't end it
 //   sleep MS       sleep
+//   trace PID      attach to PID as its tracer and print "traced" or
+//                  "untraced"; a traced child that ends stays unreapable
+//                  for its parent until this process ends
 
 #include <dirent.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,7 +46,11 @@ int main(int argc, char** argv) {
         if (command == "pid") Write(1, std::to_string(::getpid()) + "\n");
         else if (command == "ignore-term") ::signal(SIGTERM, SIG_IGN);
         else if (command == "ignore-pipe") ::signal(SIGPIPE, SIG_IGN);
-        else if (command == "sleep") std::this_thread::sleep_for(std::chrono::milliseconds(value)), ++i;
+        else if (command == "trace") {
+            const bool traced = ::ptrace(PTRACE_SEIZE, static_cast<pid_t>(value), nullptr, nullptr) == 0;
+            Write(1, traced ? "traced\n" : "untraced\n");
+            ++i;
+        } else if (command == "sleep") std::this_thread::sleep_for(std::chrono::milliseconds(value)), ++i;
         else if (command == "lines") {
             for (unsigned long long n = 0; n < value; ++n) Write(2, "line " + std::to_string(n) + "\n");
             ++i;

@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <chrono>
 #include <memory>
 #include <set>
@@ -23,7 +24,9 @@
 #include <vector>
 
 #include "pattern.h"
+#include "strangerchild.h"
 #include "transport/exceptions.h"
+#include "transport/latereaper_posix.h"
 #include "transport/pipestream.h"
 #include "transport/thread.h"
 #include "transport/uniquefd_posix.h"
@@ -125,6 +128,10 @@ TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
     char buffer[100] = {};
     EXPECT_EQ(pipe.in.read(buffer, 5), 5u);
     EXPECT_EQ(std::string(buffer, 5), "hello");
+    ASSERT_EQ(::write(pipe.writeEnd.Get(), "yz", 2), 2);
+    EXPECT_EQ(pipe.in.readSome(buffer, sizeof buffer), 3u) << "what is there, without waiting for more";
+    EXPECT_EQ(std::string(buffer, 3), "xyz");
+    ASSERT_EQ(::write(pipe.writeEnd.Get(), "x", 1), 1);
     {
         Qel::aborter stop;
         Qel::AborterScope scope(stop);
@@ -287,6 +294,63 @@ TEST(Worker, StopKillsAWorkerThatIgnoresItsClosedPipes) {
     worker.Terminate();
     EXPECT_LT(MsSince(start), 500);
     EXPECT_FALSE(HasChildren());
+}
+
+std::string ReadLineOf(Qel::streamIn& stream) {
+    std::string line;
+    for (char c = 0; stream.read(&c, 1) == 1 && c != '\n';) line += c;
+    return line;
+}
+
+// A host that reaps all its children (or ignores SIGCHLD) takes the worker
+// away; its pid may then belong to another process, which the stop must
+// neither signal nor reap.
+TEST(Worker, StopLeavesAloneAProcessThatTookThePidOfAReapedWorker) {
+    for (const bool terminate : {false, true}) {
+        WorkerProcess worker;
+        worker.Start(ChildCommand({"pid"}));
+        const pid_t pid = std::stoi(ReadLineOf(worker.Stdout()));
+        ASSERT_EQ(::waitpid(pid, nullptr, 0), pid) << "the host reaps the worker";
+        const pid_t stranger = StartChildWithPid(pid);
+        if (stranger < 0) GTEST_SKIP() << "the system gives no chosen pid (clone3 set_tid): " << std::strerror(errno);
+        ASSERT_EQ(stranger, pid);
+        const auto start = Clock::now();
+        terminate ? worker.Terminate() : worker.Stop();
+        EXPECT_LT(MsSince(start), 500) << "a worker that is gone isn't waited for";
+        EXPECT_TRUE(ChildRuns(stranger)) << (terminate ? "Terminate" : "Stop") << " signalled or reaped it";
+        EndChild(stranger);
+    }
+    EXPECT_FALSE(HasChildren());
+}
+
+// A worker that even SIGKILL doesn't end at once (uninterruptible sleep;
+// here a traced child, which its parent can't reap while the tracer lives)
+// holds a stop up only for a bounded time, and is reaped once it ends.
+TEST(Worker, StopIsBoundedForAWorkerThatCannotBeReapedAndReapsItLater) {
+    for (const bool terminate : {true, false}) {
+        WorkerProcess worker;
+        worker.Start(ChildCommand({"pid", "ignore-pipe", "sleep", "30000"}));
+        const pid_t pid = std::stoi(ReadLineOf(worker.Stdout()));
+        WorkerProcess tracer;
+        WorkerCommand command = ChildCommand({"trace", std::to_string(pid), "stdin"});
+        command.stdinMode = 2;
+        tracer.Start(command);
+        if (ReadLineOf(tracer.Stdout()) != "traced") GTEST_SKIP() << "ptrace is not allowed here";
+
+        const auto start = Clock::now();
+        terminate ? worker.Terminate() : worker.Stop();
+        const int64_t expectedMs = terminate ? 2000 : 4000;   // kill at once, or after the grace time
+        EXPECT_GE(MsSince(start), expectedMs - 100);
+        EXPECT_LT(MsSince(start), expectedMs + 1500);
+        EXPECT_FALSE(worker.Running());
+        EXPECT_EQ(Qel::WorkersLeftToReap(), 1u);
+
+        tracer.Stop();   // its stdin closes, it ends, and the worker can be reaped
+        for (const auto end = Clock::now() + 5s; Qel::WorkersLeftToReap() != 0 && Clock::now() < end;)
+            std::this_thread::sleep_for(10ms);
+        EXPECT_EQ(Qel::WorkersLeftToReap(), 0u);
+        EXPECT_FALSE(HasChildren()) << "no zombie left";
+    }
 }
 
 TEST(Worker, StartStopCyclesLeaveNothingBehind) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <string>
 
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "codecs/decoders/ffmpeg/quitevent.h"
 #include "codecs/decoders/ffmpeg/selfpath.h"
 #include "codecs/decoders/ffmpeg/stderrparse.h"
@@ -165,11 +166,10 @@ bool clDecoder_ffmpeg::Open(DecoderOpenInfo* info) {
 bool clDecoder_ffmpeg::ReadOwnTags(DecoderOpenInfo* info) {
     const int family = TagFamilyOf(path);
     if (family == 0) return true;
-    // Matroska files keep the worker's tags until their own engine reads them.
-    if (family == 4) return true;
     IDTags tags;
     clString version;
-    if (!ReadStdTags(path, tags, version, Log())) return false;
+    const bool read = family == 4 ? MatroskaTags::Read(path, tags, Log()) : ReadStdTags(path, tags, version, Log());
+    if (!read) return false;
     if (info->flags & kOpenWantTags) SetTagBlob(tags, tagBlob, info);
     if ((info->flags & kOpenWantInfo) && !version.Empty()) {
         IDTags information;
@@ -185,6 +185,15 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
     dataSize = ~uint64_t{0};
     startPosition = position;
     dataRead = 0;
+    headerRead = false;
+    blockFill = 0;
+    const bool started = LaunchAndRead(position, info);
+    // Whatever the outcome, nobody takes the worker's later lines.
+    lines.Discard();
+    return started;
+}
+
+bool clDecoder_ffmpeg::LaunchAndRead(int64_t position, DecoderOpenInfo* info) {
     try {
         Qel::AborterScope scope;
         if (quitSignal) scope.Enter(*quitSignal);
@@ -200,6 +209,7 @@ bool clDecoder_ffmpeg::StartWorker(int64_t position, DecoderOpenInfo* info) {
         linesActive = true;
 
         ReadStreamHeader(worker.Stdout(), wave, format, dataSize);
+        headerRead = true;
         if (info == nullptr) return true;
 
         StdErrParse parse;
@@ -236,7 +246,7 @@ void clDecoder_ffmpeg::ReportUndecodable() {
 }
 
 bool clDecoder_ffmpeg::DecodeBlock(DecoderBlockInfo* out) {
-    if (!workerRunning || out == nullptr) return false;
+    if (!workerRunning || !headerRead || out == nullptr) return false;
     try {
         Qel::AborterScope scope;
         if (quitSignal) scope.Enter(*quitSignal);
@@ -250,7 +260,16 @@ bool clDecoder_ffmpeg::DecodeBlock(DecoderBlockInfo* out) {
         const uint64_t position =
             dataRead * 1000 / wave.AvgBytesPerSecond() + static_cast<uint64_t>(startPosition);
 
-        const size_t got = worker.Stdout().read(block.Data(), want);
+        // A block cut short by a quit keeps what it took, and goes on from
+        // there: the stream never shifts against the frames.
+        size_t got = blockFill;
+        blockFill = 0;
+        try {
+            Qel::ReadResumable(worker.Stdout(), block.Data(), want, got);
+        } catch (...) {
+            blockFill = got;
+            throw;
+        }
         dataRead += got;
         out->format = format;
         out->reserved = formatTail;

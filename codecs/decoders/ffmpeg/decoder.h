@@ -59,10 +59,20 @@ public:
     uint64_t dataRead = 0;
     int64_t startPosition = 0;
     clBuffer block;
+    // The last start read the stream header: the output pipe stands at a
+    // sample. Until then DecodeBlock refuses, rather than hand out header
+    // bytes as audio.
+    bool headerRead = false;
+    // Bytes of the next block that a cut-short DecodeBlock (a quit) already
+    // took off the pipe; they wait at the start of `block`.
+    size_t blockFill = 0;
 
 private:
     // Stops the reader, then the worker: with the grace time, or at once.
     void StopWorker(bool killAtOnce);
+    // StartWorker from the launch on: the worker, its reader, the stream
+    // header and, with a record, the parse of the error text.
+    bool LaunchAndRead(int64_t position, DecoderOpenInfo* info);
     // Open's step for the file's own tags; false when the engine failed.
     bool ReadOwnTags(DecoderOpenInfo* info);
     // The worker gave no usable stream: tells a file that can't be opened

@@ -5,6 +5,7 @@
 #include "codecs/decoders/ffmpeg/capabilities.h"
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "support/clLog.h"
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "tags/stdtags.h"
 
 namespace {
@@ -73,7 +74,7 @@ bool clDecoder_ffmpeg::DeleteATag(const char16_t* path, const char16_t* names) {
     const clString file(path);
     const int family = path == nullptr ? kTagFamilyNone : TagFamilyOf(file);
     if (family >= 1 && family <= 3) return DeleteStdTags(file, names, Log());
-    // kTagFamilyMatroska: the Matroska engine takes this branch once it exists.
+    if (family == kTagFamilyMatroska) return MatroskaTags::Delete(file, names, Log());
     clLog::Error(u"Tagging not supported for this format.", Log(), kDeleteLabel);
     return false;
 }

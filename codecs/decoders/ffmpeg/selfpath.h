@@ -5,7 +5,8 @@
 #include <string>
 
 // Full path of the library file that holds this code, UTF-8; empty when the
-// system can't tell.
+// system can't tell. Absolute and fixed from the library's load on: a later
+// change of the working directory doesn't move it.
 std::string OwnLibraryPath();
 
 // The worker's file name, one folder above the plug-in's folder; also the

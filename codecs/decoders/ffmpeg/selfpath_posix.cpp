@@ -1,34 +1,36 @@
-// The library's own path: dladdr on a function inside it.
+// The library's own path: dladdr on a function inside it, taken once while
+// the library loads.
 
 #include <dlfcn.h>
-#include <unistd.h>
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "codecs/decoders/ffmpeg/selfpath.h"
 
 namespace {
 
-// The loader reports the name that was given to dlopen; a relative one is
-// made absolute now, while the working directory still is the one it meant.
-std::string Absolute(std::string path) {
-    if (path.empty() || path.front() == '/') return path;
-    char cwd[4096];
-    if (::getcwd(cwd, sizeof cwd) == nullptr) return path;
-    std::string result(cwd);
-    if (result.back() != '/') result += '/';
-    if (path.rfind("./", 0) == 0) path.erase(0, 2);
-    return result + path;
+// The loader keeps the name that was given to dlopen, which may be relative
+// or hold "." steps; it is made absolute and plain while the working
+// directory still is the one it was meant against. Symbolic links stay as
+// they are: the worker lies beside the plug-in as the host sees it.
+std::string ResolveOwnPath() {
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<const void*>(&OwnLibraryPath), &info) == 0) return {};
+    if (info.dli_fname == nullptr || info.dli_fname[0] == 0) return {};
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(info.dli_fname, error);
+    if (error) return info.dli_fname;
+    return absolute.lexically_normal().string();
 }
+
+// Set at load time, never changed afterwards.
+const std::string kOwnPath = ResolveOwnPath();
 
 }  // namespace
 
-std::string OwnLibraryPath() {
-    Dl_info info{};
-    if (::dladdr(reinterpret_cast<const void*>(&OwnLibraryPath), &info) == 0) return {};
-    if (info.dli_fname == nullptr) return {};
-    return Absolute(info.dli_fname);
-}
+std::string OwnLibraryPath() { return kOwnPath; }
 
 const char* WorkerFileName() { return "ffmpeg-lgpl"; }
 

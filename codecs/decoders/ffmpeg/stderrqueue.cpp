@@ -1,5 +1,6 @@
 #include "codecs/decoders/ffmpeg/stderrqueue.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "transport/exceptions.h"
@@ -7,26 +8,33 @@
 namespace {
 
 constexpr size_t kMaxLineBytes = 0x1000000;
+constexpr size_t kChunkBytes = 65536;   // the pipe's whole buffer
 
 }  // namespace
 
 void StdErrLineQueue::Start(Qel::streamIn& stream) {
     Stop();
     stream_ = &stream;
+    discarding_ = false;
     dataEvent_ = std::make_unique<Qel::waitable>();
     thread_ = std::make_unique<Qel::thread>("StdErrReader",
                                             Qel::thread::kMakeAborter | Qel::thread::kAbortOnDestroy);
     thread_->start([this] { Run(); });
 }
 
-// Ends only by an exception of ReadLine (end of stream, abort, overlong
-// line), which the thread's frame swallows.
+// Ends only by an exception of the reader (end of stream, abort), which the
+// thread's frame swallows.
 void StdErrLineQueue::Run() {
+    StdErrLineReader reader(*stream_);
     for (;;) {
-        std::string line = ReadLine(*stream_);
+        std::string line = reader.ReadLine();
         std::lock_guard<std::mutex> guard(lock_);
+        if (discarding_) break;
         if (lines_.empty()) dataEvent_->Set();
         lines_.push_back(std::move(line));
+    }
+    // Drained to the end, so that the worker never blocks on its error pipe.
+    while (reader.SkipChunk()) {
     }
 }
 
@@ -40,6 +48,13 @@ std::vector<std::string> StdErrLineQueue::TakeLines(double timeoutSeconds) {
     return std::exchange(lines_, {});
 }
 
+void StdErrLineQueue::Discard() {
+    std::lock_guard<std::mutex> guard(lock_);
+    discarding_ = true;
+    lines_.clear();
+    if (dataEvent_) dataEvent_->Reset();
+}
+
 void StdErrLineQueue::Stop() {
     // The thread's own aborter ends a blocked read; the destructor sets it and joins.
     thread_.reset();
@@ -49,14 +64,53 @@ void StdErrLineQueue::Stop() {
     lines_.clear();
 }
 
-std::string ReadLine(Qel::streamIn& stream) {
+StdErrLineReader::StdErrLineReader(Qel::streamIn& stream) : stream_(stream), chunk_(kChunkBytes) {}
+
+bool StdErrLineReader::Fill() {
+    if (at_ < end_) return true;
+    at_ = 0;
+    end_ = stream_.readSome(chunk_.data(), chunk_.size());
+    return end_ != 0;
+}
+
+bool StdErrLineReader::SkipChunk() {
+    const bool more = Fill();
+    at_ = end_;
+    return more;
+}
+
+std::string StdErrLineReader::ReadLine() {
     std::string line;
+    bool overlong = false;         // the line passed the limit: its bytes are dropped
+    bool carriageReturn = false;   // 13 came last: the text before it is kept only if 10 follows
     for (;;) {
-        char byte;
-        if (stream.read(&byte, 1) != 1) throw Qel::invalid_input();
-        if (byte == '\n') return line;
-        if (byte == '\r') continue;
-        if (line.size() == kMaxLineBytes) throw Qel::invalid_input();
-        line.push_back(byte);
+        if (!Fill()) throw Qel::invalid_input();
+        const char* const begin = chunk_.data() + at_;
+        const char* const stop = chunk_.data() + end_;
+        const char* const mark = std::find_if(begin, stop, [](char c) { return c == '\n' || c == '\r'; });
+        if (mark != begin) {
+            if (carriageReturn) {
+                line.clear();
+                overlong = false;
+                carriageReturn = false;
+            }
+            const size_t length = static_cast<size_t>(mark - begin);
+            if (!overlong && line.size() + length > kMaxLineBytes) {
+                overlong = true;
+                line.clear();
+                line.shrink_to_fit();   // a reader that lives for hours doesn't keep 16 MiB
+            }
+            if (!overlong) line.append(begin, length);
+        }
+        at_ = static_cast<size_t>(mark - chunk_.data());
+        if (mark == stop) continue;
+        ++at_;
+        if (*mark == '\r') {
+            carriageReturn = true;
+            continue;
+        }
+        if (!overlong) return line;
+        overlong = false;
+        carriageReturn = false;
     }
 }

@@ -1,6 +1,7 @@
 // Set("IDTags"): the host's tag blob goes to the engines of the file's family.
 
 #include "codecs/decoders/ffmpeg/decoder.h"
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "tags/idtags.h"
 #include "tags/stdtags.h"
 
@@ -8,6 +9,7 @@ namespace {
 
 constexpr int kFirstStdFamily = 1;
 constexpr int kLastStdFamily = 3;
+constexpr int kMatroskaFamily = 4;
 
 }  // namespace
 
@@ -21,7 +23,11 @@ bool clDecoder_ffmpeg::WriteIDTags(clDecoder_ffmpeg* decoder, const char16_t* pa
         tags.Parse(blob, blobSize);
         return WriteStdTags(file, tags, family, log);
     }
-    // Family 4 (Matroska) refuses here too until its engine exists.
+    if (family == kMatroskaFamily) {
+        IDTags tags;
+        tags.Parse(blob, blobSize);
+        return MatroskaTags::Write(file, tags, log);
+    }
     clLog::Error(u"Tagging not supported for this format.", log, "clDecoder_ffmpeg::WriteIDTags");
     return false;
 }

@@ -1,0 +1,127 @@
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskaimpl.h"
+
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
+
+namespace Matroska {
+
+void ParserRoot::Open(EBML::StreamRW& stream) {
+    EBML::SetRange(stream, EBML::Range{0, stream.GetSize()});
+    EBML::SeekToEbmlMagic(stream);
+    Run(stream);
+    segment.FollowSeekHeads(stream);
+}
+
+void ParserRoot::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
+    switch (id) {
+        case kSegment:
+            if (segment.parsed) EBML::Fail();
+            segment.Run(stream);
+            SegmentOffset = elementStart;
+            return;
+        case kEbmlHeader: {
+            if (header.parsed) EBML::Fail();
+            header.Run(stream);
+            const std::string docType = EBML::CText(header.docType);
+            if (docType != "matroska" && docType != "webm") {
+                throw EBML::ParseError("Unsupported document type: \"" + docType + "\"");
+            }
+            return;
+        }
+        case kCluster:
+            if (firstRootCluster == 0) firstRootCluster = elementStart;
+            return;
+        default:
+            return;
+    }
+}
+
+void ParserRoot::OnEnd() {
+    if (!segment.parsed || !header.parsed) EBML::Fail();
+}
+
+bool ParserRoot::HasElement(uint32_t id) const {
+    const auto found = segment.ElementTable.find(id);
+    return found != segment.ElementTable.end() && !found->second.empty();
+}
+
+const std::set<uint64_t>& ParserRoot::ElemOffsets(uint32_t id) const {
+    static const std::set<uint64_t> kNone;
+    const auto found = segment.ElementTable.find(id);
+    return found == segment.ElementTable.end() ? kNone : found->second;
+}
+
+void ParserRoot::ForEachElement(uint32_t id, const std::function<void(uint64_t offset)>& function) const {
+    const auto found = segment.ElementTable.find(id);
+    if (found == segment.ElementTable.end()) return;
+    // A copy: the function may change the table.
+    const std::set<uint64_t> offsets = found->second;
+    for (uint64_t offset : offsets) function(offset);
+}
+
+void ParserSegmentV2::OnBegin(EBML::Stream& stream) {
+    SegmentDataBegin = stream.Tell();
+    SegmentDataSize = SegmentDataBegin < stream.m_range.end ? stream.m_range.end - SegmentDataBegin : 0;
+}
+
+void ParserSegmentV2::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
+    if (id != kVoid && id != kCluster) ElementTable[id].insert(elementStart);
+    if (id != kSeekHead) return;
+    const uint64_t start = elementStart;
+    ReadSeekEntries(stream);
+    VisitedSeekHeads.insert(start);
+}
+
+void ParserSegmentV2::ReadSeekEntries(EBML::Stream& stream) {
+    EBML::ForEachChild(stream, [this](uint32_t id, uint64_t, EBML::Stream& body) {
+        if (id != kSeek) return;
+        ParserSeekEntry entry;
+        entry.Run(body);
+        if (entry.position >= SegmentDataSize) EBML::Fail();
+        ElementTable[entry.id].insert(SegmentDataBegin + entry.position);
+    });
+}
+
+void ParserSegmentV2::FollowSeekHeads(EBML::StreamSeekable& stream) {
+    for (;;) {
+        const auto found = ElementTable.find(kSeekHead);
+        if (found == ElementTable.end() || found->second.size() <= VisitedSeekHeads.size()) return;
+        const std::set<uint64_t> offsets = found->second;
+        for (uint64_t offset : offsets) {
+            if (VisitedSeekHeads.count(offset) != 0) continue;
+            EBML::BoundedSeek(stream, offset);
+            if (EBML::ReadElementId(stream) != kSeekHead) EBML::Fail();
+            const uint64_t size = EBML::ReadElementSize(stream);
+            {
+                EBML::ScopedRange range(stream, size);
+                ReadSeekEntries(stream);
+            }
+            VisitedSeekHeads.insert(offset);
+        }
+    }
+}
+
+void ParserSeekEntry::OnElement(uint32_t elementId, uint64_t size, EBML::Stream& stream) {
+    if (elementId == kSeekId) {
+        id = EBML::ReadElementId(stream);
+        // The ID must fill the body; a range without limit can't be judged.
+        if (stream.m_range.end == EBML::kNoLimit || stream.Tell() < stream.m_range.end) EBML::Fail();
+        return;
+    }
+    if (elementId == kSeekPosition) position = EBML::ReadUInt(stream, size);
+}
+
+void ParserSeekEntry::OnEnd() {
+    if (id == 0 || position == ~uint64_t{0}) EBML::Fail();
+}
+
+void ClusterFinder::OnElement(uint32_t id, uint64_t, EBML::Stream&) {
+    if (id != kCluster) return;
+    offset = elementStart;
+    found = true;
+}
+
+void ClusterFinder::OnEnd() {
+    if (!found) EBML::Fail();
+}
+
+}  // namespace Matroska

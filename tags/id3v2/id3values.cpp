@@ -1,0 +1,363 @@
+#include "tags/id3v2/id3values.h"
+
+#include <algorithm>
+
+#include "tags/id3v2/id3genres.h"
+#include "tags/id3v2/id3streams.h"
+#include "tags/id3v2/id3text.h"
+
+namespace id3parser {
+
+const uint8_t ratingSteps[11] = {0, 0, 1, 32, 64, 96, 128, 160, 196, 228, 255};
+
+namespace {
+
+enum class Form { kOne, kMany, kUrl };
+enum class Versions { kAny, kFourOnly, kBelowFour };
+
+struct PlainFrame {
+    uint32_t id;
+    Form form;
+    const char* name;
+    Versions versions = Versions::kAny;
+};
+
+const PlainFrame kPlainFrames[] = {
+    {frameId("TIT1"), Form::kMany, "Content Group"},
+    {frameId("TIT2"), Form::kOne, "Title"},
+    {frameId("TIT3"), Form::kOne, "Subtitle"},
+    {frameId("TSST"), Form::kOne, "Set subtitle"},
+    {frameId("TALB"), Form::kOne, "Album"},
+    {frameId("TPE1"), Form::kMany, "Artist"},
+    {frameId("TPE2"), Form::kMany, "Album Artist"},
+    {frameId("TPE3"), Form::kMany, "Conductor"},
+    {frameId("TPE4"), Form::kMany, "Interpreted, remixed, or otherwise modified by"},
+    {frameId("TCOM"), Form::kMany, "Composer"},
+    {frameId("TEXT"), Form::kMany, "Lyricist/Text writer"},
+    {frameId("TPUB"), Form::kMany, "Label"},
+    {frameId("TCOP"), Form::kOne, "Copyright"},
+    {frameId("TENC"), Form::kOne, "Encoded by"},
+    {frameId("TSSE"), Form::kOne, "Encoder Settings"},
+    {frameId("TOWN"), Form::kOne, "File owner/licensee"},
+    {frameId("TRSO"), Form::kOne, "Internet radio station owner"},
+    {frameId("TOPE"), Form::kMany, "Original artist(s)/performer(s)"},
+    {frameId("TOAL"), Form::kMany, "Original album/movie/show title"},
+    {frameId("TCMP"), Form::kOne, "Compilation"},
+    {frameId("GRP1"), Form::kOne, "iTunes Grouping"},
+    {frameId("TSOT"), Form::kOne, "Title Sort"},
+    {frameId("TSOA"), Form::kOne, "Album Sort"},
+    {frameId("TSOP"), Form::kMany, "Artist Sort"},
+    {frameId("TSO2"), Form::kMany, "Album Artist Sort"},
+    {frameId("TSOC"), Form::kMany, "ComposerSort"},
+    {frameId("TLAN"), Form::kMany, "Language(s)"},
+    {frameId("TLEN"), Form::kOne, "Length"},
+    {frameId("TKEY"), Form::kOne, "Initial key"},
+    {frameId("TBPM"), Form::kOne, "BPM"},
+    {frameId("TMED"), Form::kOne, "Source"},
+    {frameId("TSRC"), Form::kOne, "ISRC"},
+    {frameId("TRSN"), Form::kOne, "Internet radio station name"},
+    {frameId("TDRL"), Form::kOne, "Release date"},
+    {frameId("WCOM"), Form::kUrl, "Commercial information"},
+    {frameId("WCOP"), Form::kUrl, "Copyright/Legal infromation"},
+    {frameId("WOAF"), Form::kUrl, "Official audio file webpage"},
+    {frameId("WOAR"), Form::kUrl, "Official artist/performer webpage"},
+    {frameId("WOAS"), Form::kUrl, "Official audio source webpage"},
+    {frameId("WORS"), Form::kUrl, "Official internet radio station homepage"},
+    {frameId("WPAY"), Form::kUrl, "Payment"},
+    {frameId("WPUB"), Form::kUrl, "Official publisher webpage"},
+    {frameId("TDRC"), Form::kOne, "Year", Versions::kFourOnly},
+    {frameId("TDOR"), Form::kOne, "Original release year", Versions::kFourOnly},
+    {frameId("TIPL"), Form::kOne, "Involved People", Versions::kFourOnly},
+    {frameId("TMCL"), Form::kOne, "Musician Credits", Versions::kFourOnly},
+    {frameId("TORY"), Form::kOne, "Original release year", Versions::kBelowFour},
+    {frameId("TRDA"), Form::kOne, "Recording dates", Versions::kBelowFour},
+};
+
+constexpr const char kYear[] = "Year";
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+bool AllDigits(const std::string& text) {
+    return !text.empty() && std::all_of(text.begin(), text.end(), IsDigit);
+}
+
+bool IsBlank(char c) { return c == ' '; }
+
+std::string TrimRight(std::string text) {
+    while (!text.empty() && IsBlank(text.back())) text.pop_back();
+    return text;
+}
+
+void CheckVersion(Versions versions, const FrameContext& context) {
+    if (!context.strict) return;
+    if (versions == Versions::kFourOnly && context.version != 4) throw parseError();
+    if (versions == Versions::kBelowFour && context.version >= 4) throw parseError();
+}
+
+std::string Text(const id3frame& frame, const FrameContext& context, uint64_t index, TextCursor& cursor) {
+    std::string out;
+    frameText(frame, context.strict, out, index, cursor);
+    return out;
+}
+
+std::string FirstText(const id3frame& frame, const FrameContext& context) {
+    TextCursor cursor;
+    return Text(frame, context, 0, cursor);
+}
+
+std::string UrlBody(const id3frame& frame) {
+    if (frame.data.empty()) throw parseError();
+    const auto end = std::find(frame.data.begin(), frame.data.end(), 0);
+    return latin1ToUtf8(std::string(frame.data.begin(), end));
+}
+
+void ReadPlain(const PlainFrame& row, const id3frame& frame, const FrameContext& context, TagValues& values) {
+    CheckVersion(row.versions, context);
+    const auto override = context.overrides.find(frame.id);
+    const std::string name = override != context.overrides.end() ? override->second : row.name;
+    if (row.form == Form::kUrl) {
+        addValue(values, name, UrlBody(frame));
+        return;
+    }
+    if (row.form == Form::kOne) {
+        addValue(values, name, FirstText(frame, context));
+        return;
+    }
+    const uint64_t count = frameTextCount(frame);
+    TextCursor cursor;
+    if (count == 1 && context.version < 4) {
+        splitAtSlash(name, Text(frame, context, 0, cursor), values);
+        return;
+    }
+    for (uint64_t i = 0; i < count; ++i) addValue(values, name, Text(frame, context, i, cursor));
+}
+
+bool HasYear(const TagValues& values) {
+    const auto found = values.find(kYear);
+    return found != values.end() && !found->second.empty();
+}
+
+// The first "Year" value, created empty when there is none.
+std::string& FirstYear(TagValues& values) {
+    std::vector<std::string>& list = values[kYear];
+    if (list.empty()) list.emplace_back();
+    return list.front();
+}
+
+void ReadYearFrame(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    CheckVersion(Versions::kBelowFour, context);
+    const std::string s = FirstText(frame, context);
+    if (s.size() == 4 && AllDigits(s)) {
+        std::string& first = FirstYear(values);
+        if (matchesShape(first, "####-##-##")) first.replace(0, 4, s);   // TDAT came first: keep its date
+        else first = s;
+        return;
+    }
+    if (context.strict) throw parseError();
+    if (!HasYear(values)) addValue(values, kYear, s);
+}
+
+void ReadDateFrame(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    CheckVersion(Versions::kBelowFour, context);
+    const std::string s = FirstText(frame, context);   // DDMM
+    if (s.size() == 4 && AllDigits(s)) {
+        std::string& first = FirstYear(values);
+        std::string year = "0000";
+        if (first.size() == 4 && AllDigits(first)) year = first;
+        if (matchesShape(first, "####-##-##")) year = first.substr(0, 4);
+        std::string date = year + "-" + s.substr(2, 2);
+        if (s.substr(0, 2) != "00") date += "-" + s.substr(0, 2);
+        first = date;
+        return;
+    }
+    if (context.strict) throw parseError();
+    if (!HasYear(values)) addValue(values, kYear, s);
+}
+
+void ReadGenres(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    const uint64_t count = frameTextCount(frame);
+    TextCursor cursor;
+    for (uint64_t i = 0; i < count; ++i) {
+        const std::string text = Text(frame, context, i, cursor);
+        std::string out;
+        if (context.version >= 4) {
+            if (parseGenreText(text, out)) addValue(values, "Genre", out);
+            continue;
+        }
+        size_t start = 0;
+        for (;;) {
+            while (start < text.size() && IsBlank(text[start])) ++start;
+            const size_t semicolon = text.find(';', start);
+            const std::string piece = semicolon == std::string::npos ? text.substr(start)
+                                                                     : TrimRight(text.substr(start, semicolon - start));
+            if (parseGenreText(piece, out)) addValue(values, "Genre", out);
+            if (semicolon == std::string::npos) break;
+            start = semicolon + 1;
+        }
+    }
+}
+
+void ReadComment(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    TextCursor cursor;
+    const std::string description = Text(frame, context, 0, cursor);
+    const std::string text = Text(frame, context, 1, cursor);
+    addValue(values, description.empty() ? "Comment" : "Comment " + description, text);
+}
+
+void ReadRating(const id3frame& frame, TagValues& values) {
+    const std::vector<uint8_t>& body = frame.data;
+    const auto nul = std::find(body.begin(), body.end(), 0);
+    if (nul == body.end() || nul + 1 == body.end()) throw parseError();
+    const uint8_t rating = *(nul + 1);
+    if (rating == 0) return;
+    unsigned index = 0;
+    while (rating > ratingSteps[index]) ++index;   // ends at 10 at the latest: 255 is the top step
+    values["Rating"] = {std::to_string(index)};
+}
+
+void ReadUserFrame(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    const bool isUrl = frame.id == frameId("WXXX");
+    const uint64_t count = frameTextCount(frame);
+    if (count < 2) {
+        if (context.strict) throw parseError();
+        return;
+    }
+    TextCursor cursor;
+    const std::string description = Text(frame, context, 0, cursor);
+    std::string name = description;
+    if (isUrl) name = description.empty() ? "User defined URL link" : "User defined URL link " + description;
+    if (name.empty()) return;
+    if (isUrl) {
+        std::string url;
+        frameUrlAfterDescription(frame, url);
+        addValue(values, name, url);
+        return;
+    }
+    if (isReplayGainName(name)) {
+        const std::string value = Text(frame, context, 1, cursor);
+        if (std::none_of(value.begin(), value.end(), IsDigit)) {
+            if (context.strict) throw parseError();
+            return;
+        }
+        addValue(values, name, value);
+        return;
+    }
+    stripIndexSuffix(name);
+    if (name.empty()) return;   // a description of only "[n]" names nothing
+    if (context.version < 4 && count == 2 && isSlashSplitUserName(name)) {
+        splitAtSlash(name, Text(frame, context, 1, cursor), values);
+        return;
+    }
+    for (uint64_t i = 1; i < count; ++i) addValue(values, name, Text(frame, context, i, cursor));
+}
+
+}  // namespace
+
+void frameToValues(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    for (const PlainFrame& row : kPlainFrames) {
+        if (row.id == frame.id) {
+            ReadPlain(row, frame, context, values);
+            return;
+        }
+    }
+    switch (frame.id) {
+        case frameId("TYER"): ReadYearFrame(frame, context, values); return;
+        case frameId("TDAT"): ReadDateFrame(frame, context, values); return;
+        case frameId("TRCK"): addValue(values, "Track", FirstText(frame, context)); return;
+        case frameId("TPOS"): addValue(values, "Disc", FirstText(frame, context)); return;
+        case frameId("TCON"): ReadGenres(frame, context, values); return;
+        case frameId("COMM"): ReadComment(frame, context, values); return;
+        case frameId("USLT"): {
+            TextCursor cursor;
+            addValue(values, "Lyrics", Text(frame, context, 1, cursor));
+            return;
+        }
+        case frameId("POPM"): ReadRating(frame, values); return;
+        case frameId("TXXX"):
+        case frameId("WXXX"): ReadUserFrame(frame, context, values); return;
+        default: return;   // pictures, the table of contents and unknown frames carry no values
+    }
+}
+
+void framesToValues(const id3tag& tag, TagValues& values) {
+    const FrameContext context{tag.overrides, tag.version, tag.strict != 0};
+    for (const id3frame& frame : tag.frames) {
+        try {
+            frameToValues(frame, context, values);
+        } catch (const parseError&) {
+            // a damaged frame loses only itself
+        }
+    }
+    dedupeYear(values);
+}
+
+void splitAtSlash(const std::string& name, const std::string& text, TagValues& values) {
+    size_t start = 0;
+    while (start < text.size()) {
+        while (start < text.size() && IsBlank(text[start])) ++start;
+        if (start == text.size()) return;
+        const size_t slash = text.find('/', start);
+        if (slash == std::string::npos) {
+            addValue(values, name, text.substr(start));
+            return;
+        }
+        addValue(values, name, TrimRight(text.substr(start, slash - start)));
+        start = slash + 1;
+    }
+}
+
+bool stripIndexSuffix(std::string& name) {
+    if (name.size() < 3 || name.back() != ']') return false;
+    size_t at = name.size() - 1;
+    while (at > 0 && IsDigit(name[at - 1])) --at;
+    if (at == name.size() - 1 || at == 0 || name[at - 1] != '[') return false;
+    name.erase(at - 1);
+    return true;
+}
+
+bool isReplayGainName(const std::string& name) {
+    for (const char* gain : {"replaygain_track_gain", "replaygain_track_peak", "replaygain_album_gain",
+                             "replaygain_album_peak"}) {
+        if (equalsNoCase(name, gain)) return true;
+    }
+    return false;
+}
+
+bool isSlashSplitUserName(const std::string& name) {
+    for (const char* user : {"Soloist", "SoloistSort", "Soloists", "SoloistsSort", "ConductorSort"}) {
+        if (equalsNoCase(name, user)) return true;
+    }
+    return false;
+}
+
+bool parseGenreText(const std::string& text, std::string& out) {
+    const auto Number = [](const std::string& digits) {
+        size_t n = 0;
+        for (char c : digits) {
+            n = n * 10 + static_cast<size_t>(c - '0');
+            if (n >= kGenreCount) return kGenreCount;   // no genre; and no overflow
+        }
+        return n;
+    };
+    if (AllDigits(text) && Number(text) < kGenreCount) {
+        out = genreNames[Number(text)];
+        return true;
+    }
+    if (text.empty() || text[0] != '(') {
+        out = text;
+    } else if (text.size() > 1 && IsDigit(text[1])) {
+        size_t end = 1;
+        while (end < text.size() && IsDigit(text[end])) ++end;
+        const size_t n = Number(text.substr(1, end - 1));
+        out = n < kGenreCount ? genreNames[n] : "";
+    } else if (text.size() > 2 && text[2] == 'X') {
+        out = "Remix";
+    } else if (text.size() > 2 && text[2] == 'R') {
+        out = "Cover";
+    } else if (text.size() > 1 && text[1] == '(') {
+        out = text.substr(1);
+    }
+    return !out.empty();
+}
+
+}  // namespace id3parser

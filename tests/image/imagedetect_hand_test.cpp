@@ -1,0 +1,115 @@
+// Image detection over hand-made bytes: the edges of each reader that no
+// tool makes on purpose (cursors, zero sizes, chunk order, box order).
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "image/imageinfo.h"
+#include "transport/exceptions.h"
+
+namespace {
+
+std::string Be32(uint32_t v) {
+    return {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8), static_cast<char>(v)};
+}
+std::string Le16(uint32_t v) { return {static_cast<char>(v), static_cast<char>(v >> 8)}; }
+std::string Be16(uint32_t v) { return {static_cast<char>(v >> 8), static_cast<char>(v)}; }
+std::string Box(const char* type, const std::string& payload) {
+    return Be32(static_cast<uint32_t>(payload.size() + 8)) + type + payload;
+}
+std::string Chunk(const char* type, const std::string& data) { return Be32(static_cast<uint32_t>(data.size())) + type + data + "crc!"; }
+
+std::string Png(uint8_t colourType, const std::string& chunks) {
+    const std::string ihdr = Be32(3) + Be32(2) + std::string{8, static_cast<char>(colourType), 0, 0, 0};
+    return "\x89PNG\r\n\x1A\n" + Chunk("IHDR", ihdr) + chunks;
+}
+
+std::string IcoEntry(uint8_t width, uint8_t height, uint16_t bits, uint8_t reserved = 0) {
+    return std::string{static_cast<char>(width), static_cast<char>(height), 0, static_cast<char>(reserved)} + Le16(1) +
+           Le16(bits) + std::string(8, '\0');
+}
+std::string Ico(uint16_t type, const std::string& entries, uint16_t count) {
+    return std::string(2, '\0') + Le16(type) + Le16(count) + entries;
+}
+
+std::string Iso(const std::string& beforeMeta, const std::string& properties) {
+    const std::string meta = Box("meta", std::string(4, '\0') + Box("hdlr", "pict") +
+                                             Box("iprp", Box("ipco", properties)));
+    return Box("ftyp", "avifmiaf") + beforeMeta + meta;
+}
+std::string Ispe(uint32_t w, uint32_t h) { return Box("ispe", std::string(4, '\0') + Be32(w) + Be32(h)); }
+
+std::string Tiff(bool bigEndian, uint16_t orientation) {
+    auto u16 = [&](uint32_t v) { return bigEndian ? Be16(v) : Le16(v); };
+    auto u32 = [&](uint32_t v) { return bigEndian ? Be32(v) : Le16(v) + Le16(v >> 16); };
+    auto entry = [&](uint16_t tag, uint16_t type, uint32_t count, const std::string& value) {
+        return u16(tag) + u16(type) + u32(count) + value;
+    };
+    std::string t = std::string(bigEndian ? "MM" : "II") + u16(42) + u32(8) + u16(5);
+    t += entry(256, 3, 1, u16(40) + u16(0)) + entry(257, 4, 1, u32(30));
+    t += entry(258, 3, 3, u32(8 + 2 + 5 * 12 + 4)) + entry(262, 3, 1, u16(2) + u16(0));
+    t += entry(274, 3, 1, u16(orientation) + u16(0)) + u32(0);
+    return t + u16(8) + u16(8) + u16(8);
+}
+
+// "NAME WxH dD" with " alpha", or "fail".
+std::string Detect(const std::string& bytes) {
+    try {
+        MemoryImageSource source(bytes.data(), bytes.size());
+        const ImageInfo info = DetectImageType(source);
+        return std::string(info.name) + " " + std::to_string(info.width) + "x" + std::to_string(info.height) + " d" +
+               std::to_string(info.depth) + (info.alpha ? " alpha" : "");
+    } catch (const Qel::invalid_input&) {
+        return "fail";
+    }
+}
+
+}  // namespace
+
+TEST(ImageDetect, HandMadeEdges) {
+    std::string ico100, ico101;
+    for (int i = 0; i < 101; ++i) (i < 100 ? ico100 : ico101) += IcoEntry(16, 16, 8);
+    ico101 = ico100 + ico101;
+    const std::string gif = std::string("GIF89a") + Le16(5) + Le16(7) + std::string("\x81\0\0", 3) + std::string(3, 'c') +
+                            "\x21\xF9\x04\x01" + "abc" + std::string("\0,", 2);
+    const struct {
+        const char* what;
+        std::string bytes;
+        const char* expected;
+    } cases[] = {
+        {"empty", "", "fail"},
+        {"unknown start", "XY0123456789", "fail"},
+        {"GX", "GX89a" + std::string(20, '\1'), "fail"},
+        {"GIF with zero width", std::string("GIF89a") + Le16(0) + Le16(7) + std::string(10, '\0'), "fail"},
+        {"GIF with transparency", gif, "GIF 5x7 d8 alpha"},
+        {"ICO of 100 entries", Ico(1, ico100, 100), "ICO 16x16 d8 alpha"},
+        {"ICO of 101 entries", Ico(1, ico101, 101), "fail"},
+        {"cursor", Ico(2, IcoEntry(16, 16, 8), 1), "fail"},
+        {"ICO width byte 0", Ico(1, IcoEntry(32, 32, 32) + IcoEntry(0, 0, 32), 2), "ICO 256x256 d32 alpha"},
+        {"ICO: larger but shallower", Ico(1, IcoEntry(16, 16, 32) + IcoEntry(48, 48, 8), 2), "ICO 16x16 d32 alpha"},
+        {"ICO reserved byte", Ico(1, IcoEntry(16, 16, 8, 1), 1), "fail"},
+        {"JPEG end before frame", "\xFF\xD8\xFF\xD9", "fail"},
+        {"JPEG fill byte", "\xFF\xD8\xFF\xE0" + Be16(4) + "ab\xFF\xFF\xC0", "fail"},
+        {"JPEG SOS before frame", "\xFF\xD8\xFF\xDA" + Be16(4) + "ab" + "\x12\x34", "fail"},
+        {"JPEG frame", "\xFF\xD8\xFF\xE0" + Be16(4) + "ab\xFF\xC2" + Be16(11) + "\x08" + Be16(9) + Be16(11) + "\x03",
+         "JPEG 11x9 d24"},
+        {"PNG tRNS before IDAT", Png(2, Chunk("tRNS", "ab") + Chunk("IDAT", "x")), "PNG 3x2 d24 alpha"},
+        {"PNG tRNS behind IDAT", Png(2, Chunk("IDAT", "x") + Chunk("tRNS", "ab")), "PNG 3x2 d24"},
+        {"PNG cut behind the header", Png(3, "\0\0"), "PNG 3x2 d8"},
+        {"PNG grey and alpha", Png(4, ""), "PNG 3x2 d16 alpha"},
+        {"ISO with mdat first", Iso(Box("mdat", "data"), Ispe(4, 3) + Box("av1C", "x")), "fail"},
+        {"ISO with av1C then hvcC", Iso("", Ispe(4, 3) + Box("av1C", "x") + Box("hvcC", "y")), "HEIC 4x3 d24"},
+        {"ISO with hvcC then av1C", Iso("", Box("hvcC", "y") + Ispe(4, 3) + Box("av1C", "x")), "AVIF 4x3 d24"},
+        {"ISO without codec", Iso("", Ispe(4, 3)), "fail"},
+        {"ISO child larger than parent", Iso("", Be32(100) + "ispe"), "fail"},
+        {"TIFF big-endian, orientation 6", Tiff(true, 6), "TIFF 30x40 d24"},
+        {"TIFF little-endian", Tiff(false, 1), "TIFF 40x30 d24"},
+        {"BMP core header", "BM" + std::string(12, '\0') + Le16(12) + Le16(0) + Le16(7) + Le16(9) + Le16(1) + Le16(24),
+         "BMP 7x9 d24"},
+        // small, height (1 + 1) x 8, ratio 1:1, all defaults
+        {"JPEG XL all defaults", "\xFF\x0A\x43\x02", "JPEG XL 16x16 d24"},
+        {"WebP of another chunk", "RIFF" + std::string(4, '\0') + "WEBPVP9 " + std::string(18, '\0'), "fail"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(Detect(c.bytes), c.expected) << c.what;
+}

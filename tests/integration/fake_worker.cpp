@@ -1,0 +1,109 @@
+// Stands in for the worker where the tests need output that the real one
+// gives only after hours. Called as the plug-in calls the worker; the file
+// behind "-i" holds its orders, one "key value" per line:
+//   channels N    16-bit channels (default 2)
+//   frames N      sample frames to stream (default 44100)
+//   progress N    bytes of progress text on the error stream, spread over
+//                 the audio, each piece ended by a carriage return only
+//   noreturns 1   the progress text has no line ends at all
+// It prints a short dump of its input first, then streams a Wave64 header
+// and PatternByte(i) as the sample bytes, with the progress text between
+// pieces of audio. Every write blocks: an error stream nobody drains stalls
+// the audio, as it does with the real worker.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "tests/transport/pattern.h"
+
+namespace {
+
+void Write(int fd, const std::string& bytes) {
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n <= 0) ::_exit(3);
+        done += static_cast<size_t>(n);
+    }
+}
+
+void PutLittle(std::string& out, uint64_t value, int bytes) {
+    for (int i = 0; i < bytes; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
+}
+
+std::string Guid(const char* name, bool riff) {
+    static const unsigned char kRiffTail[12] = {0x2E, 0x91, 0xCF, 0x11, 0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
+    static const unsigned char kTail[12] = {0xF3, 0xAC, 0xD3, 0x11, 0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
+    return std::string(name, 4) + std::string(reinterpret_cast<const char*>(riff ? kRiffTail : kTail), 12);
+}
+
+std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
+    std::string format;
+    PutLittle(format, 1, 2);
+    PutLittle(format, channels, 2);
+    PutLittle(format, 44100, 4);
+    PutLittle(format, 44100u * channels * 2, 4);
+    PutLittle(format, channels * 2, 2);
+    PutLittle(format, 16, 2);
+    std::string header = Guid("riff", true);
+    PutLittle(header, 16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8);
+    header += Guid("wave", false);
+    header += Guid("fmt ", false);
+    PutLittle(header, 24 + format.size(), 8);
+    header += format;
+    header += Guid("data", false);
+    PutLittle(header, 24 + dataBytes, 8);
+    return header;
+}
+
+std::map<std::string, uint64_t> Orders(const char* path) {
+    std::map<std::string, uint64_t> orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0}};
+    std::ifstream in(path);
+    std::string key;
+    for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
+    return orders;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const char* input = nullptr;
+    for (int i = 1; i + 1 < argc; ++i)
+        if (std::strcmp(argv[i], "-i") == 0) input = argv[i + 1];
+    if (input == nullptr) return 2;
+    const auto orders = Orders(input);
+    const uint32_t channels = static_cast<uint32_t>(orders.at("channels"));
+    const uint64_t dataBytes = orders.at("frames") * channels * 2;
+    const bool noReturns = orders.at("noreturns") != 0;
+
+    Write(2, std::string("Input #0, w64, from '") + input + "':\n"
+             "  Duration: 00:00:01.00, start: 0.000000, bitrate: 1411 kb/s\n"
+             "  Stream #0:0: Audio: pcm_s16le, 44100 Hz, " + std::to_string(channels) + " channels, s16\n"
+             "Output #0, w64, to 'pipe:':\n");
+    Write(1, Wave64Header(channels, dataBytes));
+
+    constexpr uint64_t kPiece = 16384;
+    const uint64_t pieces = std::max<uint64_t>(1, (dataBytes + kPiece - 1) / kPiece);
+    const uint64_t progressPerPiece = orders.at("progress") / pieces + 1;
+    std::string audio;
+    uint64_t counter = 0;
+    for (uint64_t at = 0; at < dataBytes; at += audio.size()) {
+        audio.resize(static_cast<size_t>(std::min(kPiece, dataBytes - at)));
+        for (size_t k = 0; k < audio.size(); ++k) audio[k] = static_cast<char>(PatternByte(at + k));
+        Write(1, audio);
+        std::string progress;
+        while (progress.size() < progressPerPiece) {
+            progress += "size=" + std::to_string(++counter) + "kB time=00:00:00.00 bitrate=1411.2kbits/s speed=1x";
+            progress += noReturns ? "    " : "\r";
+        }
+        Write(2, progress);
+    }
+    Write(2, "\n");
+    return 0;
+}

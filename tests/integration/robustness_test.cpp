@@ -1,0 +1,224 @@
+// The plug-in against what hosts and inputs do to it: a host that reaps its
+// own children, a FIFO nobody writes, a plug-in loaded by a relative path
+// before the working directory changes, and a worker whose progress text
+// never ends a line.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "plugindriver.h"
+#include "testkit.h"
+#include "tests/transport/pattern.h"
+#include "tests/transport/strangerchild.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
+// plug-in (a copy, so that the loader doesn't hand back the one it has), and
+// <root>/ffmpeg-lgpl, a link to `worker`.
+void MakePluginTree(const std::string& root, const std::string& worker) {
+    fs::create_directories(root + "/plugins");
+    fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
+    fs::create_symlink(worker, root + "/ffmpeg-lgpl");
+}
+
+using it::QuitFifo;
+
+// Runs `action` after `delay` unless cancelled first.
+class Later {
+public:
+    Later(std::chrono::milliseconds delay, std::function<void()> action)
+        : thread_([this, delay, action] {
+              for (const auto end = Clock::now() + delay; !cancelled_ && Clock::now() < end;)
+                  std::this_thread::sleep_for(5ms);
+              if (!cancelled_) action();
+          }) {}
+    ~Later() {
+        cancelled_ = true;
+        thread_.join();
+    }
+
+private:
+    std::atomic<bool> cancelled_{false};
+    std::thread thread_;
+};
+
+// Children of this process that have ended, reaped as a host that waits for
+// all of its children does; waits up to 10 s for the first.
+pid_t ReapAnyChild() {
+    for (const auto end = Clock::now() + 10s; Clock::now() < end; std::this_thread::sleep_for(5ms)) {
+        const pid_t pid = ::waitpid(-1, nullptr, WNOHANG);
+        if (pid > 0) return pid;
+    }
+    return -1;
+}
+
+TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek) {
+    it::TempDir dir;
+    const std::string path = dir.File("tiny.wav");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.2", "-ac", "2", path});
+    for (const std::string action : {"Destroy", "Close", "SetPosition"}) {
+        SCOPED_TRACE(action);
+        it::TestDecoder decoder;
+        ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
+        // The whole output fits into the pipe: the worker ends, and the host reaps it.
+        const pid_t pid = ReapAnyChild();
+        ASSERT_GT(pid, 0);
+        const pid_t stranger = StartChildWithPid(pid);
+        if (stranger < 0) GTEST_SKIP() << "the system gives no chosen pid (clone3 set_tid)";
+        ASSERT_EQ(stranger, pid);
+        bool done = true;
+        if (action == "Destroy") decoder.Destroy();
+        if (action == "Close") done = decoder.Close();
+        if (action == "SetPosition") done = decoder.SetPosition(4410);
+        EXPECT_TRUE(done) << decoder.ErrorLog();
+        EXPECT_TRUE(ChildRuns(stranger)) << "signalled or reaped by the plug-in";
+        EndChild(stranger);
+    }
+    EXPECT_EQ(it::ChildrenAfter(3000), 0);
+}
+
+// The worker fails on what a FIFO gave it; the check that tells "can't open"
+// from "can't decode" must not wait for a writer that never comes.
+TEST(OddInputs, AFifoTheWorkerCannotDecodeFailsWithinTheQuitTime) {
+    it::TempDir dir;
+    QuitFifo quit(dir.File("quit"));
+    const std::string input = dir.File("input.wav");
+    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
+    std::thread writer([&] {   // one writer, gone before the worker has failed
+        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd >= 0 && ::write(fd, "no audio here", 13) != 13) ADD_FAILURE() << "the write failed";
+        ::close(fd);
+    });
+    it::TestDecoder decoder;
+    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+    const auto start = Clock::now();
+    bool opened = true;
+    {
+        Later hostGivesUp(3000ms, [&] { quit.Set(); });
+        // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
+        Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
+        opened = decoder.Open(input, 0);
+    }
+    const auto took = Clock::now() - start;
+    writer.join();
+    EXPECT_FALSE(opened);
+    EXPECT_LT(took, 3000ms) << "the failure must come before the host's quit";
+    EXPECT_NE(decoder.ErrorLog().find("File could not be decoded"), std::string::npos) << decoder.ErrorLog();
+}
+
+// The plug-in finds its worker beside itself, however it was named when
+// loaded, after the host has changed its working directory.
+TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
+    it::TempDir dir;
+    const std::string path = dir.File("tone.flac");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.5", "-ac", "2", path});
+    const std::string reference = it::ReferenceDecode(path).data;
+    const fs::path before = fs::current_path();
+    const struct {
+        const char* tree;
+        const char* from;     // working directory at load, under the temporary folder
+        const char* loaded;   // the name handed to the loader
+    } cases[] = {
+        {"a", ".", "a/./plugins/ffmpeg_decoder.so"},
+        {"b", "b", "./plugins/./ffmpeg_decoder.so"},
+        {"c", "c/plugins", "../plugins/ffmpeg_decoder.so"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.loaded);
+        MakePluginTree(dir.File(c.tree), FD_FFMPEG_PATH);
+        fs::current_path(dir.File(c.from));
+        it::PluginLibrary plugin(c.loaded);
+        fs::current_path("/");
+        std::string samples;
+        {
+            it::TestDecoder decoder(plugin);
+            ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
+            ASSERT_TRUE(decoder.ReadToEnd(samples));
+        }
+        EXPECT_TRUE(samples == reference);
+    }
+    fs::current_path(before);
+}
+
+// utime + stime of this process's thread called `name`, in milliseconds; -1
+// when there is none.
+int64_t ThreadCpuMs(const std::string& name) {
+    for (const auto& task : fs::directory_iterator("/proc/self/task")) {
+        std::ifstream comm(task.path() / "comm");
+        std::string taskName;
+        std::getline(comm, taskName);
+        if (taskName != name) continue;
+        std::ifstream stat(task.path() / "stat");
+        std::string text;
+        std::getline(stat, text);
+        std::istringstream rest(text.substr(text.rfind(')') + 2));
+        std::string field;
+        for (int i = 3; i <= 13; ++i) rest >> field;   // state up to majflt/cmajflt
+        int64_t user = 0, system = 0;
+        rest >> user >> system;
+        return (user + system) * 1000 / ::sysconf(_SC_CLK_TCK);
+    }
+    return -1;
+}
+
+// Twenty MiB of progress text (the real worker's take more than a day) with
+// carriage returns only, or with no line end at all, while audio streams: the
+// reader keeps draining, so the audio comes to its end.
+TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
+    it::TempDir dir;
+    MakePluginTree(dir.File("tree"), FD_FAKE_WORKER);
+    it::PluginLibrary plugin(dir.File("tree/plugins/ffmpeg_decoder.so"));
+    QuitFifo quit(dir.File("quit"));
+    constexpr uint64_t kFrames = 441000;
+    for (const char* lineEnds : {"0", "1"}) {
+        SCOPED_TRACE(std::string("noreturns ") + lineEnds);
+        const std::string orders = dir.File(std::string("orders") + lineEnds);
+        it::WriteFile(orders, "frames " + std::to_string(kFrames) + "\nprogress " + std::to_string(20u << 20) +
+                                  "\nnoreturns " + lineEnds + "\n");
+        it::TestDecoder decoder(plugin);
+        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+        Later stuck(60000ms, [&] { quit.Set(); });   // a stalled stream fails rather than hangs
+        ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
+        std::string samples;
+        int64_t readerCpuMs = 0;
+        bool ended = false;
+        for (DecoderBlockInfo block{}; !ended && decoder.DecodeBlock(block);) {
+            samples.append(static_cast<const char*>(block.samples), block.bytes);
+            ended = block.endOfStream != 0 || block.bytes == 0;   // 0: the declared size is reached
+            readerCpuMs = std::max(readerCpuMs, ThreadCpuMs("StdErrReader"));
+        }
+        EXPECT_TRUE(ended) << "the audio stalled after " << samples.size() << " bytes";
+        ASSERT_EQ(samples.size(), kFrames * 4);
+        size_t wrong = 0;
+        for (size_t i = 0; i < samples.size(); ++i) wrong += static_cast<unsigned char>(samples[i]) != PatternByte(i);
+        EXPECT_EQ(wrong, 0u);
+        std::cout << "[ reader   ] 20 MiB of progress text (noreturns " << lineEnds << "): StdErrReader used "
+                  << readerCpuMs << " ms of CPU\n";
+        RecordProperty(std::string("reader_cpu_ms_noreturns_") + lineEnds, std::to_string(readerCpuMs));
+        EXPECT_EQ(decoder.ErrorLog(), "");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,121 @@
+#pragma once
+// An independent look at a Matroska file's top level, for checking what the
+// engine wrote: the Segment's children with their offsets, and whether every
+// Seek entry points at an element of its ID.
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ebmltest {
+
+struct TopElement {
+    uint32_t id = 0;        // with the length marker, as it stands in the file
+    uint64_t offset = 0;    // of the ID
+    uint64_t total = 0;     // header and body
+};
+
+struct SegmentView {
+    uint64_t dataBegin = 0;
+    uint64_t dataEnd = 0;
+    std::vector<TopElement> children;
+    std::string error;   // empty when the walk reached the Segment's end
+};
+
+inline bool ReadVar(const std::string& b, uint64_t& at, uint64_t& value, bool keepMarker) {
+    if (at >= b.size()) return false;
+    const auto first = static_cast<uint8_t>(b[at]);
+    int width = 1;
+    while (width <= 8 && (first & (0x80 >> (width - 1))) == 0) ++width;
+    if (width > 8 || at + width > b.size()) return false;
+    value = keepMarker ? first : (first & ((0x80u >> (width - 1)) - 1));
+    for (int i = 1; i < width; ++i) value = value << 8 | static_cast<uint8_t>(b[at + i]);
+    at += width;
+    return true;
+}
+
+inline SegmentView WalkSegment(const std::string& b) {
+    SegmentView view;
+    uint64_t at = 0, id = 0, size = 0;
+    if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return {0, 0, {}, "no header"};
+    at += size;
+    if (!ReadVar(b, at, id, true) || id != 0x18538067 || !ReadVar(b, at, size, false)) return {0, 0, {}, "no segment"};
+    const bool unknown = size == 127 || size == (uint64_t{1} << 56) - 1;
+    view.dataBegin = at;
+    view.dataEnd = unknown || at + size > b.size() ? b.size() : at + size;
+    while (at < view.dataEnd) {
+        TopElement e;
+        e.offset = at;
+        if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false) || at + size > view.dataEnd) {
+            view.error = "bad element at " + std::to_string(e.offset);
+            return view;
+        }
+        e.id = static_cast<uint32_t>(id);
+        at += size;
+        e.total = at - e.offset;
+        view.children.push_back(e);
+    }
+    return view;
+}
+
+// "" when every Seek entry of every SeekHead points at an element of its ID.
+inline std::string SeekProblems(const std::string& b) {
+    const SegmentView view = WalkSegment(b);
+    if (!view.error.empty()) return view.error;
+    std::map<uint64_t, uint32_t> idAt;
+    for (const TopElement& e : view.children) idAt[e.offset] = e.id;
+    std::string problems;
+    for (const TopElement& e : view.children) {
+        if (e.id != 0x114D9B74) continue;
+        uint64_t at = e.offset, id = 0, size = 0;
+        ReadVar(b, at, id, true);
+        ReadVar(b, at, size, false);
+        const uint64_t end = at + size;
+        while (at < end) {
+            uint64_t seekEnd = 0, child = 0, childSize = 0, target = 0, position = 0;
+            if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return problems + "bad SeekHead;";
+            seekEnd = at + size;
+            if (id != 0x4DBB) {   // a Void where an entry was
+                at = seekEnd;
+                continue;
+            }
+            while (at < seekEnd) {
+                if (!ReadVar(b, at, child, true) || !ReadVar(b, at, childSize, false)) return problems + "bad Seek;";
+                uint64_t value = 0;
+                for (uint64_t i = 0; i < childSize; ++i) value = value << 8 | static_cast<uint8_t>(b[at + i]);
+                (child == 0x53AB ? target : position) = value;
+                at += childSize;
+            }
+            const auto found = idAt.find(view.dataBegin + position);
+            if (found == idAt.end() || found->second != target) problems += "entry to " + std::to_string(position) + ";";
+        }
+    }
+    return problems;
+}
+
+// The Clusters' bytes by offset.
+inline std::map<uint64_t, std::string> Clusters(const std::string& b) {
+    std::map<uint64_t, std::string> clusters;
+    for (const TopElement& e : WalkSegment(b).children) {
+        if (e.id == 0x1F43B675) clusters[e.offset] = b.substr(e.offset, e.total);
+    }
+    return clusters;
+}
+
+// "Name@offset;" of the top level, with short names of the usual elements.
+inline std::string Layout(const std::string& b) {
+    const std::map<uint32_t, const char*> names = {
+        {0x114D9B74, "SeekHead"}, {0xEC, "Void"}, {0x1549A966, "Info"}, {0x1654AE6B, "Tracks"},
+        {0x1C53BB6B, "Cues"}, {0x1F43B675, "Cluster"}, {0x1254C367, "Tags"}, {0x1941A469, "Attachments"}};
+    const SegmentView view = WalkSegment(b);
+    std::string out;
+    for (const TopElement& e : view.children) {
+        const auto name = names.find(e.id);
+        out += (name == names.end() ? std::to_string(e.id) : std::string(name->second)) + "@" +
+               std::to_string(e.offset - view.dataBegin) + ";";
+    }
+    return out + view.error;
+}
+
+}  // namespace ebmltest

@@ -1,0 +1,175 @@
+// The structure walk and the reading of Tags and Attachments over hand-built
+// files: where elements are found, how names and levels map to the host's
+// tags, and what a damaged file does.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskaimpl.h"
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
+#include "codecs/decoders/ffmpeg/qel-matroska/streamimpl.h"
+#include "ebmlbytes.h"
+#include "tests/tags/tagfixture.h"
+
+using namespace ebmltest;
+using namespace tagtest;
+
+namespace {
+
+std::string File(const std::string& segmentBody, const std::string& docType = "matroska") {
+    return Header(docType) + El(kSegment, segmentBody);
+}
+
+std::string TagWith(const std::string& targets, std::initializer_list<std::string> simples) {
+    std::string body = targets.empty() ? "" : El(kTargets, targets);
+    for (const std::string& simple : simples) body += simple;
+    return El(kTag, body);
+}
+
+class MatroskaRead : public ::testing::Test {
+protected:
+    // The table of the opening sequence: "id@offset-from-segment-data" per
+    // entry, ascending.
+    std::string Table(const std::string& bytes) {
+        WriteFile(path, bytes);
+        streamImpl stream(S(path));
+        EXPECT_TRUE(stream.Open(clFile::kRead));
+        Matroska::ParserRoot root;
+        root.Open(stream);
+        std::string out;
+        for (const auto& [id, offsets] : root.segment.ElementTable) {
+            for (uint64_t offset : offsets) {
+                char entry[48];
+                std::snprintf(entry, sizeof entry, "%X@%llu;", id,
+                              static_cast<unsigned long long>(offset - root.segment.SegmentDataBegin));
+                out += entry;
+            }
+        }
+        return out;
+    }
+    // The tags as Describe shows them, or "fail:" and the log's text.
+    std::string Read(const std::string& bytes) {
+        WriteFile(path, bytes);
+        IDTags tags;
+        const size_t seen = log.Text().size();
+        if (!MatroskaTags::Read(S(path), tags, log.Target())) return "fail:" + log.Text().substr(seen);
+        return Describe(tags);
+    }
+
+    TempDir dir;
+    LogCapture log{dir};
+    std::string path = dir.File("song.mka");
+};
+
+const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));
+const std::string kTracksElement = El(kTracks, "");
+const std::string kTagsTitle = El(kTags, TagWith("", {Simple("TITLE", "Album")}));
+
+// A SeekHead with a Void behind it, `size` bytes in all.
+std::string PaddedSeekHead(const std::string& seeks, size_t size) {
+    const std::string seekHead = El(kSeekHead, seeks);
+    return seekHead + El(kVoid, std::string(size - seekHead.size() - 2, '\0'));
+}
+
+}  // namespace
+
+TEST_F(MatroskaRead, StructureWalk) {
+    const size_t info = kInfoElement.size(), tracks = kTracksElement.size(), cluster = Cluster().size();
+    const std::string kSh = "14D9B74", kInf = "549A966", kTr = "654AE6B", kTg = "254C367";
+    // No SeekHead: the walk goes to the Segment's end, over every Cluster.
+    EXPECT_EQ(Table(File(kInfoElement + kTracksElement + Cluster() + Cluster() + kTagsTitle)),
+              kTg + "@" + std::to_string(info + tracks + 2 * cluster) + ";" + kInf + "@0;" + kTr + "@" +
+                  std::to_string(info) + ";");
+
+    // A SeekHead in front is believed: Tracks has no entry and stays unknown,
+    // Tags behind the Clusters is found through its entry.
+    const size_t tagsAt = 60 + info + tracks + cluster;
+    const std::string head = PaddedSeekHead(Seek(kInfo, 60) + Seek(kTags, tagsAt), 60);
+    EXPECT_EQ(Table(File(head + kInfoElement + kTracksElement + Cluster() + kTagsTitle)),
+              kSh + "@0;" + kTg + "@" + std::to_string(tagsAt) + ";" + kInf + "@60;");
+
+    // Chained SeekHeads, the second pointing back at the first: both read once.
+    const size_t secondAt = 40 + info + cluster;
+    const std::string secondPadded = PaddedSeekHead(Seek(kSeekHead, 0) + Seek(kTags, secondAt + 40), 40);
+    const std::string firstPadded = PaddedSeekHead(Seek(kSeekHead, secondAt) + Seek(kInfo, 40), 40);
+    EXPECT_EQ(Table(File(firstPadded + kInfoElement + Cluster() + secondPadded + kTagsTitle)),
+              kSh + "@0;" + kSh + "@" + std::to_string(secondAt) + ";" + kTg + "@" + std::to_string(secondAt + 40) +
+                  ";" + kInf + "@40;");
+
+    // Unknown size: the Segment runs to the end of the file; CRC-32 and Void
+    // elements are stepped over.
+    const std::string crc = El(kCrc32, "abcd");
+    EXPECT_EQ(Table(Header() + ElSized(kSegment, "\xFF", crc + El(kVoid, "xx") + kInfoElement)), "3F@0;" + kInf + "@10;");
+}
+
+TEST_F(MatroskaRead, StructureFailures) {
+    const std::string generic = "Couldn't parse Matroska tags: Corrupted file or unsupported format";
+    const std::string seekHead = El(kSeekHead, Seek(kTags, 0));   // its own size doesn't depend on the position
+    const std::string voidAfter("\xEC\x80", 2);
+    const struct {
+        const char* what;
+        std::string bytes;
+        std::string log;
+    } cases[] = {
+        {"wrong doc type", File(kTagsTitle, "Matroska"), "Couldn't parse Matroska tags: Unsupported document type: \"Matroska\""},
+        {"seek past the segment", File(El(kSeekHead, Seek(kTags, 500)) + kTagsTitle), generic},
+        {"seek at the segment's size", File(El(kSeekHead, Seek(kTags, seekHead.size() + 2)) + voidAfter), generic},
+        {"seek entry to another element", File(El(kSeekHead, Seek(kTags, seekHead.size())) + kInfoElement), generic},
+        {"seek without position", File(El(kSeekHead, El(kSeek, El(kSeekId, VarInt(kTags))))), generic},
+        {"seek id of 5 bytes", File(El(kSeekHead, El(kSeek, El(kSeekId, VarInt(kTags) + "x") + UInt(kSeekPosition, 0)))), generic},
+        {"two headers", Header() + File(kTagsTitle), generic},
+        {"two segments", File(kTagsTitle) + El(kSegment, ""), generic},
+        {"no segment", Header(), generic},
+        {"no magic byte", std::string(100, 'x'), generic},
+        {"empty file", "", generic},
+        {"two TagStrings", File(El(kTags, TagWith("", {El(kSimpleTag, El(kTagName, "A") + El(kTagString, "1") + El(kTagString, "2"))}))), generic},
+        {"two Targets", File(El(kTags, El(kTag, El(kTargets, "") + El(kTargets, "")))), generic},
+        {"two FileData", File(El(kAttachments, El(kAttachedFile, El(kFileName, "a.png") + El(kFileData, "1") + El(kFileData, "2")))), generic},
+        {"a SimpleTag larger than the file", File(El(kTags, El(kTag, ElSized(kSimpleTag, VarInt(uint64_t{1} << 50), "")))), generic},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(Read(c.bytes), "fail:" + c.log + "  [MatroskaTags::Read]\r\n") << c.what;
+    }
+    // Junk before the header is stepped over, and "webm" is a doc type too.
+    EXPECT_EQ(Read(std::string(100, 'j') + File(kTagsTitle, "webm")), "ALBUM=Album;");
+}
+
+TEST_F(MatroskaRead, NamesLevelsAndTargets) {
+    const std::string tags = El(
+        kTags,
+        TagWith("", {Simple("TITLE", "Alb")}) +
+            TagWith(UInt(kTargetTypeValue, 30),
+                    {Simple("title", "T1"), Simple("ARTIST", "A1"), Simple("ARTIST", "A2"), Simple("PART_NUMBER", "3"),
+                     El(kSimpleTag, El(kTagName, "NOVALUE")), Simple("DATE_RECORDED", "2001"), Simple("MOOD", ""),
+                     Simple("MOOD", "m"), El(kCrc32, "abcd")}) +
+            TagWith(UInt(kTargetTypeValue, 50), {Simple("ARTIST", "AA"), Simple("TOTAL_PARTS", "12")}) +
+            TagWith(UInt(kTargetTypeValue, 40), {Simple("TITLE", "X")}) +
+            TagWith(UInt(kTrackUid, 123), {Simple("TITLE", "hidden")}) +
+            TagWith(UInt(kChapterUid, 0), {Simple("TITLE", "C0")}) +
+            TagWith(UInt(kTargetTypeValue, 60), {Simple("TOTAL_PARTS", "2")}) + El(kVoid, "xx"));
+    const std::string attachments =
+        El(kAttachments, Attached("Cover.JPG", "image/jpeg", "jpegbytes") + Attached("notes.txt", "text/plain", "t") +
+                             Attached("booklet 1.png", "image/png", "png") + Attached(".jpg", "image/jpeg", "") +
+                             El(kVoid, "xx"));
+    EXPECT_EQ(Read(File(kInfoElement + Cluster() + tags + attachments)),
+              "track=3/12;ALBUM=Alb|X|C0;album artist=AA;ARTIST=A1|A2;date=2001;MOOD=m;TITLE=T1;"
+              "_albumart_1_Front Album Cover=[9 bytes];_albumart_2_booklet 1=[3 bytes];_albumart_3_=;");
+}
+
+TEST_F(MatroskaRead, DamagedFilesNeverCrash) {
+    const size_t tagsAt = 60 + kInfoElement.size() + Cluster().size();
+    const std::string good =
+        File(PaddedSeekHead(Seek(kInfo, 60) + Seek(kTags, tagsAt) + Seek(kAttachments, tagsAt + kTagsTitle.size()), 60) +
+             kInfoElement + Cluster() + kTagsTitle + El(kAttachments, Attached("cover.png", "image/png", std::string(40, 'p'))));
+    ASSERT_EQ(Read(good), "ALBUM=Album;_albumart_1_Front Album Cover=[40 bytes];");
+    // Every cut of the file, and bytes changed at random: an answer, no crash.
+    for (size_t length = 0; length < good.size(); ++length) Read(good.substr(0, length));
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        std::string bad = good;
+        for (int flips = 0; flips < 3; ++flips) bad[random() % bad.size()] = static_cast<char>(random());
+        Read(bad);
+    }
+}

@@ -1,0 +1,181 @@
+// Damaged and hostile APE tags through the standard flows: a write or a delete
+// either does what it says or reports that it didn't, and it never cuts a byte
+// that isn't proven to be the tag's.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "tagfixture.h"
+#include "tags/stdtags.h"
+
+using namespace tagtest;
+using namespace std::string_literals;
+
+namespace {
+
+constexpr int kFamilyApe = 1;
+constexpr char kRefusedFlag[] = "refused";   // in place of the expected bytes: the APE part stays
+
+// Reasons the flows log behind their own words.
+constexpr char kDamaged[] = "The APE tag is damaged";
+constexpr char kUnreadable[] = "The APE tag has items that can't be read";
+
+const ApeItem kTitle{"Title", "t"};
+const ApeItem kAlbum{"Album", "a"};
+
+ApeTag WithSize(ApeTag tag, int64_t size) {
+    tag.size = size;
+    return tag;
+}
+
+ApeTag WithCount(ApeTag tag, int64_t count) {
+    tag.count = count;
+    return tag;
+}
+
+// Title and album around an item whose value size runs past the footer.
+std::string DamagedInTheMiddle(bool header) {
+    std::string items = kTitle.Bytes() + U32(500) + U32(0) + "Bad\0v"s + kAlbum.Bytes();
+    auto size = static_cast<uint32_t>(items.size() + 32);
+    std::string head = header ? ApeFrameBytes(2000, size, 3, 0xA0000000u) : "";
+    return head + items + ApeFrameBytes(2000, size, 3, header ? 0x80000000u : 0);
+}
+
+// A header flag, but the 32 bytes in front of the items are audio.
+std::string HeaderFlagWithoutHeader() {
+    std::string tag = ApeTag({kTitle, kAlbum}, 2000, false).Bytes();
+    tag.replace(tag.size() - 12, 4, U32(0x80000000u));
+    return tag;
+}
+
+// What the APE part of the file is after a write, a delete of everything and a
+// delete of "Album"; kRefusedFlag when the operation must fail and leave it.
+struct HostileCase {
+    const char* what;
+    std::string tag;
+    std::string afterWrite, afterDelete, afterDeleteAlbum;
+    const char* reason;   // logged with a refusal
+};
+
+std::vector<HostileCase> Cases() {
+    const std::string refused = kRefusedFlag;
+    const std::string rewritten = ApeTag({{"Title", "New"}, kAlbum}).Bytes();
+    const std::string onlyNew = ApeTag({{"Title", "New"}}).Bytes();
+    const std::string titleLeft = ApeTag({kTitle}).Bytes();
+    // The issue's own example: a footer of no items claims the 1000 bytes of audio in front.
+    const std::string emptyFooter = ApeFrameBytes(2000, 1032, 0, 0);
+    const std::string emptyFooterPastFile = ApeFrameBytes(2000, 100000, 0, 0x80000000u);
+    const std::string noHeader = HeaderFlagWithoutHeader();
+    return {
+        {"intact", ApeTag({kTitle, kAlbum}).Bytes(), rewritten, "", titleLeft, nullptr},
+        {"count 0, size into the audio", emptyFooter, onlyNew, "", emptyFooter, nullptr},
+        {"count 0, size past the file", emptyFooterPastFile, onlyNew, "", emptyFooterPastFile, nullptr},
+        {"size past the file", WithSize(ApeTag({kTitle, kAlbum}), 100000).Bytes(), refused, refused, refused, kDamaged},
+        {"size smaller than the items", WithSize(ApeTag({kTitle, kAlbum}), 40).Bytes(), refused, refused, refused,
+         kDamaged},
+        {"size below a footer", WithSize(ApeTag({kTitle, kAlbum}), 31).Bytes(), refused, refused, refused, kDamaged},
+        {"count smaller than the items", WithCount(ApeTag({kTitle, kAlbum}, 2000, false), 1).Bytes(), refused,
+         refused, refused, kDamaged},
+        {"header flag without a header", noHeader, rewritten, "", titleLeft, nullptr},
+        {"damaged item, header", DamagedInTheMiddle(true), refused, "", refused, kUnreadable},
+        {"damaged item, no header", DamagedInTheMiddle(false), refused, refused, refused, kDamaged},
+    };
+}
+
+class HostileApeTest : public TagFileTest {
+protected:
+    // Runs one flow on audio + tag + id3v1 and checks the whole file and the log.
+    void Check(const HostileCase& c, const std::string& id3v1, const std::string& id3v1After, const char* op,
+               const std::string& expected, bool (*flow)(const std::string&, const clLogTarget*)) {
+        SCOPED_TRACE(std::string(c.what) + ", " + op + (id3v1.empty() ? "" : ", with ID3v1"));
+        Make(c.tag + id3v1);
+        size_t logBefore = log.Text().size();
+        bool refused = expected == kRefusedFlag;
+        EXPECT_EQ(flow(path, log.Target()), !refused);
+        EXPECT_EQ(Tail(), (refused ? c.tag : expected) + id3v1After);
+        std::string logged = log.Text().substr(logBefore);
+        if (!refused) {
+            EXPECT_EQ(logged, "");
+            return;
+        }
+        const char* words = std::string(op) == "write" ? "Could not write APE tag  [WriteStdTags]\r\n"
+                                                       : "Could not delete APE tag  [DeleteStdTags]\r\n";
+        EXPECT_NE(logged.find(words), std::string::npos) << logged;
+        EXPECT_NE(logged.find(c.reason), std::string::npos) << logged;
+    }
+};
+
+bool WriteTitle(const std::string& path, const clLogTarget* log) {
+    return WriteStdTags(S(path), Tags({{"Title", "New"}}), kFamilyApe, log);
+}
+bool DeleteAll(const std::string& path, const clLogTarget* log) { return DeleteStdTags(S(path), nullptr, log); }
+bool DeleteAlbum(const std::string& path, const clLogTarget* log) { return DeleteStdTags(S(path), u"Album\0", log); }
+
+}  // namespace
+
+TEST_F(HostileApeTest, WritesAndDeletesTellTheTruthAndKeepTheAudio) {
+    const std::string id3v1 = Id3v1("Old", "Artist", "Album");
+    for (const HostileCase& c : Cases()) {
+        for (bool withId3v1 : {false, true}) {
+            // ID3v1 goes first in both flows: it is updated even when the APE tag is refused.
+            const std::string before = withId3v1 ? id3v1 : "";
+            Check(c, before, withId3v1 ? Id3v1("New", "Artist", "Album") : "", "write", c.afterWrite, WriteTitle);
+            Check(c, before, "", "delete", c.afterDelete, DeleteAll);
+            Check(c, before, withId3v1 ? Id3v1("Old", "Artist") : "", "delete Album", c.afterDeleteAlbum,
+                  DeleteAlbum);
+        }
+    }
+}
+
+// A blank ID3v1 tag is updated in place: a new one behind it would hide the
+// APE tag in front of it, and a new APE tag would hold only the new values.
+TEST_F(HostileApeTest, BlankID3v1KeepsTheAPETagReachable) {
+    Make(ApeTag({kTitle, kAlbum}).Bytes() + Id3v1(""));
+    ASSERT_TRUE(WriteStdTags(S(path), Tags({{"Composer", "c"}}), kFamilyApe, log.Target()));
+    EXPECT_EQ(Tail(), ApeTag({kTitle, kAlbum, {"Composer", "c"}}).Bytes() + Id3v1(""));
+    ASSERT_TRUE(WriteStdTags(S(path), Tags({{"Title", "New"}}), kFamilyApe, log.Target()));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "New"}, kAlbum, {"Composer", "c"}}).Bytes() + Id3v1("New"));
+    IDTags tags;
+    clString version;
+    ASSERT_TRUE(ReadStdTags(S(path), tags, version, log.Target()));
+    EXPECT_EQ(Describe(tags), "Title=New;Album=a;Composer=c;");
+    EXPECT_EQ(log.Text(), "");
+}
+
+// A write that fails before its bytes are in place leaves the old tags: one
+// that the reader would refuse, and one that finds no room in the file.
+TEST_F(HostileApeTest, FailureBeforeTheWriteLeavesTheOldTags) {
+    const std::string old = ApeTag({kTitle, kAlbum}).Bytes();
+    IDTags tooLarge;
+    const std::string huge(0x1000001, 'x');
+    tooLarge.AddBinary(S("Big"), huge.data(), static_cast<uint32_t>(huge.size()));
+    IDTags larger = Tags({{"Comment", std::string(4096, 'c')}});
+    struct {
+        const IDTags& tags;
+        bool limitFileSize;
+        const char* reason;
+    } const cases[] = {{tooLarge, false, "The APE tag would be too large."},
+                       {larger, true, "The file could not be changed."}};
+    for (const auto& c : cases) {
+        Make(old);
+        // Root may grow any file: the flow runs in a child with a limit on file size.
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            std::signal(SIGXFSZ, SIG_IGN);
+            rlimit limit{kAudio + old.size() + 100, kAudio + old.size() + 100};
+            if (c.limitFileSize && ::setrlimit(RLIMIT_FSIZE, &limit) != 0) ::_exit(3);
+            ::_exit(WriteStdTags(S(path), c.tags, kFamilyApe, log.Target()) ? 1 : 0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << c.reason;
+        EXPECT_EQ(Tail(), old) << c.reason;
+        EXPECT_NE(log.Text().find("Could not write APE tag  [WriteStdTags]\r\n"s + c.reason), std::string::npos)
+            << log.Text();
+    }
+}
