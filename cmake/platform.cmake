@@ -1,7 +1,12 @@
 # Target-OS selection of seam sources and the system libraries they need.
 if(WIN32)
+  set(FD_SEAM "win32")
   set(FD_SEAM_EXCLUDE "_posix\\.cpp$")
+  # The compiler's runtime goes into every binary: the plug-in and its tests
+  # need nothing but system DLLs.
+  add_link_options(-static -static-libgcc -static-libstdc++)
 else()
+  set(FD_SEAM "posix")
   set(FD_SEAM_EXCLUDE "_win32\\.cpp$")
 endif()
 

@@ -1,12 +1,12 @@
 // decode: the whole audio of a file through Open, SetPosition and
 // DecodeBlock, written as WAV (RF64 past 4 GiB) or as raw sample bytes.
 
-#include <csignal>
 #include <cstdio>
 #include <optional>
 #include <string>
 
 #include "host/commands.h"
+#include "host/console.h"
 #include "host/errors.h"
 #include "host/littleendian.h"
 #include "host/outputfile.h"
@@ -103,7 +103,7 @@ int RunDecode(CommandContext& context) {
     const DecodeOptions options = TakeDecodeOptions(context.args);
     // A reader that goes away (fdhost decode -o - | head) is an error to
     // report, not a signal that kills fdhost before it cleans up.
-    std::signal(SIGPIPE, SIG_IGN);
+    console::IgnoreBrokenPipe();
     const Session session(context.options);
     const Decoder decoder(session.plugin(), session.CreateInfo());
     std::optional<QuitTimer> quit;

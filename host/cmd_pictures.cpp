@@ -63,8 +63,9 @@ SavedPicture Save(const BlobEntry& entry, const std::filesystem::path& folder) {
     saved.info = Detect(entry.data);
     saved.bytes = entry.data.size();
     const char* extension = saved.info.extension ? saved.info.extension : "bin";
-    saved.path = (folder / (FileNameOf(saved.key) + "." + extension)).string();
-    std::ofstream out(saved.path, std::ios::binary | std::ios::trunc);
+    const std::filesystem::path file = folder / Utf8Path(FileNameOf(saved.key) + "." + extension);
+    saved.path = PathUtf8(file);
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
     out.write(entry.data.data(), static_cast<std::streamsize>(entry.data.size()));
     if (!out) throw HostError("cannot write " + saved.path);
     return saved;
@@ -108,11 +109,12 @@ int RunPictures(CommandContext& context) {
     OpenResult result;
     if (!OpenAndRead(context, path, kOpenWantTags, result)) return OpenFailed(context.options, path);
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder)) throw HostError("cannot create the folder " + folder);
+    const std::filesystem::path folderPath = Utf8Path(folder);
+    std::filesystem::create_directories(folderPath, error);
+    if (!std::filesystem::is_directory(folderPath)) throw HostError("cannot create the folder " + folder);
     std::vector<SavedPicture> saved;
     for (const BlobEntry& entry : result.tags) {
-        if (IsArtKey(entry.name)) saved.push_back(Save(entry, folder));
+        if (IsArtKey(entry.name)) saved.push_back(Save(entry, folderPath));
     }
     if (context.options.json) {
         PrintJson(saved);

@@ -22,7 +22,7 @@ namespace host {
 namespace {
 
 std::string ReadWholeFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
+    std::ifstream in(Utf8Path(path), std::ios::binary);
     if (!in) throw HostError("cannot read " + path);
     std::ostringstream bytes;
     bytes << in.rdbuf();
@@ -89,7 +89,7 @@ void AddPictureArgument(TagList& tags, const std::string& argument) {
     std::string description;
     std::error_code error;
     size_t colon = path.find(':');
-    if (!std::filesystem::is_regular_file(path, error) && colon != std::string::npos) {
+    if (!std::filesystem::is_regular_file(Utf8Path(path), error) && colon != std::string::npos) {
         description = path.substr(colon + 1);
         path.resize(colon);
     }
@@ -109,7 +109,7 @@ const std::string& StringMember(const JsonValue& object, const char* name, const
 void AddFromJson(TagList& tags, const std::string& jsonPath) {
     JsonValue document = ParseJson(ReadWholeFile(jsonPath));
     if (document.kind != JsonValue::Kind::kArray) throw UsageError(jsonPath + ": expected an array of tags");
-    const std::filesystem::path folder = std::filesystem::path(jsonPath).parent_path();
+    const std::filesystem::path folder = Utf8Path(jsonPath).parent_path();
     const std::string none;
     for (const JsonValue& item : document.items) {
         if (item.kind != JsonValue::Kind::kObject) throw UsageError(jsonPath + ": every tag must be an object");
@@ -121,9 +121,9 @@ void AddFromJson(TagList& tags, const std::string& jsonPath) {
             tags.AddText(name, value);
             continue;
         }
-        std::filesystem::path data(dataFile);
+        std::filesystem::path data = Utf8Path(dataFile);
         if (data.is_relative()) data = folder / data;
-        tags.AddBinary(name, value, ReadWholeFile(data.string()));
+        tags.AddBinary(name, value, ReadWholeFile(PathUtf8(data)));
     }
 }
 

@@ -4,8 +4,11 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/commands.h"
+#include "host/console.h"
 #include "host/errors.h"
 #include "host/options.h"
 
@@ -43,8 +46,8 @@ int RunCommand(const Command& command, CommandContext& context) {
     }
 }
 
-int Run(int argc, const char* const* argv) {
-    ParsedArguments parsed = ParseArguments(argc, argv);
+int Run(std::vector<std::string> args) {
+    ParsedArguments parsed = ParseArguments(std::move(args));
     if (parsed.command.empty()) {
         if (!parsed.options.help) throw UsageError("no command given (try fdhost --help)");
         PrintHelp(stdout);
@@ -66,7 +69,8 @@ int Run(int argc, const char* const* argv) {
 
 int main(int argc, char** argv) {
     try {
-        const int code = host::Run(argc, argv);
+        host::console::PrepareStandardStreams();
+        const int code = host::Run(host::console::Arguments(argc, argv));
         // Output that could not be written is a failure, not a success.
         if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
             std::fputs("fdhost: cannot write the output\n", stderr);

@@ -69,10 +69,7 @@ bool ApplyCommon(CommonOptions& options, std::string_view name, bool hasInline,
 
 }  // namespace
 
-ParsedArguments ParseArguments(int argc, const char* const* argv) {
-    std::vector<std::string> all;
-    for (int i = 1; i < argc; ++i) all.emplace_back(argv[i]);
-
+ParsedArguments ParseArguments(std::vector<std::string> all) {
     ParsedArguments parsed;
     for (size_t i = 0; i < all.size(); ++i) {
         std::string_view name;

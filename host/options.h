@@ -26,7 +26,7 @@ struct ParsedArguments {
 };
 
 // Throws UsageError for a missing or malformed option value.
-ParsedArguments ParseArguments(int argc, const char* const* argv);
+ParsedArguments ParseArguments(std::vector<std::string> all);
 
 // Takes "--name VALUE" or "--name=VALUE" out of args; false when absent.
 // Throws UsageError when the value is missing.

@@ -1,7 +1,8 @@
 #pragma once
 // Where `fdhost decode` writes: a file it creates, or standard output for
-// "-". Writes go straight to the descriptor, without a stdio buffer in
-// between, because audio is written in large blocks anyway.
+// "-". Writes go straight to the system's handle, without a stdio buffer in
+// between, because audio is written in large blocks anyway. Seam: a
+// descriptor on Linux, a HANDLE on Windows.
 
 #include <cstddef>
 #include <cstdint>
@@ -27,7 +28,7 @@ public:
 
 private:
     std::string path_;
-    int fd_ = -1;
+    intptr_t handle_ = -1;
     bool owned_ = false;
     bool seekable_ = false;
 };

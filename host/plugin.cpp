@@ -1,19 +1,16 @@
 #include "host/plugin.h"
 
-#include <dlfcn.h>
-
 #include <utility>
 
 #include "host/errors.h"
+#include "host/library.h"
 
 namespace host {
 
 Plugin::Plugin(const std::string& path) : path_(path) {
-    library_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library_ == nullptr) {
-        const char* reason = dlerror();
-        throw HostError("cannot load the plug-in: " + std::string(reason ? reason : path));
-    }
+    std::string reason;
+    library_ = library::Load(path, reason);
+    if (library_ == nullptr) throw HostError("cannot load the plug-in: " + reason);
     try {
         Create = reinterpret_cast<DecoderCreateFn*>(Resolve("Create"));
         Destroy = reinterpret_cast<DecoderDestroyFn*>(Resolve("Destroy"));
@@ -52,13 +49,12 @@ Plugin& Plugin::operator=(Plugin&& other) noexcept {
 Plugin::~Plugin() { Unload(); }
 
 void Plugin::Unload() {
-    if (library_ != nullptr) dlclose(library_);
+    library::Unload(library_);
     library_ = nullptr;
 }
 
 void* Plugin::Resolve(const char* name) {
-    dlerror();
-    void* symbol = dlsym(library_, name);
+    void* symbol = library::Symbol(library_, name);
     if (symbol == nullptr) {
         throw HostError("the plug-in " + path_ + " lacks the entry point " + name);
     }

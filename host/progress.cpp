@@ -1,10 +1,10 @@
 #include "host/progress.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <string>
+
+#include "host/console.h"
 
 namespace host {
 namespace {
@@ -23,7 +23,7 @@ std::string Clock(int64_t ms) {
 }  // namespace
 
 ProgressBar::ProgressBar(bool wanted, int64_t totalMs)
-    : enabled_(wanted && ::isatty(STDERR_FILENO) == 1), totalMs_(totalMs > 0 ? totalMs : 0) {}
+    : enabled_(wanted && console::StandardErrorIsTerminal()), totalMs_(totalMs > 0 ? totalMs : 0) {}
 
 void ProgressBar::Update(int64_t doneMs) {
     doneMs_ = doneMs;

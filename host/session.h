@@ -5,31 +5,11 @@
 #include <string>
 
 #include "codecs/decoders/ffmpeg/records.h"
+#include "host/logfile.h"
 #include "host/options.h"
 #include "host/plugin.h"
 
 namespace host {
-
-// A log file opened for the plug-in. fdhost starts each log afresh per run
-// (truncate) and opens it for appending, so that every piece the plug-in
-// writes lands at the end even when both logs name the same file.
-class LogFile {
-public:
-    LogFile() = default;
-    // Throws HostError when the file cannot be created.
-    explicit LogFile(const std::string& path);
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
-    LogFile(LogFile&& other) noexcept;
-    LogFile& operator=(LogFile&& other) noexcept;
-    ~LogFile();
-
-    // The sink word for DecoderCreateInfo: the descriptor, or 0 for none.
-    uint64_t Sink() const;
-
-private:
-    int fd_ = -1;
-};
 
 class Session {
 public:

@@ -106,4 +106,13 @@ std::u16string_view WideView(const char16_t* text) {
     return std::u16string_view(text);
 }
 
+std::filesystem::path Utf8Path(std::string_view utf8) {
+    return std::filesystem::path(std::u8string(utf8.begin(), utf8.end()));
+}
+
+std::string PathUtf8(const std::filesystem::path& path) {
+    const std::u8string units = path.u8string();
+    return std::string(units.begin(), units.end());
+}
+
 }  // namespace host

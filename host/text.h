@@ -3,6 +3,7 @@
 // the plug-in, so it carries its own small converters. Bad input never fails:
 // an invalid UTF-8 sequence or a lone surrogate becomes U+FFFD.
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,9 @@ void AppendUtf8(std::string& out, char32_t cp);
 char32_t JoinSurrogates(char32_t high, char32_t low);
 // A NUL-terminated wide string from the plug-in; null gives an empty view.
 std::u16string_view WideView(const char16_t* text);
+
+// File-system paths from and to UTF-8, whatever the system's own encoding.
+std::filesystem::path Utf8Path(std::string_view utf8);
+std::string PathUtf8(const std::filesystem::path& path);
 
 }  // namespace host

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs what building and testing need on Debian 12, and only what is
 # missing: with everything present it changes nothing and takes a moment.
-# Installing needs root.
+# Installing needs root. With the argument "windows" it installs what the
+# Windows build and its tests under Wine need instead: the mingw-w64 cross
+# compiler with posix threads, GoogleTest's sources and Wine.
 set -euo pipefail
 
 packages=(
@@ -10,6 +12,9 @@ packages=(
   ffmpeg python3 python3-mutagen mkvtoolnix
   imagemagick libavif-bin libheif-examples libjxl-tools webp file
 )
+if [[ ${1:-} == windows ]]; then
+  packages=(cmake ninja-build ffmpeg g++-mingw-w64-x86-64-posix googletest wine wine64)
+fi
 
 missing=()
 for package in "${packages[@]}"; do

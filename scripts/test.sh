@@ -4,6 +4,7 @@
 #   build-asan/  clang, AddressSanitizer + UndefinedBehaviorSanitizer: unit and integration
 #   build-tsan/  clang, ThreadSanitizer: the threaded tests
 #   build-fuzz/  clang, libFuzzer: every fuzz target for a short run
+#   build-windows/  mingw-w64 cross build, its tests under Wine
 # Every stage runs even when an earlier one failed; the last line sums up and
 # the exit status is non-zero when anything failed.
 set -uo pipefail
@@ -100,6 +101,30 @@ fuzz_stage() {
   return "$status"
 }
 
+# The Windows build: the DLL, fdhost.exe and the portable tests, run under
+# Wine in a prefix inside the build folder. One wineserver serves the whole
+# run, so Wine starts once; its services are started before ctest, whose
+# output pipes they would otherwise hold open.
+windows_stage() {
+  bash scripts/setup-deps.sh windows || return 1
+  local dir="$out-windows"
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-mingw64.cmake \
+    -DCMAKE_BUILD_TYPE=Release -DFD_BUILD_TESTS=ON -DFD_BUILD_BENCH=OFF &&
+    cmake --build "$dir" -j "$jobs" || return 1
+  (
+    export WINEPREFIX="$PWD/$dir/wineprefix" WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+    # Wine's ANSI code page follows the locale: Windows-1252, as on Linux.
+    export LANG=en_US.UTF-8
+    unset LC_ALL
+    wineserver -p
+    wine cmd /c exit </dev/null >/dev/null 2>&1
+    ctest --test-dir "$dir" --output-on-failure -j2 --no-tests=error
+    status=$?
+    wineserver -k
+    exit "$status"
+  )
+}
+
 stage "dependencies" bash scripts/setup-deps.sh
 if [[ ${#failed[@]} -ne 0 ]]; then
   echo "test.sh: FAILED: the tools could not be installed"
@@ -109,6 +134,7 @@ stage "gcc build and all tests" gcc_stage
 stage "asan+ubsan unit and integration" asan_stage
 stage "tsan threaded" tsan_stage
 stage "fuzz" fuzz_stage
+stage "windows build, tests under wine" windows_stage
 
 echo
 if [[ ${#failed[@]} -eq 0 ]]; then

@@ -1,9 +1,6 @@
 #include "plugindriver.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -14,19 +11,11 @@
 namespace it {
 namespace {
 
-int AnonymousLog() {
-    std::FILE* file = std::tmpfile();
-    if (file == nullptr) throw std::runtime_error("no temporary file for a log");
-    const int fd = ::fcntl(::fileno(file), F_DUPFD_CLOEXEC, 3);
-    std::fclose(file);
-    return fd;
-}
-
-std::string LogText(int fd) {
+std::string LogText(const std::string& path) {
+    const std::string bytes = ReadFile(path);
     std::u16string units;
-    char pair[2];
-    for (off_t at = 0; ::pread(fd, pair, 2, at) == 2; at += 2) {
-        units += static_cast<char16_t>(static_cast<uint8_t>(pair[0]) | static_cast<uint8_t>(pair[1]) << 8);
+    for (size_t at = 0; at + 1 < bytes.size(); at += 2) {
+        units += static_cast<char16_t>(static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8);
     }
     return text::Utf16ToUtf8(units);
 }
@@ -39,18 +28,14 @@ PluginLibrary& Plugin() {
 }
 
 TestDecoder::TestDecoder(PluginLibrary& library)
-    : library_(library), errorFd_(AnonymousLog()), traceFd_(AnonymousLog()) {
+    : library_(library), errorLog_(logs_.File("error.log")), traceLog_(logs_.File("trace.log")) {
     DecoderCreateInfo info{};
-    info.errorLog = static_cast<uint64_t>(errorFd_);
-    info.traceLog = static_cast<uint64_t>(traceFd_);
+    info.errorLog = errorLog_.Get();
+    info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
 }
 
-TestDecoder::~TestDecoder() {
-    Destroy();
-    ::close(errorFd_);
-    ::close(traceFd_);
-}
+TestDecoder::~TestDecoder() { Destroy(); }
 
 void TestDecoder::Destroy() {
     if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
@@ -89,22 +74,8 @@ bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>*
     }
 }
 
-std::string TestDecoder::ErrorLog() const { return LogText(errorFd_); }
-std::string TestDecoder::TraceLog() const { return LogText(traceFd_); }
-
-QuitFifo::QuitFifo(const std::string& path) : path_(path) {
-    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
-    fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-}
-
-QuitFifo::~QuitFifo() { ::close(fd_); }
-
-void QuitFifo::Set() { EXPECT_EQ(::write(fd_, "q", 1), 1); }
-
-void QuitFifo::Reset() {
-    for (char byte; ::read(fd_, &byte, 1) == 1;) {
-    }
-}
+std::string TestDecoder::ErrorLog() const { return LogText(logs_.File("error.log")); }
+std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log")); }
 
 std::string FormatHead(const DecoderFormat& format) {
     const auto* wave = reinterpret_cast<const char*>(format.wave);

@@ -1,5 +1,5 @@
 #pragma once
-// The plug-in as a host meets it: loaded with dlopen, its exports resolved by
+// The plug-in as a host meets it: loaded at run time, its exports resolved by
 // name, each decoder with two logs of its own (UTF-16LE) read back as UTF-8.
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 
 #include "codecs/decoders/ffmpeg/exports.h"
 #include "host/plugin.h"
+#include "testkit.h"
 
 namespace it {
 
@@ -41,8 +42,9 @@ public:
 private:
     PluginLibrary& library_;
     void* decoder_ = nullptr;
-    int errorFd_ = -1;
-    int traceFd_ = -1;
+    TempDir logs_;
+    SinkFile errorLog_;
+    SinkFile traceLog_;
     std::u16string path_;
     DecoderFormat format_{};
 };

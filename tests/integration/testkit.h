@@ -4,6 +4,7 @@
 // ffmpeg's Wave64 output taken apart, and this process's own resources.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -56,7 +57,27 @@ struct Resources {
     int children = 0;
 };
 Resources CurrentResources();
+int ChildCount();
 // Waits up to `limitMs` for the children to be gone; returns their count.
 int ChildrenAfter(int limitMs);
+
+// Runs `body` while this process may not write `path` (in folder `dir`):
+// on Linux in a child that made the file read-only and gave up root, on
+// Windows while another handle denies writers. Returns the body's result.
+bool RunLockedOut(const std::string& dir, const std::string& path, const std::function<bool()>& body);
+
+// A file created empty and opened for appending, whose handle is a log sink
+// word for the plug-in (a descriptor on Linux, a HANDLE on Windows).
+class SinkFile {
+public:
+    explicit SinkFile(const std::string& path);
+    SinkFile(const SinkFile&) = delete;
+    SinkFile& operator=(const SinkFile&) = delete;
+    ~SinkFile();
+    uint64_t Get() const;
+
+private:
+    intptr_t handle_;
+};
 
 }  // namespace it

@@ -2,9 +2,6 @@
 // Shared by the tests that drive the built plug-in and fdhost from outside:
 // the capability tables a host expects, and log text as UTF-16LE bytes.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <array>
 #include <string>
 #include <string_view>
@@ -35,18 +32,8 @@ inline constexpr std::array<const char*, 5> kExpectedStreaming = {
     "application/mpegurl", "application/x-mpegurl",
 };
 
-// A log file's descriptor, closed at the end of its scope.
-class Fd {
-public:
-    explicit Fd(const std::string& path) : fd_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {}
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    ~Fd() { if (fd_ >= 0) close(fd_); }
-    uint64_t Get() const { return static_cast<uint64_t>(fd_); }
-
-private:
-    int fd_;
-};
+// A log file's sink word, closed at the end of its scope.
+using Fd = it::SinkFile;
 
 // ASCII as the logs store it: UTF-16LE, no byte order mark.
 inline std::string Utf16Le(std::string_view ascii) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -13,6 +14,7 @@
 #include "support/clBuffer.h"
 #include "support/clList.h"
 #include "support/clString.h"
+#include "support/platform.h"
 #include "support/textcodec.h"
 
 namespace {
@@ -192,10 +194,17 @@ TEST(ClString, AppendingSplittingAndFileNames) {
     clString(u"plain").SplitAt(head, tail);
     EXPECT_EQ(S(head) + u"|" + S(tail), u"plain|");
 
-    // A backslash is a name character here.
-    const std::pair<const char16_t*, const char16_t*> extensions[] = {
-        {u"/music/a.b/song.FLAC", u".FLAC"}, {u"/music/a.b/song", u"."}, {u"", u"."}, {u"dir\\a.mka", u".mka"}};
-    for (const auto& [path, extension] : extensions) EXPECT_EQ(S(clString(path).FileExtension()), extension);
+    // In the table "|" is the platform's separator; the other platform's
+    // separator ("~") is a name character.
+    const char16_t separator = platform::PathSeparator();
+    const char16_t other = separator == u'/' ? u'\\' : u'/';
+    const std::pair<std::u16string, const char16_t*> extensions[] = {
+        {u"|music|a.b|song.FLAC", u".FLAC"}, {u"|music|a.b|song", u"."}, {u"", u"."}, {u"dir~a.mka", u".mka"}};
+    for (auto [path, extension] : extensions) {
+        std::replace(path.begin(), path.end(), u'|', separator);
+        std::replace(path.begin(), path.end(), u'~', other);
+        EXPECT_EQ(S(clString(path.c_str()).FileExtension()), extension);
+    }
 }
 
 TEST(ClString, CompareFoldsOnlyAscii) {

@@ -2,9 +2,7 @@
 // What the tag engine tests share: hand-built tags around stand-in audio,
 // a short text form of a collection, and a capture of the error log.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <stdexcept>
@@ -114,14 +112,9 @@ inline clFile OpenFile(const std::string& path, uint32_t access = clFile::kReadW
 // A decoder's error log, written to a file that the test reads back.
 class LogCapture {
 public:
-    explicit LogCapture(const TempDir& dir) : path_(dir.File("error.log")) {
-        fd_ = ::open(path_.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_APPEND | O_CLOEXEC, 0644);
-        if (fd_ < 0) throw std::runtime_error("cannot create the log");
-        target_.errorLog = static_cast<uint64_t>(fd_);
+    explicit LogCapture(const TempDir& dir) : path_(dir.File("error.log")), sink_(path_) {
+        target_.errorLog = sink_.Get();
     }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-    ~LogCapture() { ::close(fd_); }
 
     const clLogTarget* Target() const { return &target_; }
     std::string Text() const {   // UTF-16LE as ASCII
@@ -132,7 +125,7 @@ public:
 
 private:
     std::string path_;
-    int fd_ = -1;
+    it::SinkFile sink_;
     clLogTarget target_;
 };
 

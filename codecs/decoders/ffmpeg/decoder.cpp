@@ -24,7 +24,6 @@ constexpr const char* kCloseLabel = "clDecoder_ffmpeg::Close";
 constexpr const char* kStartLabel = "clDecoder_ffmpeg::SetPosition";
 constexpr const char* kDecodeLabel = "clDecoder_ffmpeg::DecodeBlock";
 
-constexpr const char* kWorkerName = "ffmpeg-lgpl";
 constexpr uint32_t kFramesPerBlock = 4096;
 
 bool StartsWithNoCase(const clString& text, const char16_t* prefix) {
@@ -40,9 +39,9 @@ uint32_t LittleU32(const uint8_t* bytes) {
            uint32_t{bytes[3]} << 24;
 }
 
-// Cuts `path` behind its last "/"; empty when there is none.
+// Cuts `path` behind its last folder separator; empty when there is none.
 std::string FolderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
+    const size_t slash = path.rfind(FolderSeparator());
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
@@ -101,9 +100,9 @@ std::string clDecoder_ffmpeg::WorkerPath() {
         self = self.substr(0, self.find('"'));
     }
     std::string folder = FolderOf(self);
-    while (!folder.empty() && folder.back() == '/') folder.pop_back();
-    // The parent folder, with its "/": the worker lies one folder above the plug-in.
-    return FolderOf(folder) + kWorkerName;
+    while (!folder.empty() && folder.back() == FolderSeparator()) folder.pop_back();
+    // The parent folder, with its separator: the worker lies one folder above the plug-in.
+    return FolderOf(folder) + WorkerFileName();
 }
 
 std::string clDecoder_ffmpeg::SecondsText(double seconds) {
@@ -122,7 +121,7 @@ std::string clDecoder_ffmpeg::SecondsText(double seconds) {
 
 WorkerCommand clDecoder_ffmpeg::BuildWorkerCommand(const std::string& pathUtf8, double seconds) {
     WorkerCommand command;
-    command.args.push_back(kWorkerName);
+    command.args.push_back(WorkerFileName());
     if (seconds > 0.0) {
         command.args.push_back("-ss");
         command.args.push_back(SecondsText(seconds));

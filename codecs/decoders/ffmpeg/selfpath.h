@@ -8,3 +8,10 @@
 // system can't tell. Absolute and fixed from the library's load on: a later
 // change of the working directory doesn't move it.
 std::string OwnLibraryPath();
+
+// The worker's file name, one folder above the plug-in's folder; also the
+// bare name the worker gets as its first argument.
+const char* WorkerFileName();
+
+// The separator between the folders of OwnLibraryPath().
+char FolderSeparator();

@@ -31,3 +31,7 @@ const std::string kOwnPath = ResolveOwnPath();
 }  // namespace
 
 std::string OwnLibraryPath() { return kOwnPath; }
+
+const char* WorkerFileName() { return "ffmpeg-lgpl"; }
+
+char FolderSeparator() { return '/'; }

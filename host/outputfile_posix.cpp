@@ -12,6 +12,8 @@
 namespace host {
 namespace {
 
+int Fd(intptr_t handle) { return static_cast<int>(handle); }
+
 bool IsSeekable(int fd) {
     struct stat st {};
     if (::fstat(fd, &st) != 0) return false;
@@ -22,24 +24,24 @@ bool IsSeekable(int fd) {
 
 OutputFile::OutputFile(const std::string& path) : path_(path) {
     if (path == "-") {
-        fd_ = STDOUT_FILENO;
+        handle_ = STDOUT_FILENO;
         path_ = "standard output";
     } else {
-        fd_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        if (fd_ < 0) throw HostError("cannot create " + path + ": " + std::strerror(errno));
+        handle_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (handle_ < 0) throw HostError("cannot create " + path + ": " + std::strerror(errno));
         owned_ = true;
     }
-    seekable_ = IsSeekable(fd_);
+    seekable_ = IsSeekable(Fd(handle_));
 }
 
 OutputFile::~OutputFile() {
-    if (owned_ && fd_ >= 0) ::close(fd_);
+    if (owned_ && handle_ >= 0) ::close(Fd(handle_));
 }
 
 void OutputFile::Write(const void* bytes, size_t size) {
     const auto* at = static_cast<const char*>(bytes);
     while (size > 0) {
-        const ssize_t written = ::write(fd_, at, size);
+        const ssize_t written = ::write(Fd(handle_), at, size);
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
         at += written;
@@ -50,7 +52,7 @@ void OutputFile::Write(const void* bytes, size_t size) {
 void OutputFile::WriteAt(uint64_t offset, const void* bytes, size_t size) {
     const auto* at = static_cast<const char*>(bytes);
     while (size > 0) {
-        const ssize_t written = ::pwrite(fd_, at, size, static_cast<off_t>(offset));
+        const ssize_t written = ::pwrite(Fd(handle_), at, size, static_cast<off_t>(offset));
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
         at += written;
@@ -60,9 +62,9 @@ void OutputFile::WriteAt(uint64_t offset, const void* bytes, size_t size) {
 }
 
 void OutputFile::Close() {
-    if (!owned_ || fd_ < 0) return;
-    const int fd = fd_;
-    fd_ = -1;
+    if (!owned_ || handle_ < 0) return;
+    const int fd = Fd(handle_);
+    handle_ = -1;
     if (::close(fd) != 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
 }
 

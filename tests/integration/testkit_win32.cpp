@@ -1,0 +1,197 @@
+// The test kit's system part on Windows: temporary folders, child processes
+// with captured output, and this process's handles, threads and children.
+
+#include <windows.h>
+#include <tlhelp32.h>
+
+#include <atomic>
+#include <filesystem>
+#include <stdexcept>
+
+#include "testkit.h"
+
+namespace it {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::wstring Wide(const std::string& utf8) {
+    const int needed = ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
+    std::wstring wide(static_cast<size_t>(needed), L'\0');
+    ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), needed);
+    return wide;
+}
+
+std::string Utf8(const std::wstring& wide) {
+    const int needed =
+        ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<size_t>(needed), '\0');
+    ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), utf8.data(), needed, nullptr,
+                          nullptr);
+    return utf8;
+}
+
+// The usual rules for one argument on a command line: quotes where needed,
+// backslashes before a quote doubled.
+std::wstring Quoted(const std::wstring& arg) {
+    if (!arg.empty() && arg.find_first_of(L" \t\"") == std::wstring::npos) return arg;
+    std::wstring out = L"\"";
+    size_t backslashes = 0;
+    for (const wchar_t c : arg) {
+        if (c == L'\\') {
+            ++backslashes;
+            continue;
+        }
+        out.append(c == L'"' ? backslashes * 2 + 1 : backslashes, L'\\');
+        backslashes = 0;
+        out += c;
+    }
+    out.append(backslashes * 2, L'\\');
+    return out + L"\"";
+}
+
+// A capture file the child inherits, removed when closed.
+HANDLE CaptureFile(const std::string& path) {
+    SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+    const HANDLE file = ::CreateFileW(Wide(path).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, &inheritable,
+                                      CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE) throw std::runtime_error("no capture file");
+    return file;
+}
+
+std::string TextOf(HANDLE file) {
+    ::SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+    std::string text;
+    char buffer[65536];
+    DWORD got = 0;
+    while (::ReadFile(file, buffer, sizeof buffer, &got, nullptr) && got > 0) text.append(buffer, got);
+    ::CloseHandle(file);
+    return text;
+}
+
+template <class Visit>
+void ForEachSnapshotEntry(DWORD kind, Visit&& visit) {
+    const HANDLE snapshot = ::CreateToolhelp32Snapshot(kind, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) return;
+    visit(snapshot);
+    ::CloseHandle(snapshot);
+}
+
+int ThreadCount() {
+    int count = 0;
+    ForEachSnapshotEntry(TH32CS_SNAPTHREAD, [&](HANDLE snapshot) {
+        THREADENTRY32 entry{};
+        entry.dwSize = sizeof entry;
+        for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry)) {
+            count += entry.th32OwnerProcessID == ::GetCurrentProcessId();
+        }
+    });
+    return count;
+}
+
+// Wine answers GetProcessHandleCount with 0; then the handle values are
+// probed one by one (they are multiples of 4).
+int HandleCount() {
+    DWORD count = 0;
+    if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
+    int probed = 0;
+    for (uintptr_t value = 4; value < 0x40000; value += 4) {
+        DWORD flags = 0;
+        probed += ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+    }
+    return probed;
+}
+
+}  // namespace
+
+int ChildCount() {
+    int count = 0;
+    ForEachSnapshotEntry(TH32CS_SNAPPROCESS, [&](HANDLE snapshot) {
+        PROCESSENTRY32W entry{};
+        entry.dwSize = sizeof entry;
+        for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry)) {
+            count += entry.th32ParentProcessID == ::GetCurrentProcessId();
+        }
+    });
+    return count;
+}
+
+TempDir::TempDir() {
+    static std::atomic<int> serial{0};
+    const fs::path base = fs::temp_directory_path();
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const std::string name = "fd-it-" + std::to_string(::GetCurrentProcessId()) + "-" +
+                                 std::to_string(serial++) + "-" + std::to_string(::GetTickCount64() % 100000);
+        const fs::path candidate = base / name;
+        if (::CreateDirectoryW(candidate.wstring().c_str(), nullptr)) {
+            path_ = Utf8(candidate.wstring());
+            return;
+        }
+    }
+    throw std::runtime_error("cannot make a temporary folder");
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    fs::remove_all(fs::path(Wide(path_)), ignored);
+}
+
+RunResult Run(const std::vector<std::string>& argv) {
+    TempDir captures;
+    const HANDLE out = CaptureFile(captures.File("out"));
+    const HANDLE err = CaptureFile(captures.File("err"));
+    std::wstring line;
+    for (const std::string& arg : argv) line += (line.empty() ? L"" : L" ") + Quoted(Wide(arg));
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = INVALID_HANDLE_VALUE;
+    startup.hStdOutput = out;
+    startup.hStdError = err;
+    PROCESS_INFORMATION info{};
+    RunResult result;
+    if (!::CreateProcessW(Wide(argv[0]).c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                          &info)) {
+        TextOf(out);
+        TextOf(err);
+        result.err = "cannot start " + argv[0];
+        return result;
+    }
+    ::CloseHandle(info.hThread);
+    ::WaitForSingleObject(info.hProcess, INFINITE);
+    DWORD code = 0;
+    ::GetExitCodeProcess(info.hProcess, &code);
+    ::CloseHandle(info.hProcess);
+    result.exitCode = static_cast<int>(code);
+    result.out = TextOf(out);
+    result.err = TextOf(err);
+    return result;
+}
+
+Resources CurrentResources() {
+    return {HandleCount(), ThreadCount(), ChildCount()};
+}
+
+bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {
+    const HANDLE lock = ::CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (lock == INVALID_HANDLE_VALUE) return false;
+    const bool result = body();
+    ::CloseHandle(lock);
+    return result;
+}
+
+SinkFile::SinkFile(const std::string& path) {
+    const HANDLE file = ::CreateFileW(Wide(path).c_str(), FILE_APPEND_DATA | SYNCHRONIZE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) throw std::runtime_error("cannot create " + path);
+    handle_ = reinterpret_cast<intptr_t>(file);
+}
+
+SinkFile::~SinkFile() { ::CloseHandle(reinterpret_cast<HANDLE>(handle_)); }
+
+uint64_t SinkFile::Get() const { return static_cast<uint64_t>(handle_); }
+
+}  // namespace it
