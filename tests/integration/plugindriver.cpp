@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -104,6 +105,26 @@ void QuitFifo::Set() { EXPECT_EQ(::write(fd_, "q", 1), 1); }
 void QuitFifo::Reset() {
     for (char byte; ::read(fd_, &byte, 1) == 1;) {
     }
+}
+
+void MakePluginTree(const std::string& root, const std::string& worker) {
+    namespace fs = std::filesystem;
+    fs::create_directories(root + "/plugins");
+    fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
+    fs::create_symlink(worker, root + "/ffmpeg-lgpl");
+}
+
+Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
+    : thread_([this, delay, action] {
+          const auto end = std::chrono::steady_clock::now() + delay;
+          while (!cancelled_ && std::chrono::steady_clock::now() < end)
+              std::this_thread::sleep_for(std::chrono::milliseconds(5));
+          if (!cancelled_) action();
+      }) {}
+
+Later::~Later() {
+    cancelled_ = true;
+    thread_.join();
 }
 
 std::string FormatHead(const DecoderFormat& format) {
