@@ -2,7 +2,7 @@
 # The whole test run, as CI does it:
 #   build/       gcc, every test (unit, integration, interop)
 #   build-asan/  clang, AddressSanitizer + UndefinedBehaviorSanitizer: unit and integration
-#   build-tsan/  clang, ThreadSanitizer: the threaded tests
+#   build-tsan/  clang, ThreadSanitizer: the threaded tests and a 2-minute soak
 #   build-fuzz/  clang, libFuzzer: every fuzz target for a short run
 #   build-windows/  mingw-w64 cross build, its tests under Wine
 # Every stage runs even when an earlier one failed; the last line sums up and
@@ -55,11 +55,13 @@ asan_stage() {
     ctest --test-dir "$out-asan" --output-on-failure -j2 -L 'unit|integration' --no-tests=ignore
 }
 
+# The threaded tests, then the 2-minute soak: 8 decoders under TSan.
 tsan_stage() {
   configure "$out-tsan" clang clang++ -DCMAKE_BUILD_TYPE=Debug -DFD_BUILD_TESTS=ON \
-    -DFD_BUILD_BENCH=OFF -DFD_SANITIZE=thread &&
+    -DFD_BUILD_BENCH=OFF -DFD_SANITIZE=thread -DFD_SOAK_TESTS=ON &&
     cmake --build "$out-tsan" -j "$jobs" &&
-    ctest --test-dir "$out-tsan" --output-on-failure -j2 -L threaded --no-tests=ignore
+    ctest --test-dir "$out-tsan" --output-on-failure -j2 -L threaded --no-tests=ignore &&
+    ctest --test-dir "$out-tsan" --output-on-failure -L soak --no-tests=error
 }
 
 run_fuzzer() {

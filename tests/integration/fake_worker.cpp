@@ -6,6 +6,12 @@
 //   progress N    bytes of progress text on the error stream, spread over
 //                 the audio, each piece ended by a carriage return only
 //   noreturns 1   the progress text has no line ends at all
+//   silent 1      writes nothing at all and exits with 1
+//   garbage 1     writes bytes that are no Wave64 header and exits
+//   hang 1        writes nothing and never exits
+//   floodlines N  N bytes of dump-like lines on the error stream first
+//   dieafter N    dies (exit 1) after N bytes of audio, the header promising more
+//   stall N       stops after N bytes of audio and never exits
 // It prints a short dump of its input first, then streams a Wave64 header
 // and PatternByte(i) as the sample bytes, with the progress text between
 // pieces of audio. Every write blocks: an error stream nobody drains stalls
@@ -63,11 +69,25 @@ std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
 }
 
 std::map<std::string, uint64_t> Orders(const char* path) {
-    std::map<std::string, uint64_t> orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0}};
+    std::map<std::string, uint64_t> orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0},
+                                               {"silent", 0},   {"garbage", 0},  {"hang", 0},     {"floodlines", 0},
+                                               {"dieafter", ~uint64_t{0}},       {"stall", ~uint64_t{0}}};
     std::ifstream in(path);
     std::string key;
     for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
     return orders;
+}
+
+[[noreturn]] void Hang() {
+    for (;;) ::pause();
+}
+
+// Lines as the dump has them, none of them meaningful to the parser.
+void FloodLines(uint64_t bytes) {
+    const std::string line = "    comment         : " + std::string(100, 'f') + "\n";
+    std::string chunk;
+    while (chunk.size() < 65536) chunk += line;
+    for (uint64_t done = 0; done < bytes; done += chunk.size()) Write(2, chunk);
 }
 
 }  // namespace
@@ -81,6 +101,13 @@ int main(int argc, char** argv) {
     const uint32_t channels = static_cast<uint32_t>(orders.at("channels"));
     const uint64_t dataBytes = orders.at("frames") * channels * 2;
     const bool noReturns = orders.at("noreturns") != 0;
+    if (orders.at("silent") != 0) return 1;
+    if (orders.at("hang") != 0) Hang();
+    if (orders.at("garbage") != 0) {
+        Write(1, std::string(4096, 'x'));
+        return 0;
+    }
+    FloodLines(orders.at("floodlines"));
 
     Write(2, std::string("Input #0, w64, from '") + input + "':\n"
              "  Duration: 00:00:01.00, start: 0.000000, bitrate: 1411 kb/s\n"
@@ -94,7 +121,10 @@ int main(int argc, char** argv) {
     std::string audio;
     uint64_t counter = 0;
     for (uint64_t at = 0; at < dataBytes; at += audio.size()) {
-        audio.resize(static_cast<size_t>(std::min(kPiece, dataBytes - at)));
+        if (at >= orders.at("dieafter")) ::_exit(1);
+        if (at >= orders.at("stall")) Hang();
+        audio.resize(static_cast<size_t>(std::min({kPiece, dataBytes - at, orders.at("dieafter") - at,
+                                                   orders.at("stall") - at})));
         for (size_t k = 0; k < audio.size(); ++k) audio[k] = static_cast<char>(PatternByte(at + k));
         Write(1, audio);
         std::string progress;

@@ -2,8 +2,12 @@
 // The plug-in as a host meets it: loaded at run time, its exports resolved by
 // name, each decoder with two logs of its own (UTF-16LE) read back as UTF-8.
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/exports.h"
@@ -64,6 +68,24 @@ public:
 private:
     std::string path_;
     int fd_ = -1;
+};
+
+// A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
+// plug-in (a copy, so that the loader doesn't hand back the one it has), and
+// <root>/ffmpeg-lgpl, a link to `worker`.
+void MakePluginTree(const std::string& root, const std::string& worker);
+
+// Runs `action` after `delay` unless cancelled first.
+class Later {
+public:
+    Later(std::chrono::milliseconds delay, std::function<void()> action);
+    Later(const Later&) = delete;
+    Later& operator=(const Later&) = delete;
+    ~Later();
+
+private:
+    std::atomic<bool> cancelled_{false};
+    std::thread thread_;
 };
 
 // The host's view of a format: the wave record's first 16 bytes, or all 40

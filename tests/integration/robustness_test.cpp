@@ -34,35 +34,9 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-// A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
-// plug-in (a copy, so that the loader doesn't hand back the one it has), and
-// <root>/ffmpeg-lgpl, a link to `worker`.
-void MakePluginTree(const std::string& root, const std::string& worker) {
-    fs::create_directories(root + "/plugins");
-    fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
-    fs::create_symlink(worker, root + "/ffmpeg-lgpl");
-}
-
+using it::Later;
+using it::MakePluginTree;
 using it::QuitFifo;
-
-// Runs `action` after `delay` unless cancelled first.
-class Later {
-public:
-    Later(std::chrono::milliseconds delay, std::function<void()> action)
-        : thread_([this, delay, action] {
-              for (const auto end = Clock::now() + delay; !cancelled_ && Clock::now() < end;)
-                  std::this_thread::sleep_for(5ms);
-              if (!cancelled_) action();
-          }) {}
-    ~Later() {
-        cancelled_ = true;
-        thread_.join();
-    }
-
-private:
-    std::atomic<bool> cancelled_{false};
-    std::thread thread_;
-};
 
 // Children of this process that have ended, reaped as a host that waits for
 // all of its children does; waits up to 10 s for the first.

@@ -1,0 +1,36 @@
+#pragma once
+// Faults at the system-call seam, for tests only. The test executable that
+// links faultio.cpp defines read, write and ftruncate itself; they go to the C
+// library's own functions unless a Scope is active and the descriptor names
+// the plan's target (its /proc/self/fd link: a path, or "pipe:" for every
+// pipe). No logic file knows about this.
+
+#include <cstdint>
+#include <string>
+
+namespace faults {
+
+struct Plan {
+    std::string target;                // the start of the descriptor's link text
+    size_t maxChunk = 0;               // reads and writes move at most this many bytes (0: no limit)
+    bool interrupt = false;            // every other call fails with EINTR first
+    int64_t readFailAfter = -1;        // reads fail with EIO once this many bytes were read
+    int64_t writeFailAfter = -1;       // writes fail with ENOSPC once this many bytes were written
+    int64_t shrinkAfterReads = -1;     // after this many reads the file (target: a path) is cut to shrinkTo bytes
+    int64_t shrinkTo = 0;
+};
+
+// Makes `plan` active for its lifetime; one at a time.
+class Scope {
+public:
+    explicit Scope(const Plan& plan);
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
+    ~Scope();
+};
+
+// How many calls the active plan has changed so far (a test that injects
+// nothing proves nothing).
+int64_t Injected();
+
+}  // namespace faults

@@ -1,0 +1,183 @@
+// The tag flows with faults at the file seam: short reads and writes and
+// EINTR change nothing in the outcome; a read that fails half-way, a full
+// disk and a file that shrinks under the reader give a refusal, and never a
+// changed audio byte.
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "faultio.h"
+#include "support/clString.h"
+#include "tags/stdtags.h"
+#include "tests/tags/tagfixture.h"
+
+using namespace tagtest;
+
+namespace {
+
+constexpr size_t kAudioSize = 80000;
+
+enum class Start { Ape, Id3v2 };
+enum class Op { Write, Delete, Read };
+
+std::string SyncSafe(uint32_t value) {
+    return {static_cast<char>(value >> 21 & 0x7F), static_cast<char>(value >> 14 & 0x7F),
+            static_cast<char>(value >> 7 & 0x7F), static_cast<char>(value & 0x7F)};
+}
+
+std::string Id3v2Title(const std::string& title) {
+    const std::string body = '\0' + title;
+    const uint32_t size = static_cast<uint32_t>(body.size());
+    const std::string frame = std::string("TIT2") + static_cast<char>(size >> 24) + static_cast<char>(size >> 16) +
+                              static_cast<char>(size >> 8) + static_cast<char>(size) + std::string(2, '\0') + body;
+    return std::string("ID3\x03\x00\x00", 6) + SyncSafe(static_cast<uint32_t>(frame.size())) + frame;
+}
+
+std::string StartBytes(Start start) {
+    const std::string audio = AudioBytes(kAudioSize);
+    if (start == Start::Ape) return audio + ApeTag({{"Title", "Old"}}).Bytes();
+    return Id3v2Title("Old") + audio;
+}
+
+// Where the audio starts: behind an ID3v2 tag at the front, if any.
+size_t AudioStart(const std::string& bytes) {
+    if (bytes.size() < 10 || bytes.compare(0, 3, "ID3") != 0) return 0;
+    const auto b = [&](size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(bytes[i])); };
+    return 10 + (b(6) << 21 | b(7) << 14 | b(8) << 7 | b(9));
+}
+
+struct Outcome {
+    bool result = false;
+    std::string file;
+    std::string tags;
+    std::string log;
+};
+
+Outcome RunOp(Start start, Op op, const faults::Plan* plan) {
+    TempDir dir;
+    LogCapture log(dir);
+    const std::string path = dir.File("song.tta");
+    WriteFile(path, StartBytes(start));
+    Outcome outcome;
+    {
+        std::optional<faults::Scope> scope;
+        if (plan) {
+            faults::Plan targeted = *plan;
+            targeted.target = path;
+            scope.emplace(targeted);
+        }
+        IDTags tags;
+        clString version;
+        switch (op) {
+            case Op::Write:
+                outcome.result = WriteStdTags(S(path), Tags({{"Title", "New"}, {"Comment", std::string(30000, 'c')}}),
+                                              1, log.Target());
+                break;
+            case Op::Delete: outcome.result = DeleteStdTags(S(path), nullptr, log.Target()); break;
+            case Op::Read:
+                outcome.result = ReadStdTags(S(path), tags, version, log.Target());
+                outcome.tags = Describe(tags);
+                break;
+        }
+        if (plan) {
+            EXPECT_GT(faults::Injected(), 0) << "the plan never struck";
+        }
+    }
+    outcome.file = ReadFile(path);
+    outcome.log = log.Text();
+    return outcome;
+}
+
+// What a fault must lead to.
+enum class Expect {
+    Same,        // success, to the bytes of the undisturbed run
+    Refused,     // failure, audio unchanged
+    Reported,    // failure reported; an I/O error in the middle of an in-place move may leave the audio damaged
+};
+
+struct Row {
+    const char* name;
+    Start start;
+    Op op;
+    faults::Plan plan;
+    Expect expect;
+    const char* logText;   // on a failure: what the error log says
+};
+
+faults::Plan Chunks(size_t bytes) {
+    faults::Plan plan;
+    plan.maxChunk = bytes;
+    return plan;
+}
+faults::Plan Interrupts() {
+    faults::Plan plan;
+    plan.interrupt = true;
+    return plan;
+}
+faults::Plan ReadFailsAfter(int64_t bytes) {
+    faults::Plan plan;
+    plan.readFailAfter = bytes;
+    return plan;
+}
+faults::Plan WriteFailsAfter(int64_t bytes) {
+    faults::Plan plan;
+    plan.writeFailAfter = bytes;
+    return plan;
+}
+faults::Plan Shrinks(int64_t afterReads, int64_t to) {
+    faults::Plan plan;
+    plan.shrinkAfterReads = afterReads;
+    plan.shrinkTo = to;
+    return plan;
+}
+
+TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
+    const std::string audio = AudioBytes(kAudioSize);
+    const Row rows[] = {
+        {"APE write, 7-byte pieces", Start::Ape, Op::Write, Chunks(7), Expect::Same, ""},
+        {"APE write, EINTR", Start::Ape, Op::Write, Interrupts(), Expect::Same, ""},
+        {"APE delete, 3-byte pieces", Start::Ape, Op::Delete, Chunks(3), Expect::Same, ""},
+        {"APE read, EINTR", Start::Ape, Op::Read, Interrupts(), Expect::Same, ""},
+        {"ID3v2 write, 5-byte pieces", Start::Id3v2, Op::Write, Chunks(5), Expect::Same, ""},
+        {"ID3v2 write, EINTR", Start::Id3v2, Op::Write, Interrupts(), Expect::Same, ""},
+        {"ID3v2 delete, EINTR", Start::Id3v2, Op::Delete, Interrupts(), Expect::Same, ""},
+        {"APE write, disk full at once", Start::Ape, Op::Write, WriteFailsAfter(0), Expect::Refused,
+         "Could not write APE tag"},
+        {"APE write, disk full half-way", Start::Ape, Op::Write, WriteFailsAfter(15000), Expect::Refused,
+         "Could not write APE tag"},
+        {"ID3v2 write, disk full at once", Start::Id3v2, Op::Write, WriteFailsAfter(0), Expect::Refused,
+         "Could not write ID3v2 tag"},
+        {"ID3v2 write, disk full while reserving room", Start::Id3v2, Op::Write, WriteFailsAfter(10000),
+         Expect::Refused, "Could not write ID3v2 tag"},
+        {"ID3v2 write, write fails while moving the audio", Start::Id3v2, Op::Write, WriteFailsAfter(50000),
+         Expect::Reported, "Could not write ID3v2 tag"},
+        {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, WriteFailsAfter(30000),
+         Expect::Reported, "Could not delete ID3v2 tag"},
+        {"APE read, read fails half-way", Start::Ape, Op::Read, ReadFailsAfter(16), Expect::Refused, ""},
+        {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, ReadFailsAfter(12), Expect::Refused, ""},
+        {"APE write, read fails half-way", Start::Ape, Op::Write, ReadFailsAfter(40), Expect::Refused, ""},
+        {"ID3v2 write, read fails half-way", Start::Id3v2, Op::Write, ReadFailsAfter(12), Expect::Refused, ""},
+        {"APE read, file shrinks", Start::Ape, Op::Read, Shrinks(1, 1000), Expect::Reported, ""},
+        {"ID3v2 read, file shrinks", Start::Id3v2, Op::Read, Shrinks(1, 8), Expect::Reported, ""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Outcome clean = RunOp(row.start, row.op, nullptr);
+        ASSERT_TRUE(clean.result) << clean.log;
+        const Outcome faulted = RunOp(row.start, row.op, &row.plan);
+        if (row.expect == Expect::Same) {
+            EXPECT_TRUE(faulted.result) << faulted.log;
+            EXPECT_TRUE(faulted.file == clean.file) << "the file differs from the undisturbed run's";
+            EXPECT_EQ(faulted.tags, clean.tags);
+            continue;
+        }
+        EXPECT_FALSE(faulted.result) << faulted.tags;
+        EXPECT_NE(faulted.log.find(row.logText), std::string::npos) << faulted.log;
+        if (row.expect == Expect::Reported) continue;
+        const size_t at = AudioStart(faulted.file);
+        EXPECT_TRUE(faulted.file.substr(at, kAudioSize) == audio) << "audio changed";
+    }
+}
+
+}  // namespace

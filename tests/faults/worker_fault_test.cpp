@@ -1,0 +1,134 @@
+// The plug-in against a worker that misbehaves (a stand-in that writes
+// nothing, writes garbage, dies in mid-stream, floods its error stream, stalls
+// or never ends) and against a file cut short while the real worker reads it.
+// Each gives its result: a logged failure, the bytes that came, or a call
+// that a quit ends; never a hang, never a wrong byte.
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+
+#include "tests/integration/plugindriver.h"
+#include "tests/integration/testkit.h"
+#include "tests/transport/pattern.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+enum class Expect {
+    OpenFails,          // Open gives 0 and logs "File could not be decoded"
+    Streams,            // every byte comes, exact, then the end of the stream
+    OpenWaitsForQuit,   // Open blocks until the quit, then gives 0 silently
+    BlockWaitsForQuit,  // DecodeBlock blocks after `bytes` until the quit
+};
+
+struct Row {
+    const char* name;
+    const char* orders;
+    Expect expect;
+    size_t bytes;   // the audio bytes that come (a stalled stream: whole blocks of 16384 only)
+};
+
+size_t WrongBytes(const std::string& samples) {
+    size_t wrong = 0;
+    for (size_t i = 0; i < samples.size(); ++i) wrong += static_cast<unsigned char>(samples[i]) != PatternByte(i);
+    return wrong;
+}
+
+// Decodes until the end, a failure or the quit; true when the end came.
+bool DecodeOn(it::TestDecoder& decoder, std::string& samples) {
+    for (DecoderBlockInfo block{}; decoder.DecodeBlock(block);) {
+        samples.append(static_cast<const char*>(block.samples), block.bytes);
+        if (block.endOfStream || block.bytes == 0) return true;
+    }
+    return false;
+}
+
+TEST(WorkerFaults, EachMisbehaviourGivesItsResult) {
+    it::TempDir dir;
+    it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER);
+    it::PluginLibrary plugin(dir.File("tree/plugins/ffmpeg_decoder.so"));
+    const Row rows[] = {
+        {"writes nothing", "silent 1\n", Expect::OpenFails, 0},
+        {"writes garbage", "garbage 1\n", Expect::OpenFails, 0},
+        {"dies in mid-stream", "frames 44100\ndieafter 100000\n", Expect::Streams, 100000},
+        {"floods the error stream", "frames 44100\nfloodlines 8388608\n", Expect::Streams, 176400},
+        {"never writes or ends", "hang 1\n", Expect::OpenWaitsForQuit, 0},
+        {"stalls in mid-stream", "frames 44100\nstall 50000\n", Expect::BlockWaitsForQuit, 49152},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const std::string orders = dir.File("orders");
+        it::WriteFile(orders, row.orders);
+        it::QuitFifo quit(dir.File("quit"));
+        {
+            it::TestDecoder decoder(plugin);
+            ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+            const bool waits = row.expect == Expect::OpenWaitsForQuit || row.expect == Expect::BlockWaitsForQuit;
+            // The expected wait ends with a quit at 300 ms; any other wait with one at 30 s, and fails.
+            it::Later quitter(waits ? 300ms : 30000ms, [&] { quit.Set(); });
+            const auto start = Clock::now();
+            const bool opened = decoder.Open(orders, 0);
+            std::string samples;
+            const bool ended = opened && DecodeOn(decoder, samples);
+            const auto took = Clock::now() - start;
+            switch (row.expect) {
+                case Expect::OpenFails:
+                    EXPECT_FALSE(opened);
+                    EXPECT_NE(decoder.ErrorLog().find("File could not be decoded"), std::string::npos)
+                        << decoder.ErrorLog();
+                    break;
+                case Expect::Streams:
+                    EXPECT_TRUE(opened) << decoder.ErrorLog();
+                    EXPECT_TRUE(ended);
+                    break;
+                case Expect::OpenWaitsForQuit:
+                    EXPECT_FALSE(opened);
+                    EXPECT_EQ(decoder.ErrorLog(), "");
+                    break;
+                case Expect::BlockWaitsForQuit:
+                    EXPECT_TRUE(opened) << decoder.ErrorLog();
+                    EXPECT_FALSE(ended);
+                    break;
+            }
+            EXPECT_EQ(samples.size(), row.bytes);
+            EXPECT_EQ(WrongBytes(samples), 0u);
+            EXPECT_LT(took, waits ? 5s : 25s) << "a hang ended only by the watchdog";
+            const auto closing = Clock::now();
+            decoder.Close();
+            EXPECT_LT(Clock::now() - closing, 5s) << "Close is bounded by the worker's 2 s and the kill";
+        }
+        EXPECT_EQ(it::ChildrenAfter(5000), 0) << "a worker was left behind";
+        ::unlink(quit.Path().c_str());
+    }
+}
+
+// A file cut to a third while the worker reads it: the stream ends early,
+// and what came is the start of the undisturbed decode.
+TEST(WorkerFaults, AFileCutWhileTheWorkerReadsItEndsTheStream) {
+    it::TempDir dir;
+    const std::string path = dir.File("long.tta");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=20", "-ac", "2", "-c:a", "tta", path});
+    const std::string reference = it::ReferenceDecode(path).data;
+    it::QuitFifo quit(dir.File("quit"));
+    it::TestDecoder decoder;
+    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+    it::Later watchdog(30000ms, [&] { quit.Set(); });
+    ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
+    std::string samples;
+    DecoderBlockInfo first{};
+    ASSERT_TRUE(decoder.DecodeBlock(first));
+    samples.append(static_cast<const char*>(first.samples), first.bytes);
+    ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(it::ReadFile(path).size() / 3)), 0);
+    EXPECT_TRUE(DecodeOn(decoder, samples)) << decoder.ErrorLog();
+    EXPECT_LT(samples.size(), reference.size());
+    EXPECT_GT(samples.size(), first.bytes);
+    EXPECT_TRUE(reference.compare(0, samples.size(), samples) == 0) << "the bytes that came differ";
+}
+
+}  // namespace

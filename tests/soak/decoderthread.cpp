@@ -1,0 +1,275 @@
+// One soak thread: a decoder that opens, decodes, seeks, closes and retags
+// copies at random, and tells a quit-caused failure from any other.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <random>
+#include <stdexcept>
+
+#include "host/tagblob.h"
+#include "host/tagblobwriter.h"
+#include "host/text.h"
+#include "soak.h"
+#include "tests/integration/testkit.h"
+
+namespace soak {
+namespace {
+
+// The decoder's error log: a file of its own, emptied before each job and
+// read back (UTF-16LE) when something failed.
+class ErrorLog {
+public:
+    explicit ErrorLog(const std::string& path)
+        : path_(path), fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600)) {
+        if (fd_ < 0) throw std::runtime_error("no error log at " + path);
+    }
+    ErrorLog(const ErrorLog&) = delete;
+    ErrorLog& operator=(const ErrorLog&) = delete;
+    ~ErrorLog() { ::close(fd_); }
+    uint64_t Fd() const { return static_cast<uint64_t>(fd_); }
+    void Clear() { (void)::ftruncate(fd_, 0); }
+    std::string Text() const {
+        std::string text = it::ReadFile(path_);
+        std::erase(text, '\0');   // ASCII is enough to tell what failed
+        return text;
+    }
+
+private:
+    std::string path_;
+    int fd_;
+};
+
+class Driver {
+public:
+    Driver(Shared& shared, QuitFifo& quit, unsigned seed, int index)
+        : shared_(shared), quit_(quit), random_(seed), index_(index),
+          log_(shared.dir + "/error-" + std::to_string(index) + ".log"),
+          copyStem_(shared.dir + "/copy-" + std::to_string(index)) {}
+
+    void Run() {
+        while (!shared_.stop) {
+            const host::Decoder decoder(shared_.plugin, CreateInfo());
+            const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
+            DecoderParam param{};
+            param.text = quitPath.c_str();
+            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused", *shared_.fixtures.begin());
+            // A decoder lives for a few jobs, so Create and Destroy churn too.
+            for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) OneJob(decoder);
+        }
+    }
+
+private:
+    DecoderCreateInfo CreateInfo() const {
+        DecoderCreateInfo info{};
+        info.errorLog = log_.Fd();
+        return info;
+    }
+
+    int Pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
+
+    void OneJob(const host::Decoder& decoder) {
+        const Fixture& fixture = shared_.fixtures[static_cast<size_t>(Pick(0, int(shared_.fixtures.size()) - 1))];
+        log_.Clear();
+        const int kind = Pick(0, 9);
+        if (kind < 4) {
+            DecodeWhole(decoder, fixture, fixture.path, "decode");
+        } else if (kind < 7) {
+            Seek(decoder, fixture);
+        } else if (fixture.retag) {
+            Retag(decoder, fixture);
+        } else {
+            DecodeWhole(decoder, fixture, fixture.path, "decode");
+        }
+        decoder.Close();
+    }
+
+    // A failed call is the quit's doing when the event is set: the event is
+    // then reset, as a host does before it goes on.
+    bool QuitCaused() {
+        if (!quit_.IsSet()) return false;
+        quit_.Reset();
+        ++shared_.tally.quits;
+        return true;
+    }
+
+    void Fail(const std::string& what, const Fixture& fixture) {
+        shared_.Fail("thread " + std::to_string(index_) + ", " + fixture.name + ": " + what + "; error log: " +
+                     log_.Text());
+    }
+
+    bool Open(const host::Decoder& decoder, uint32_t flags, DecoderOpenInfo& info, const std::u16string& wide) {
+        info = DecoderOpenInfo{};
+        info.path = wide.c_str();
+        info.flags = flags;
+        ++shared_.tally.opens;
+        return decoder.Open(info) != 0;
+    }
+
+    // Opens and decodes to the end. A quit in mid-stream is reset and the
+    // decode goes on: the samples must still be the reference's, byte for
+    // byte. Returns the samples, or nothing after a quit in Open.
+    std::optional<std::string> DecodeWhole(const host::Decoder& decoder, const Fixture& fixture,
+                                           const std::string& path, const char* job) {
+        const std::u16string wide = host::Utf8ToUtf16(path);
+        DecoderOpenInfo info;
+        if (!Open(decoder, kOpenWantTags | kOpenWantInfo, info, wide)) {
+            if (!QuitCaused()) Fail(std::string(job) + ": Open failed", fixture);
+            return std::nullopt;
+        }
+        std::string samples;
+        for (int blocks = 0;; ++blocks) {
+            DecoderBlockInfo block{};
+            if (decoder.DecodeBlock(block) == 0) {
+                if (QuitCaused()) continue;
+                Fail(std::string(job) + ": DecodeBlock failed after " + std::to_string(blocks) + " blocks", fixture);
+                return std::nullopt;
+            }
+            samples.append(static_cast<const char*>(block.samples), block.bytes);
+            if (block.endOfStream || block.bytes == 0) break;
+        }
+        ++shared_.tally.decodes;
+        if (samples != fixture.samples) {
+            Fail(std::string(job) + ": samples differ from the reference (" + std::to_string(samples.size()) +
+                     " against " + std::to_string(fixture.samples.size()) + " bytes)",
+                 fixture);
+        }
+        return samples;
+    }
+
+    void Seek(const host::Decoder& decoder, const Fixture& fixture) {
+        const std::u16string wide = host::Utf8ToUtf16(fixture.path);
+        DecoderOpenInfo info;
+        if (!Open(decoder, 0, info, wide)) {
+            if (!QuitCaused()) Fail("seek: Open failed", fixture);
+            return;
+        }
+        const int frames = static_cast<int>(fixture.samples.size() / fixture.blockAlign);
+        for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks) {
+            ++shared_.tally.seeks;
+            const int64_t target = Pick(0, frames - 1);
+            if (decoder.SetPosition(target) == 0) {
+                if (!QuitCaused()) Fail("SetPosition(" + std::to_string(target) + ") failed", fixture);
+                continue;
+            }
+            for (int blocks = Pick(1, 5); blocks > 0; --blocks) {
+                DecoderBlockInfo block{};
+                if (decoder.DecodeBlock(block) == 0) {
+                    if (!QuitCaused()) Fail("DecodeBlock after a seek failed", fixture);
+                    break;
+                }
+                if (block.endOfStream || block.bytes == 0) break;
+            }
+        }
+    }
+
+    // The tags of `path` as Open hands them out, or nothing after a quit.
+    std::optional<std::vector<host::BlobEntry>> Tags(const host::Decoder& decoder, const Fixture& fixture) {
+        const std::u16string wide = host::Utf8ToUtf16(copy_);
+        DecoderOpenInfo info;
+        if (!Open(decoder, kOpenWantTags, info, wide)) {
+            if (!QuitCaused()) Fail("retag: Open of the copy failed", fixture);
+            return std::nullopt;
+        }
+        std::vector<host::BlobEntry> tags = host::ReadTagBlob(info.tags, info.tagsSize);
+        decoder.Close();
+        return tags;
+    }
+
+    static std::u16string TitleOf(const std::vector<host::BlobEntry>& entries) {
+        for (const host::BlobEntry& entry : entries) {
+            if (entry.name == u"Title") return entry.value;
+        }
+        return u"";
+    }
+
+    // Copies the fixture, writes a title (or deletes it), checks the tags
+    // read back and that the copy's audio is what it was.
+    void Retag(const host::Decoder& decoder, const Fixture& fixture) {
+        // The copy keeps the extension: it decides the tag family.
+        copy_ = copyStem_ + std::filesystem::path(fixture.path).extension().string();
+        std::filesystem::copy_file(fixture.path, copy_, std::filesystem::copy_options::overwrite_existing);
+        const std::u16string widePath = host::Utf8ToUtf16(copy_);
+        const std::u16string title = host::Utf8ToUtf16("Retag " + std::to_string(random_()));
+        const std::string blob =
+            host::WriteTagBlob({{u"Title", title, {}}, {u"Comment", std::u16string(size_t(Pick(0, 3000)), u'c'), {}}});
+        DecoderParam param{};
+        param.text = widePath.c_str();
+        param.data = blob.data();
+        param.value = static_cast<int32_t>(blob.size());
+        ++shared_.tally.retags;
+        const bool written = decoder.Set(u"IDTags", param) != 0;
+        const bool quitWrite = !written && QuitCaused();
+        if (!written && !quitWrite) Fail("retag: Set(IDTags) failed", fixture);
+        if (written) {
+            const auto tags = Tags(decoder, fixture);
+            if (tags && TitleOf(*tags) != title) Fail("retag: the title read back differs", fixture);
+        }
+        if (Pick(0, 1) == 1) {
+            ++shared_.tally.deletes;
+            const bool deleted = decoder.DeleteATag(widePath.c_str(), u"Title\0") != 0;
+            if (!deleted && !QuitCaused()) Fail("retag: DeleteATag(Title) failed", fixture);
+        }
+        CheckAudio(decoder, fixture);
+        std::filesystem::remove(copy_);
+    }
+
+    void CheckAudio(const host::Decoder& decoder, const Fixture& fixture) {
+        if (fixture.audioBytes != 0) {
+            const std::string original = it::ReadFile(fixture.path).substr(0, fixture.audioBytes);
+            if (it::ReadFile(copy_).compare(0, original.size(), original) != 0)
+                Fail("retag: the audio bytes of the copy changed", fixture);
+        }
+        DecodeWhole(decoder, fixture, copy_, "retagged decode");
+    }
+
+    Shared& shared_;
+    QuitFifo& quit_;
+    std::mt19937 random_;
+    int index_;
+    ErrorLog log_;
+    std::string copyStem_;
+    std::string copy_;
+};
+
+}  // namespace
+
+void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index) {
+    try {
+        Driver(shared, quit, seed, index).Run();
+    } catch (const std::exception& error) {
+        shared.Fail("thread " + std::to_string(index) + " ended: " + error.what());
+    }
+}
+
+QuitFifo::QuitFifo(const std::string& path) : path_(path) {
+    if (::mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no FIFO at " + path);
+    fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd_ < 0) throw std::runtime_error("cannot open the FIFO " + path);
+}
+
+QuitFifo::~QuitFifo() { ::close(fd_); }
+
+void QuitFifo::Set() { (void)::write(fd_, "q", 1); }
+
+bool QuitFifo::IsSet() const {
+    pollfd entry{fd_, POLLIN, 0};
+    return ::poll(&entry, 1, 0) == 1;
+}
+
+void QuitFifo::Reset() {
+    for (char byte; ::read(fd_, &byte, 1) == 1;) {
+    }
+}
+
+void Shared::Fail(const std::string& text) {
+    ++tally.failures;
+    const std::lock_guard lock(mutex);
+    if (failureTexts.size() < 50) failureTexts.push_back(text);
+}
+
+}  // namespace soak

@@ -1,0 +1,109 @@
+// The soak's inputs: one short file of every kind the host meets, made by
+// ffmpeg, and each one's samples as the plug-in decodes them undisturbed.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "host/tagblobwriter.h"
+
+#include "host/text.h"
+#include "soak.h"
+#include "tests/integration/testkit.h"
+
+namespace soak {
+namespace {
+
+struct Recipe {
+    const char* name;
+    std::vector<std::string> args;   // between the sources and the output
+    bool retag;
+};
+
+const std::vector<std::string> kTone = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100",
+                                        "-ac", "2"};
+
+// The bytes in front of an APE tag at the end of `bytes` (all of them when
+// there is none): what a tag write must leave as it is.
+size_t BytesBeforeApe(const std::string& bytes) {
+    if (bytes.size() < 32 || bytes.compare(bytes.size() - 32, 8, "APETAGEX") != 0) return bytes.size();
+    const size_t footer = bytes.size() - 32;
+    const uint32_t size = it::U32At(bytes, footer + 12);
+    const uint32_t flags = it::U32At(bytes, footer + 20);
+    const size_t tag = size_t{size} + ((flags & 0x80000000u) ? 32 : 0);
+    if (tag > bytes.size()) throw std::runtime_error("fixture with a damaged APE tag");
+    return bytes.size() - tag;
+}
+
+std::string DecodeAll(const host::Plugin& plugin, const std::string& path, uint32_t& blockAlign) {
+    const host::Decoder decoder(plugin, DecoderCreateInfo{});
+    const std::u16string wide = host::Utf8ToUtf16(path);
+    DecoderOpenInfo info{};
+    info.path = wide.c_str();
+    if (decoder.Open(info) == 0) throw std::runtime_error("the plug-in cannot open " + path);
+    blockAlign = static_cast<uint32_t>(info.format.wave[12]) | static_cast<uint32_t>(info.format.wave[13]) << 8;
+    std::string samples;
+    for (;;) {
+        DecoderBlockInfo block{};
+        if (decoder.DecodeBlock(block) == 0) throw std::runtime_error("the plug-in cannot decode " + path);
+        samples.append(static_cast<const char*>(block.samples), block.bytes);
+        if (block.endOfStream || block.bytes == 0) return samples;
+    }
+}
+
+// Whether the plug-in writes tags into a copy of `path`: kinds whose tag
+// engine isn't there yet are decoded only.
+bool CanRetag(const host::Plugin& plugin, const std::string& path, const std::string& dir) {
+    const std::string copy = dir + "/probe" + std::filesystem::path(path).extension().string();
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
+    const host::Decoder decoder(plugin, DecoderCreateInfo{});
+    const std::u16string wide = host::Utf8ToUtf16(copy);
+    const std::string blob = host::WriteTagBlob({{u"Title", u"Probe", {}}});
+    DecoderParam param{};
+    param.text = wide.c_str();
+    param.data = blob.data();
+    param.value = static_cast<int32_t>(blob.size());
+    const bool written = decoder.Set(u"IDTags", param) != 0;
+    std::filesystem::remove(copy);
+    return written;
+}
+
+}  // namespace
+
+std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin) {
+    const std::vector<std::string> tagged = {"-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
+    const std::vector<Recipe> recipes = {
+        {"tagged.tta", {"-c:a", "tta"}, true},
+        {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}, true},
+        {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}, true},
+        {"tone.mka", {"-c:a", "flac"}, true},
+        {"video.mkv", {"-c:a", "pcm_s16le", "-c:v", "mjpeg", "-shortest"}, true},
+        {"tone.ac3", {"-c:a", "ac3"}, false},
+        {"tone.au", {}, false},
+        {"tone.voc", {}, false},
+        {"tone.ts", {"-c:a", "mp2"}, false},
+    };
+    std::vector<Fixture> fixtures;
+    for (const Recipe& recipe : recipes) {
+        Fixture fixture{recipe.name, dir + "/" + recipe.name, {}, 4, 0, recipe.retag};
+        std::vector<std::string> args = kTone;
+        if (fixture.name == "video.mkv") {
+            args.insert(args.begin(), {"-f", "lavfi", "-i", "testsrc=size=32x24:rate=5:duration=3"});
+            args.insert(args.end(), {"-map", "0:v", "-map", "1:a"});
+        }
+        args.insert(args.end(), tagged.begin(), tagged.end());
+        args.insert(args.end(), recipe.args.begin(), recipe.args.end());
+        args.push_back(fixture.path);
+        it::Ffmpeg(args);
+        fixture.retag = recipe.retag && CanRetag(plugin, fixture.path, dir);
+        fixture.samples = DecodeAll(plugin, fixture.path, fixture.blockAlign);
+        if (fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts"))
+            fixture.audioBytes = BytesBeforeApe(it::ReadFile(fixture.path));
+        fixtures.push_back(std::move(fixture));
+    }
+    return fixtures;
+}
+
+}  // namespace soak

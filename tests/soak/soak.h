@@ -1,0 +1,73 @@
+#pragma once
+// The soak run: decoders in threads driving the plug-in as a busy host does,
+// with quit events fired at random moments, while the process's descriptors,
+// threads, children and resident memory are watched.
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/plugin.h"
+
+namespace soak {
+
+// One kind of input: its file, its decoded samples as a reference, and
+// whether its tags can be written.
+struct Fixture {
+    std::string name;
+    std::string path;
+    std::string samples;
+    uint32_t blockAlign = 4;
+    size_t audioBytes = 0;   // the leading file bytes a tag write must keep (0: check the samples only)
+    bool retag = false;
+};
+
+// Generated with ffmpeg into `dir`; each decoded once through the plug-in.
+std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin);
+
+struct Tally {
+    std::atomic<uint64_t> opens{0}, decodes{0}, seeks{0}, retags{0}, deletes{0}, quits{0}, failures{0};
+};
+
+// What every thread shares: the fixtures, the counts, the failure list.
+struct Shared {
+    Shared(const host::Plugin& plugin_, const std::vector<Fixture>& fixtures_, std::string dir_)
+        : plugin(plugin_), fixtures(fixtures_), dir(std::move(dir_)) {}
+    const host::Plugin& plugin;
+    const std::vector<Fixture>& fixtures;
+    std::string dir;
+    std::atomic<bool> stop{false};
+    Tally tally;
+    std::mutex mutex;
+    std::vector<std::string> failureTexts;
+    void Fail(const std::string& text);
+};
+
+// The host's side of one quit event (a FIFO): set by writing a byte, reset by
+// reading it back.
+class QuitFifo {
+public:
+    explicit QuitFifo(const std::string& path);
+    QuitFifo(const QuitFifo&) = delete;
+    QuitFifo& operator=(const QuitFifo&) = delete;
+    ~QuitFifo();
+    const std::string& Path() const { return path_; }
+    void Set();
+    bool IsSet() const;
+    void Reset();
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+// One decoder thread's loop until `shared.stop`.
+void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index);
+
+// Resident memory of this process in KiB.
+long ResidentKiB();
+
+}  // namespace soak
