@@ -180,9 +180,20 @@ private:
         return tags;
     }
 
+    // Tag names compare without ASCII case: Matroska hands out "TITLE".
+    static bool IsTitle(const std::u16string& name) {
+        static constexpr std::u16string_view kTitle = u"title";
+        if (name.size() != kTitle.size()) return false;
+        for (size_t i = 0; i < name.size(); ++i) {
+            const char16_t unit = name[i] >= u'A' && name[i] <= u'Z' ? char16_t(name[i] + 32) : name[i];
+            if (unit != kTitle[i]) return false;
+        }
+        return true;
+    }
+
     static std::u16string TitleOf(const std::vector<host::BlobEntry>& entries) {
         for (const host::BlobEntry& entry : entries) {
-            if (entry.name == u"Title") return entry.value;
+            if (IsTitle(entry.name)) return entry.value;
         }
         return u"";
     }
