@@ -11,6 +11,7 @@
 #include <chrono>
 #include <string>
 
+#include "faultio.h"
 #include "tests/integration/plugindriver.h"
 #include "tests/integration/testkit.h"
 #include "tests/transport/pattern.h"
@@ -105,6 +106,35 @@ TEST(WorkerFaults, EachMisbehaviourGivesItsResult) {
         }
         EXPECT_EQ(it::ChildrenAfter(5000), 0) << "a worker was left behind";
         ::unlink(quit.Path().c_str());
+    }
+}
+
+// The worker's pipes giving a few bytes per read, or EINTR on every other
+// call: the same bytes, in the same order.
+TEST(WorkerFaults, ShortAndInterruptedPipeReadsChangeNoByte) {
+    it::TempDir dir;
+    it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER);
+    it::PluginLibrary plugin(dir.File("tree/plugins/ffmpeg_decoder.so"));
+    const std::string orders = dir.File("orders");
+    it::WriteFile(orders, "frames 20000\nprogress 100000\n");
+    for (const bool interrupt : {false, true}) {
+        SCOPED_TRACE(interrupt ? "EINTR" : "7-byte reads");
+        faults::Plan plan;
+        plan.target = "pipe:";
+        plan.maxChunk = interrupt ? 0 : 7;
+        plan.interrupt = interrupt;
+        std::string samples;
+        bool ended = false;
+        {
+            const faults::Scope scope(plan);
+            it::TestDecoder decoder(plugin);
+            ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
+            ended = DecodeOn(decoder, samples);
+            EXPECT_GT(faults::Injected(), 0) << "the plug-in's pipe reads went past the fault layer";
+        }
+        EXPECT_TRUE(ended);
+        EXPECT_EQ(samples.size(), 80000u);
+        EXPECT_EQ(WrongBytes(samples), 0u);
     }
 }
 
