@@ -71,6 +71,14 @@ run_fuzzer() {
   corpus=$(mktemp -d)
   local seeds=()
   [[ -d fuzz/corpus/$name ]] && seeds+=("fuzz/corpus/$name")
+  # Every input a long campaign ever crashed on runs once before the fuzzing.
+  local regressions=()
+  [[ -d fuzz/regressions/$name ]] && mapfile -t regressions < <(find "fuzz/regressions/$name" -type f)
+  if [[ ${#regressions[@]} -gt 0 ]]; then
+    echo "--- $name: ${#regressions[@]} regression inputs"
+    "$fuzzer" -rss_limit_mb=2048 "${regressions[@]}" >/dev/null 2>&1 ||
+      { "$fuzzer" -rss_limit_mb=2048 "${regressions[@]}" 2>&1 | tail -n 30; rm -rf "$corpus"; return 1; }
+  fi
   echo "--- $name (${fuzz_seconds} s)"
   mkdir -p "$out-fuzz/artifacts"
   "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1 \
