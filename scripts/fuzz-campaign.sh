@@ -6,7 +6,9 @@
 # merged into fuzz/corpus/<target>/ with -merge=1, so the kept corpus stays
 # small. A crash, leak, time-out or memory blow-up is kept as a regression
 # input in fuzz/regressions/<target>/, which the fuzz stage of scripts/test.sh
-# replays on every run. `all` names every target.
+# replays on every run. The hand-made inputs in fuzz/hostile/<target>/ (sizes
+# of gigabytes declared in small files) seed every run; no single allocation
+# may pass 64 MB. `all` names every target.
 #
 # The targets run one after another on one core each time (FD_FUZZ_JOBS runs
 # that many targets side by side). The last lines sum up executions, coverage
@@ -62,8 +64,10 @@ campaign() {
   local before
   before=$(find "$regressions" -type f | wc -l)
 
-  "$fuzzer" "${limit[@]}" -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$regressions/" "$work" "$kept" >"$log" 2>&1
+  local seeds=("$kept")
+  [[ -d fuzz/hostile/$name ]] && seeds+=("fuzz/hostile/$name")
+  "$fuzzer" "${limit[@]}" -rss_limit_mb=2048 -malloc_limit_mb=64 -timeout=10 -print_final_stats=1 \
+    -artifact_prefix="$regressions/" "$work" "${seeds[@]}" >"$log" 2>&1
   local status=$?
 
   # Keep only what adds coverage: the old corpus first, then the new finds.

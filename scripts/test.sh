@@ -71,6 +71,7 @@ run_fuzzer() {
   corpus=$(mktemp -d)
   local seeds=()
   [[ -d fuzz/corpus/$name ]] && seeds+=("fuzz/corpus/$name")
+  [[ -d fuzz/hostile/$name ]] && seeds+=("fuzz/hostile/$name")
   # Every input a long campaign ever crashed on runs once before the fuzzing.
   local regressions=()
   [[ -d fuzz/regressions/$name ]] && mapfile -t regressions < <(find "fuzz/regressions/$name" -type f)
@@ -81,7 +82,7 @@ run_fuzzer() {
   fi
   echo "--- $name (${fuzz_seconds} s)"
   mkdir -p "$out-fuzz/artifacts"
-  "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -print_final_stats=1 \
+  "$fuzzer" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -malloc_limit_mb=64 -print_final_stats=1 \
     -artifact_prefix="$out-fuzz/artifacts/" "$corpus" "${seeds[@]}" 2>&1 | tail -n 15
   local status=${PIPESTATUS[0]}
   rm -rf "$corpus"
