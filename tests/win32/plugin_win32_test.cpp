@@ -211,9 +211,10 @@ TEST(Win32Plugin, ManyCyclesLeaveNoHandleThreadOrProcess) {
     EXPECT_EQ(CyclesSideBySide(path, 100), "");
     EXPECT_EQ(it::ChildrenAfter(2000), 0);
     const it::Resources after = it::CurrentResources();
-    // Wine now and then keeps one object of its own more after a run; a
-    // handle lost per cycle would show as 200 or more.
-    EXPECT_LE(after.descriptors, before.descriptors + 1);
+    // Wine now and then keeps objects of its own after a run (two after a
+    // start it lost and the worker made again); a handle lost per cycle would
+    // show as 200 or more.
+    EXPECT_LE(after.descriptors, before.descriptors + 4);
     EXPECT_GE(after.descriptors, before.descriptors - 1);
     EXPECT_EQ(after.threads, before.threads);
 }
