@@ -1,9 +1,7 @@
 // The line reader over memory handed out in pieces of any size, and the
 // error-stream queue with its real reader thread over a real pipe.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +14,7 @@
 #include "transport/exceptions.h"
 #include "transport/pipestream.h"
 #include "transport/waitable.h"
+#include "testpipe.h"
 
 namespace {
 
@@ -49,35 +48,6 @@ Lines ReadAllLines(const std::string& text, size_t piece = 65536) {
     }
     return lines;
 }
-
-// A pipe whose read end is a stream as the worker's error stream is one.
-class Pipe {
-public:
-    Pipe() {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-        readFd_ = fds[0];
-        writeFd_ = fds[1];
-        ::fcntl(readFd_, F_SETFL, O_NONBLOCK);
-        stream.handle = readFd_;
-    }
-    ~Pipe() {
-        CloseWriter();
-        ::close(readFd_);
-    }
-    void Write(const std::string& text) {
-        ASSERT_EQ(::write(writeFd_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-    void CloseWriter() {
-        if (writeFd_ >= 0) ::close(writeFd_);
-        writeFd_ = -1;
-    }
-    Qel::streamInOverlapped stream;
-
-private:
-    int readFd_ = -1;
-    int writeFd_ = -1;
-};
 
 // Takes batches until `count` lines have come or a batch times out.
 Lines TakeAtLeast(StdErrLineQueue& queue, size_t count) {
@@ -130,11 +100,11 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
 }
 
 TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
-    Pipe pipe;
+    TestPipe pipe;
     StdErrLineQueue queue;
     queue.Start(pipe.stream);
     EXPECT_TRUE(queue.Active());
-    pipe.Write("Input #0, flac, from 'x':\r\n  Metadata:\n");
+    ASSERT_TRUE(pipe.Write("Input #0, flac, from 'x':\r\n  Metadata:\n"));
     EXPECT_EQ(TakeAtLeast(queue, 2), (Lines{"Input #0, flac, from 'x':", "  Metadata:"}));
     EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "the take reset the event";
 
@@ -147,7 +117,7 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
     std::thread writer([&] {
         // Pieces that cut lines in the middle, with pauses between them.
         for (size_t at = 0; at < burst.size(); at += 777) {
-            pipe.Write(burst.substr(at, 777));
+            ASSERT_TRUE(pipe.Write(burst.substr(at, 777)));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     });
@@ -155,7 +125,7 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
     writer.join();
     EXPECT_EQ(got, expected);
 
-    pipe.Write("last\nunfinished");
+    ASSERT_TRUE(pipe.Write("last\nunfinished"));
     pipe.CloseWriter();
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"last"})) << "an unfinished line never comes";
     EXPECT_TRUE(queue.TakeLines(0.2).empty());
@@ -164,7 +134,7 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
 }
 
 TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
-    Pipe pipe;
+    TestPipe pipe;
     StdErrLineQueue queue;
     EXPECT_TRUE(queue.TakeLines(10.0).empty()) << "a queue that never ran doesn't wait";
     queue.Start(pipe.stream);
@@ -185,12 +155,12 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
         EXPECT_THROW(queue.TakeLines(10.0), Qel::user_abort);
         EXPECT_LT(SecondsSince(start), 5.0);
         setter.join();
-        pipe.Write("still read\n");
+        ASSERT_TRUE(pipe.Write("still read\n"));
         quit.Reset();
         EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"still read"}));
     }
 
-    pipe.Write("before stop\n");
+    ASSERT_TRUE(pipe.Write("before stop\n"));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));   // the reader now waits in its read
     start = Clock::now();
     queue.Stop();
@@ -198,7 +168,7 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
     EXPECT_FALSE(queue.Active());
     // Stop dropped the queued line; a new start reads only what comes after.
     queue.Start(pipe.stream);
-    pipe.Write("after restart\n");
+    ASSERT_TRUE(pipe.Write("after restart\n"));
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"after restart"}));
 
     start = Clock::now();
@@ -210,20 +180,20 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
 }
 
 TEST(StdErrLineQueue, DiscardDropsTheLinesAndKeepsDrainingThePipe) {
-    Pipe pipe;
+    TestPipe pipe;
     StdErrLineQueue queue;
     queue.Start(pipe.stream);
-    pipe.Write("kept\n");
+    ASSERT_TRUE(pipe.Write("kept\n"));
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"kept"}));
-    pipe.Write("queued\n");
+    ASSERT_TRUE(pipe.Write("queued\n"));
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     queue.Discard();
     // Far more than the pipe holds: the writes end only when the reader drains.
     std::atomic<bool> written{false};
     std::thread writer([&] {
         const std::string text(1 << 20, 'x');
-        for (int i = 0; i < 8; ++i) pipe.Write(text + "\nline\n");
-        pipe.Write("last\n");
+        for (int i = 0; i < 8; ++i) EXPECT_TRUE(pipe.Write(text + "\nline\n"));
+        ASSERT_TRUE(pipe.Write("last\n"));
         written = true;
     });
     for (const auto end = Clock::now() + std::chrono::seconds(10); !written && Clock::now() < end;)
@@ -233,7 +203,7 @@ TEST(StdErrLineQueue, DiscardDropsTheLinesAndKeepsDrainingThePipe) {
     queue.Stop();
     // After a failure the test drains, so that the writer can end.
     for (char buffer[65536]; !written;) {
-        if (::read(static_cast<int>(pipe.stream.handle), buffer, sizeof buffer) <= 0)
+        if (pipe.Available() == 0 || pipe.stream.readSome(buffer, sizeof buffer) == 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     writer.join();
