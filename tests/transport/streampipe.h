@@ -3,6 +3,7 @@
 // parent's side: non-blocking descriptors on Linux, overlapped named pipe
 // handles with their events on Windows.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "transport/pipestream.h"
@@ -14,6 +15,8 @@ public:
     StreamPipe& operator=(const StreamPipe&) = delete;
     ~StreamPipe();
     void CloseWriteEnd();
+    // How many bytes wait in the pipe now.
+    size_t Available() const;
 
     Qel::streamInOverlapped in;
     Qel::streamOutOverlapped out;
