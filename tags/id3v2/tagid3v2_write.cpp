@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "tags/changetexts.h"
 #include "tags/id3v2/id3text.h"
 #include "tags/id3v2/id3values.h"
 #include "tags/id3v2/id3writer.h"
@@ -21,10 +22,6 @@ constexpr char16_t kDamaged[] =
 constexpr char16_t kNotBuilt[] = u"The new ID3v2 tag could not be built.";
 constexpr char16_t kNoRoom[] = u"There is no room for the larger ID3v2 tag; the file was left as it was.";
 constexpr char16_t kNotChanged[] = u"The file could not be changed.";
-constexpr char16_t kRestored[] =
-    u"A read or write failed while the file was being changed; it was restored as it was.";
-constexpr char16_t kFileDamaged[] =
-    u"A read or write failed while the file was being changed, and restoring it failed too: the file is damaged.";
 
 // "Year" becomes a whole number, as clString::ToInt reads it.
 std::string IntegerYear(const clString& value) { return std::to_string(value.ToInt()); }
@@ -186,12 +183,12 @@ const char16_t* TagID3v2::moveTail(uint64_t from, int64_t delta) {
     if (failed) return kNotChanged;
     if (delta > 0) {
         const bool room = file.SetLength(size + delta);
-        if (!file.SetLength(size)) return kFileDamaged;
+        if (!file.SetLength(size)) return kChangeDamaged;
         if (!room) return kNoRoom;
     }
     bool damaged = false;
     if (file.ShiftTail(static_cast<int64_t>(from), delta, &damaged)) return nullptr;
-    return damaged ? kFileDamaged : kRestored;
+    return damaged ? kChangeDamaged : kChangeRestored;
 }
 
 // Writes the new tag over the room that moveTail made; when that fails, the
@@ -204,7 +201,7 @@ const char16_t* TagID3v2::putTag(const std::vector<uint8_t>& rendered, const std
     const bool restored = file.ShiftTail(offset + static_cast<int64_t>(rendered.size()), -delta) &&
                           file.Seek(offset) &&
                           file.Write(old.data(), static_cast<uint32_t>(old.size()), clFile::kAtCurrent);
-    return restored ? kRestored : kFileDamaged;
+    return restored ? kChangeRestored : kChangeDamaged;
 }
 
 bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {

@@ -41,6 +41,7 @@ struct State {
     bool active = false;
     Plan plan;
     bool interruptNext = true;
+    bool struck = false;   // an offset fault of a `once` plan has struck
     int64_t read = 0, written = 0, reads = 0, injected = 0;
 };
 
@@ -79,6 +80,18 @@ ssize_t Decide(State& state, size_t count, int64_t done, int64_t failAfter, int 
     return static_cast<ssize_t>(allowed);
 }
 
+// The offset fault: the count the call may move, or -1 with errno set.
+ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int failErrno) {
+    if (failsAt < 0 || allowed <= 0 || (state.plan.once && state.struck)) return allowed;
+    const off_t here = ::lseek(fd, 0, SEEK_CUR);
+    if (here < 0 || here > failsAt || here + allowed <= failsAt) return allowed;
+    ++state.injected;
+    if (here < failsAt) return static_cast<ssize_t>(failsAt - here);
+    state.struck = true;
+    errno = failErrno;
+    return -1;
+}
+
 }  // namespace
 
 Scope::Scope(const Plan& plan) {
@@ -86,6 +99,7 @@ Scope::Scope(const Plan& plan) {
     const std::lock_guard lock(state.mutex);
     state.plan = plan;
     state.interruptNext = true;
+    state.struck = false;
     state.read = state.written = state.reads = state.injected = 0;
     state.active = true;
 }
@@ -119,6 +133,7 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
                 ::truncate(plan.target.c_str(), plan.shrinkTo);   // the descriptor may be read-only
             }
             allowed = faults::Decide(state, count, state.read, plan.readFailAfter, EIO);
+            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, plan.readFailsAt, EIO);
             if (allowed < 0) return -1;
         }
     }
@@ -137,6 +152,7 @@ extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
         const std::lock_guard lock(state.mutex);
         if (state.active && count != 0 && faults::Targeted(fd, state.plan)) {
             allowed = faults::Decide(state, count, state.written, state.plan.writeFailAfter, ENOSPC);
+            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, state.plan.writeFailsAt, ENOSPC);
             if (allowed < 0) return -1;
         }
     }

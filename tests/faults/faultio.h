@@ -18,6 +18,11 @@ struct Plan {
     int64_t writeFailAfter = -1;       // writes fail with ENOSPC once this many bytes were written
     int64_t shrinkAfterReads = -1;     // after this many reads the file (target: a path) is cut to shrinkTo bytes
     int64_t shrinkTo = 0;
+    // A read (write) that reaches this file offset stops short of it, and one
+    // that starts there fails with EIO (ENOSPC): a fault at one place in the file.
+    int64_t readFailsAt = -1;
+    int64_t writeFailsAt = -1;
+    bool once = false;                 // the offset faults strike once; later calls pass
 };
 
 // Makes `plan` active for its lifetime; one at a time.
