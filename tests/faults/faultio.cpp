@@ -116,6 +116,18 @@ int64_t Injected() {
     return state.injected;
 }
 
+int64_t BytesRead() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.read;
+}
+
+int64_t BytesWritten() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.written;
+}
+
 }  // namespace faults
 
 using faults::TheState;
@@ -123,9 +135,11 @@ using faults::TheState;
 extern "C" ssize_t read(int fd, void* buffer, size_t count) {
     faults::State& state = TheState();
     ssize_t allowed = static_cast<ssize_t>(count);
+    bool targeted = false;
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && count != 0 && faults::Targeted(fd, state.plan)) {
+        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
+        if (targeted) {
             const faults::Plan& plan = state.plan;
             if (plan.shrinkAfterReads >= 0 && state.reads++ == plan.shrinkAfterReads) {
                 ++state.injected;
@@ -138,7 +152,7 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
         }
     }
     const ssize_t got = faults::RealRead()(fd, buffer, static_cast<size_t>(allowed));
-    if (got > 0) {
+    if (targeted && got > 0) {
         const std::lock_guard lock(state.mutex);
         state.read += got;
     }
@@ -148,16 +162,18 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
 extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
     faults::State& state = TheState();
     ssize_t allowed = static_cast<ssize_t>(count);
+    bool targeted = false;
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && count != 0 && faults::Targeted(fd, state.plan)) {
+        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
+        if (targeted) {
             allowed = faults::Decide(state, count, state.written, state.plan.writeFailAfter, ENOSPC);
             if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, state.plan.writeFailsAt, ENOSPC);
             if (allowed < 0) return -1;
         }
     }
     const ssize_t put = faults::RealWrite()(fd, buffer, static_cast<size_t>(allowed));
-    if (put > 0) {
+    if (targeted && put > 0) {
         const std::lock_guard lock(state.mutex);
         state.written += put;
     }

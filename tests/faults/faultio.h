@@ -38,4 +38,9 @@ public:
 // nothing proves nothing).
 int64_t Injected();
 
+// The bytes the active plan's target has read and written so far: a plan
+// that injects nothing measures an undisturbed run.
+int64_t BytesRead();
+int64_t BytesWritten();
+
 }  // namespace faults
