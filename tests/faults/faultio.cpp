@@ -104,6 +104,12 @@ Scope::Scope(const Plan& plan) {
     state.active = true;
 }
 
+Scope::Scope(const Plan& plan, const std::string& target) : Scope([&] {
+    Plan aimed = plan;
+    aimed.target = target;
+    return aimed;
+}()) {}
+
 Scope::~Scope() {
     State& state = TheState();
     const std::lock_guard lock(state.mutex);

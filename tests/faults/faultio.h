@@ -29,6 +29,7 @@ struct Plan {
 class Scope {
 public:
     explicit Scope(const Plan& plan);
+    Scope(const Plan& plan, const std::string& target);   // the plan, aimed at `target`
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
     ~Scope();

@@ -63,11 +63,7 @@ Outcome RunOn(const std::string& start, Op op, const faults::Plan* plan) {
     Outcome outcome;
     {
         std::optional<faults::Scope> scope;
-        if (plan) {
-            faults::Plan targeted = *plan;
-            targeted.target = path;
-            scope.emplace(targeted);
-        }
+        if (plan) scope.emplace(*plan, path);
         IDTags tags;
         clString version;
         switch (op) {

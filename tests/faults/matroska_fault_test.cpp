@@ -86,11 +86,7 @@ protected:
         Outcome outcome;
         {
             std::optional<faults::Scope> scope;
-            if (plan) {
-                faults::Plan targeted = *plan;
-                targeted.target = path;
-                scope.emplace(targeted);
-            }
+            if (plan) scope.emplace(*plan, path);
             switch (op) {
                 case Op::Title:
                     outcome.result =
