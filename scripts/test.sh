@@ -6,7 +6,8 @@
 #   build-fuzz/  clang, libFuzzer: every fuzz target for a short run
 #   build-windows/  mingw-w64 cross build, its tests under Wine
 # Every stage runs even when an earlier one failed; the last line sums up and
-# the exit status is non-zero when anything failed.
+# the exit status is non-zero when anything failed. Arguments pick stages by
+# their first word (gcc, asan+ubsan, tsan, fuzz, windows); none runs them all.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,9 +22,14 @@ export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
 passed=()
 failed=()
 
+wanted=("$@")
+
 stage() {
   local name=$1
   shift
+  if [[ $name != dependencies && ${#wanted[@]} -gt 0 && " ${wanted[*]} " != *" ${name%% *} "* ]]; then
+    return 0
+  fi
   echo
   echo "=============== $name"
   local started=$SECONDS
