@@ -7,8 +7,6 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "host/tagblobwriter.h"
-
 #include "host/text.h"
 #include "soak.h"
 #include "tests/integration/testkit.h"
@@ -53,23 +51,6 @@ std::string DecodeAll(const host::Plugin& plugin, const std::string& path, uint3
     }
 }
 
-// Whether the plug-in writes tags into a copy of `path`: kinds whose tag
-// engine isn't there yet are decoded only.
-bool CanRetag(const host::Plugin& plugin, const std::string& path, const std::string& dir) {
-    const std::string copy = dir + "/probe" + std::filesystem::path(path).extension().string();
-    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    const std::u16string wide = host::Utf8ToUtf16(copy);
-    const std::string blob = host::WriteTagBlob({{u"Title", u"Probe", {}}});
-    DecoderParam param{};
-    param.text = wide.c_str();
-    param.data = blob.data();
-    param.value = static_cast<int32_t>(blob.size());
-    const bool written = decoder.Set(u"IDTags", param) != 0;
-    std::filesystem::remove(copy);
-    return written;
-}
-
 }  // namespace
 
 std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin) {
@@ -97,7 +78,6 @@ std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& pl
         args.insert(args.end(), recipe.args.begin(), recipe.args.end());
         args.push_back(fixture.path);
         it::Ffmpeg(args);
-        fixture.retag = recipe.retag && CanRetag(plugin, fixture.path, dir);
         fixture.samples = DecodeAll(plugin, fixture.path, fixture.blockAlign);
         if (fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts"))
             fixture.audioBytes = BytesBeforeApe(it::ReadFile(fixture.path));
