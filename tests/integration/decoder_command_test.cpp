@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -36,14 +35,8 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     EXPECT_EQ(Decoder::BuildWorkerCommand("/music/a b.flac", 0.0).args,
               (std::vector<std::string>{"ffmpeg-lgpl", "-i", "/music/a b.flac", "-f", "w64", "-"}));
     EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
-    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
-    EXPECT_EQ(seek.args, (std::vector<std::string>{"ffmpeg-lgpl", "-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
-    EXPECT_EQ(seek.stdinMode, 0u);
-    EXPECT_EQ(seek.stdoutMode, 2u);
-    EXPECT_EQ(seek.stderrMode, 2u);
-    // One folder above the code that looks for it, here this test program.
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    EXPECT_EQ(seek.exe, (self.parent_path().parent_path() / "ffmpeg-lgpl").string());
+    EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", 1.0).args,
+              (std::vector<std::string>{"ffmpeg-lgpl", "-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
 }
 
 bool Readable(Qel::EventHandle handle) {
