@@ -35,8 +35,9 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     EXPECT_EQ(Decoder::BuildWorkerCommand("/music/a b.flac", 0.0).args,
               (std::vector<std::string>{"ffmpeg-lgpl", "-i", "/music/a b.flac", "-f", "w64", "-"}));
     EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
-    EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", 1.0).args,
-              (std::vector<std::string>{"ffmpeg-lgpl", "-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
+    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
+    EXPECT_EQ(seek.args, (std::vector<std::string>{"ffmpeg-lgpl", "-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
+    EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
 }
 
 bool Readable(Qel::EventHandle handle) {

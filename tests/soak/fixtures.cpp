@@ -1,13 +1,8 @@
 // The soak's inputs: one short file of every kind the host meets, made by
-// ffmpeg, and each one's samples as the plug-in decodes them undisturbed.
+// ffmpeg, and each one's samples as ffmpeg itself decodes them.
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <filesystem>
 #include <stdexcept>
 
-#include "host/text.h"
 #include "soak.h"
 #include "tests/integration/testkit.h"
 
@@ -35,25 +30,9 @@ size_t BytesBeforeApe(const std::string& bytes) {
     return bytes.size() - tag;
 }
 
-std::string DecodeAll(const host::Plugin& plugin, const std::string& path, uint32_t& blockAlign) {
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    const std::u16string wide = host::Utf8ToUtf16(path);
-    DecoderOpenInfo info{};
-    info.path = wide.c_str();
-    if (decoder.Open(info) == 0) throw std::runtime_error("the plug-in cannot open " + path);
-    blockAlign = static_cast<uint32_t>(info.format.wave[12]) | static_cast<uint32_t>(info.format.wave[13]) << 8;
-    std::string samples;
-    for (;;) {
-        DecoderBlockInfo block{};
-        if (decoder.DecodeBlock(block) == 0) throw std::runtime_error("the plug-in cannot decode " + path);
-        samples.append(static_cast<const char*>(block.samples), block.bytes);
-        if (block.endOfStream || block.bytes == 0) return samples;
-    }
-}
-
 }  // namespace
 
-std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin) {
+std::vector<Fixture> MakeFixtures(const std::string& dir) {
     const std::vector<std::string> tagged = {"-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
     const std::vector<Recipe> recipes = {
         {"tagged.tta", {"-c:a", "tta"}, true},
@@ -78,7 +57,9 @@ std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& pl
         args.insert(args.end(), recipe.args.begin(), recipe.args.end());
         args.push_back(fixture.path);
         it::Ffmpeg(args);
-        fixture.samples = DecodeAll(plugin, fixture.path, fixture.blockAlign);
+        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
+        fixture.samples = reference.data;
+        fixture.blockAlign = it::U16At(reference.format, 12);
         if (fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts"))
             fixture.audioBytes = BytesBeforeApe(it::ReadFile(fixture.path));
         fixtures.push_back(std::move(fixture));

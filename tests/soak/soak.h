@@ -26,8 +26,8 @@ struct Fixture {
     bool retag = false;
 };
 
-// Generated with ffmpeg into `dir`; each decoded once through the plug-in.
-std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin);
+// Generated with ffmpeg into `dir`, each with ffmpeg's own decode.
+std::vector<Fixture> MakeFixtures(const std::string& dir);
 
 struct Tally {
     std::atomic<uint64_t> opens{0}, decodes{0}, seeks{0}, retags{0}, deletes{0}, quits{0}, failures{0};

@@ -106,7 +106,7 @@ Figures SettledFigures(const Figures& start) {
 int Soak(const Options& options) {
     const it::TempDir dir;
     const host::Plugin plugin(FD_PLUGIN_PATH);
-    const std::vector<soak::Fixture> fixtures = soak::MakeFixtures(dir.Path(), plugin);
+    const std::vector<soak::Fixture> fixtures = soak::MakeFixtures(dir.Path());
     std::printf("soak: %d decoders for %.1f minutes over", options.threads, options.minutes);
     for (const soak::Fixture& fixture : fixtures) std::printf(" %s%s", fixture.name.c_str(), fixture.retag ? "(retag)" : "");
     std::printf("\n");
