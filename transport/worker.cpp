@@ -1,5 +1,6 @@
-// The portable part of the worker: the UTF-8 conversion used for the
-// program path, command line and working directory.
+// The portable part of the worker: the order of start, stop and kill, and
+// the UTF-8 conversion used for the program path, command line and working
+// directory. The system calls are in worker_posix.cpp and worker_win32.cpp.
 
 #include <cstdint>
 #include <string>
@@ -43,6 +44,35 @@ bool NextUnit(const uint8_t* bytes, size_t length, size_t& position, char16_t& u
 }
 
 }  // namespace
+
+WorkerProcess::~WorkerProcess() { Stop(); }
+
+void WorkerProcess::Start(const WorkerCommand& command) {
+    Stop();
+    command_ = command;
+    try {
+        Launch();
+    } catch (...) {
+        Stop();
+        command_ = WorkerCommand{};
+        throw;
+    }
+}
+
+void WorkerProcess::Stop() {
+    // Closed pipes tell a worker that still writes to end: its next write fails.
+    ClosePipes();
+    if (process_ != 0 && !WaitForExit(kGraceMs)) Kill();
+    Reap();
+}
+
+void WorkerProcess::Terminate() {
+    ClosePipes();
+    Kill();
+    Reap();
+}
+
+bool WorkerProcess::Running() const { return process_ != 0; }
 
 std::u16string FromUtf8Units(const char* bytes, size_t length) {
     std::u16string result;

@@ -43,11 +43,16 @@ public:
     const WorkerCommand& Command() const { return command_; }
 
 private:
-    void Launch();
-    void ClosePipes();
+    // How long Stop waits for a worker whose pipes are closed, and a killed
+    // one for its end.
+    static constexpr int64_t kGraceMs = 2000;
+
+    // The platform's part (worker_posix.cpp, worker_win32.cpp).
+    void Launch();       // creates the channels and starts the child
+    void ClosePipes();   // the parent's ends and what belongs to them
     bool WaitForExit(int64_t limitMs);
     void Kill();
-    void Reap();
+    void Reap();         // after the wait or the kill: nothing of the child is left open
 
     intptr_t process_ = 0;              // pid on Linux, HANDLE on Windows; 0 none
     intptr_t pidfd_ = -1;               // Linux: a descriptor to wait on, -1 when the kernel has none

@@ -29,8 +29,6 @@ namespace {
 
 using Qel::UniqueFd;
 
-constexpr int64_t kGraceMs = 2000;
-constexpr int64_t kKilledMs = 2000;     // for a killed worker to end
 constexpr int64_t kPollStepMs = 5;
 
 [[noreturn]] void RaiseStartFailure() { throw std::runtime_error("could not start the worker process"); }
@@ -139,19 +137,6 @@ void ClosePipe(Qel::PipeHandle& handle) {
 
 }  // namespace
 
-WorkerProcess::~WorkerProcess() { Stop(); }
-
-void WorkerProcess::Start(const WorkerCommand& command) {
-    Stop();
-    command_ = command;
-    try {
-        Launch();
-    } catch (...) {
-        command_ = WorkerCommand{};
-        throw;
-    }
-}
-
 void WorkerProcess::Launch() {
     Channel input = MakeChannel(command_.stdinMode, true);
     Channel output = MakeChannel(command_.stdoutMode, false);
@@ -188,23 +173,6 @@ void WorkerProcess::ClosePipes() {
     ClosePipe(stderrStream_.handle);
 }
 
-void WorkerProcess::Stop() {
-    // Closed pipes tell a worker that still writes to end: its next write fails.
-    ClosePipes();
-    if (process_ == 0) return;
-    if (!WaitForExit(kGraceMs)) Kill();
-    Reap();
-}
-
-void WorkerProcess::Terminate() {
-    ClosePipes();
-    if (process_ == 0) return;
-    Kill();
-    Reap();
-}
-
-bool WorkerProcess::Running() const { return process_ != 0; }
-
 // True when the child has ended and was reaped within `limitMs`, here or by
 // someone else.
 bool WorkerProcess::WaitForExit(int64_t limitMs) {
@@ -238,7 +206,7 @@ void WorkerProcess::Kill() {
 
 // After the kill: a bounded wait, then the late reaper takes over.
 void WorkerProcess::Reap() {
-    if (process_ != 0 && !WaitForExit(kKilledMs)) {
+    if (process_ != 0 && !WaitForExit(kGraceMs)) {
         Qel::ReapLater(static_cast<pid_t>(process_), static_cast<int>(pidfd_));
         pidfd_ = -1;
     }

@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr DWORD kGraceMs = 2000;
 constexpr DWORD kPipeBuffer = 65536;
+constexpr int kStartAttempts = 3;
 
 [[noreturn]] void RaisePipeFailure() { throw std::runtime_error("pipe creation failure"); }
 
@@ -165,24 +165,10 @@ void CloseStreamEvent(Qel::EventHandle& event) {
 
 }  // namespace
 
-WorkerProcess::~WorkerProcess() { Stop(); }
-
-void WorkerProcess::Start(const WorkerCommand& command) {
-    Stop();
-    command_ = command;
-    try {
-        stdinStream_.event = Qel::CreateEventObject();
-        stdoutStream_.event = Qel::CreateEventObject();
-        stderrStream_.event = Qel::CreateEventObject();
-        Launch();
-    } catch (...) {
-        Stop();
-        command_ = WorkerCommand{};
-        throw;
-    }
-}
-
 void WorkerProcess::Launch() {
+    stdinStream_.event = Qel::CreateEventObject();
+    stdoutStream_.event = Qel::CreateEventObject();
+    stderrStream_.event = Qel::CreateEventObject();
     Channel input = MakeChannel(command_.stdinMode, true, STD_INPUT_HANDLE);
     Channel output = MakeChannel(command_.stdoutMode, false, STD_OUTPUT_HANDLE);
     Channel error = MakeChannel(command_.stderrMode, false, STD_ERROR_HANDLE);
@@ -207,14 +193,18 @@ void WorkerProcess::Launch() {
     const std::wstring folder = Wide(command_.workingDirectory);
     PROCESS_INFORMATION info{};
     const DWORD flags = inheritList.Get() != nullptr ? EXTENDED_STARTUPINFO_PRESENT : 0;
-    const BOOL started = ::CreateProcessW(program.empty() ? nullptr : program.c_str(), line.data(), nullptr, nullptr,
-                                         TRUE, flags, nullptr, folder.empty() ? nullptr : folder.c_str(),
-                                         &startup.StartupInfo, &info);
-    if (!started) {
-        const DWORD code = ::GetLastError();
-        if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) throw Qel::file_not_found();
-        throw std::runtime_error("could not start the worker process");
+    // Wine now and then loses a new process while it starts (more often on a
+    // busy machine) and reports ERROR_INTERNAL_ERROR. Nothing runs then, so
+    // the start is simply made again.
+    DWORD code = ERROR_INTERNAL_ERROR;
+    for (int attempt = 0; attempt < kStartAttempts && code == ERROR_INTERNAL_ERROR; ++attempt) {
+        const BOOL started = ::CreateProcessW(program.empty() ? nullptr : program.c_str(), line.data(), nullptr,
+                                             nullptr, TRUE, flags, nullptr, folder.empty() ? nullptr : folder.c_str(),
+                                             &startup.StartupInfo, &info);
+        code = started ? ERROR_SUCCESS : ::GetLastError();
     }
+    if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) throw Qel::file_not_found();
+    if (code != ERROR_SUCCESS) throw std::runtime_error("could not start the worker process");
     ::CloseHandle(info.hThread);
     process_ = reinterpret_cast<intptr_t>(info.hProcess);
     // The child's ends close here with their owners: the parent must not hold
@@ -224,31 +214,15 @@ void WorkerProcess::Launch() {
     stderrStream_.handle = reinterpret_cast<Qel::PipeHandle>(error.parent.Release());
 }
 
+// The transfer events go with the pipes: nothing reads after this.
 void WorkerProcess::ClosePipes() {
     ClosePipe(stdinStream_.handle);
     ClosePipe(stdoutStream_.handle);
     ClosePipe(stderrStream_.handle);
-}
-
-void WorkerProcess::Stop() {
-    // Closed pipes tell a worker that still writes to end: its next write fails.
-    ClosePipes();
-    if (process_ != 0) {
-        if (!WaitForExit(kGraceMs)) Kill();
-        Reap();
-    }
     CloseStreamEvent(stdinStream_.event);
-    CloseStreamEvent(stderrStream_.event);
     CloseStreamEvent(stdoutStream_.event);
+    CloseStreamEvent(stderrStream_.event);
 }
-
-void WorkerProcess::Terminate() {
-    ClosePipes();
-    Kill();
-    Stop();
-}
-
-bool WorkerProcess::Running() const { return process_ != 0; }
 
 bool WorkerProcess::WaitForExit(int64_t limitMs) {
     return ::WaitForSingleObject(Win(process_), static_cast<DWORD>(limitMs)) == WAIT_OBJECT_0;
@@ -259,7 +233,7 @@ bool WorkerProcess::WaitForExit(int64_t limitMs) {
 void WorkerProcess::Kill() {
     if (process_ == 0) return;
     if (::TerminateProcess(Win(process_), static_cast<UINT>(-1))) {
-        ::WaitForSingleObject(Win(process_), kGraceMs);
+        ::WaitForSingleObject(Win(process_), static_cast<DWORD>(kGraceMs));
     }
 }
 

@@ -1,9 +1,7 @@
 // The line reader over memory handed out in pieces of any size, and the
 // error-stream queue with its real reader thread over a real pipe.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +14,7 @@
 #include "transport/exceptions.h"
 #include "transport/pipestream.h"
 #include "transport/waitable.h"
+#include "tests/transport/streampipe.h"
 
 namespace {
 
@@ -50,34 +49,10 @@ Lines ReadAllLines(const std::string& text, size_t piece = 65536) {
     return lines;
 }
 
-// A pipe whose read end is a stream as the worker's error stream is one.
-class Pipe {
-public:
-    Pipe() {
-        int fds[2];
-        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-        readFd_ = fds[0];
-        writeFd_ = fds[1];
-        ::fcntl(readFd_, F_SETFL, O_NONBLOCK);
-        stream.handle = readFd_;
-    }
-    ~Pipe() {
-        CloseWriter();
-        ::close(readFd_);
-    }
-    void Write(const std::string& text) {
-        ASSERT_EQ(::write(writeFd_, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    }
-    void CloseWriter() {
-        if (writeFd_ >= 0) ::close(writeFd_);
-        writeFd_ = -1;
-    }
-    Qel::streamInOverlapped stream;
-
-private:
-    int readFd_ = -1;
-    int writeFd_ = -1;
-};
+// The writer stands for the worker, which no aborter of the host reaches.
+void Write(StreamPipe& pipe, const std::string& text) {
+    std::thread([&] { EXPECT_NO_THROW(pipe.out.write(text.data(), text.size())); }).join();
+}
 
 // Takes batches until `count` lines have come or a batch times out.
 Lines TakeAtLeast(StdErrLineQueue& queue, size_t count) {
@@ -130,11 +105,11 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
 }
 
 TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
-    Pipe pipe;
+    StreamPipe pipe;
     StdErrLineQueue queue;
-    queue.Start(pipe.stream);
+    queue.Start(pipe.in);
     EXPECT_TRUE(queue.Active());
-    pipe.Write("Input #0, flac, from 'x':\r\n  Metadata:\n");
+    Write(pipe, "Input #0, flac, from 'x':\r\n  Metadata:\n");
     EXPECT_EQ(TakeAtLeast(queue, 2), (Lines{"Input #0, flac, from 'x':", "  Metadata:"}));
     EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "the take reset the event";
 
@@ -147,7 +122,7 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
     std::thread writer([&] {
         // Pieces that cut lines in the middle, with pauses between them.
         for (size_t at = 0; at < burst.size(); at += 777) {
-            pipe.Write(burst.substr(at, 777));
+            Write(pipe, burst.substr(at, 777));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     });
@@ -155,8 +130,8 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
     writer.join();
     EXPECT_EQ(got, expected);
 
-    pipe.Write("last\nunfinished");
-    pipe.CloseWriter();
+    Write(pipe, "last\nunfinished");
+    pipe.CloseWriteEnd();
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"last"})) << "an unfinished line never comes";
     EXPECT_TRUE(queue.TakeLines(0.2).empty());
     queue.Stop();
@@ -164,10 +139,10 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
 }
 
 TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
-    Pipe pipe;
+    StreamPipe pipe;
     StdErrLineQueue queue;
     EXPECT_TRUE(queue.TakeLines(10.0).empty()) << "a queue that never ran doesn't wait";
-    queue.Start(pipe.stream);
+    queue.Start(pipe.in);
     auto start = Clock::now();
     EXPECT_TRUE(queue.TakeLines(0.3).empty());
     EXPECT_GE(SecondsSince(start), 0.25);
@@ -185,45 +160,45 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
         EXPECT_THROW(queue.TakeLines(10.0), Qel::user_abort);
         EXPECT_LT(SecondsSince(start), 5.0);
         setter.join();
-        pipe.Write("still read\n");
+        Write(pipe, "still read\n");
         quit.Reset();
         EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"still read"}));
     }
 
-    pipe.Write("before stop\n");
+    Write(pipe, "before stop\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));   // the reader now waits in its read
     start = Clock::now();
     queue.Stop();
     EXPECT_LT(SecondsSince(start), 2.0);
     EXPECT_FALSE(queue.Active());
     // Stop dropped the queued line; a new start reads only what comes after.
-    queue.Start(pipe.stream);
-    pipe.Write("after restart\n");
+    queue.Start(pipe.in);
+    Write(pipe, "after restart\n");
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"after restart"}));
 
     start = Clock::now();
     {
         StdErrLineQueue scoped;   // its destructor stops a reader that still waits
-        scoped.Start(pipe.stream);
+        scoped.Start(pipe.in);
     }
     EXPECT_LT(SecondsSince(start), 2.0);
 }
 
 TEST(StdErrLineQueue, DiscardDropsTheLinesAndKeepsDrainingThePipe) {
-    Pipe pipe;
+    StreamPipe pipe;
     StdErrLineQueue queue;
-    queue.Start(pipe.stream);
-    pipe.Write("kept\n");
+    queue.Start(pipe.in);
+    Write(pipe, "kept\n");
     EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"kept"}));
-    pipe.Write("queued\n");
+    Write(pipe, "queued\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     queue.Discard();
     // Far more than the pipe holds: the writes end only when the reader drains.
     std::atomic<bool> written{false};
     std::thread writer([&] {
         const std::string text(1 << 20, 'x');
-        for (int i = 0; i < 8; ++i) pipe.Write(text + "\nline\n");
-        pipe.Write("last\n");
+        for (int i = 0; i < 8; ++i) Write(pipe, text + "\nline\n");
+        Write(pipe, "last\n");
         written = true;
     });
     for (const auto end = Clock::now() + std::chrono::seconds(10); !written && Clock::now() < end;)
@@ -233,7 +208,7 @@ TEST(StdErrLineQueue, DiscardDropsTheLinesAndKeepsDrainingThePipe) {
     queue.Stop();
     // After a failure the test drains, so that the writer can end.
     for (char buffer[65536]; !written;) {
-        if (::read(static_cast<int>(pipe.stream.handle), buffer, sizeof buffer) <= 0)
+        if (pipe.Available() == 0 || pipe.in.readSome(buffer, sizeof buffer) == 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     writer.join();

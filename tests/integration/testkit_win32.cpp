@@ -91,14 +91,19 @@ int ThreadCount() {
 }
 
 // Wine answers GetProcessHandleCount with 0; then the handle values are
-// probed one by one (they are multiples of 4).
+// probed one by one (they are multiples of 4). Wine hands out the lowest free
+// value, so the probe stops after a long run of free ones.
 int HandleCount() {
     DWORD count = 0;
     if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
+    constexpr uintptr_t kFreeRunToStop = 4 * 4096;
     int probed = 0;
-    for (uintptr_t value = 4; value < 0x40000; value += 4) {
+    uintptr_t lastUsed = 0;
+    for (uintptr_t value = 4; value < 0x40000 && value - lastUsed < kFreeRunToStop; value += 4) {
         DWORD flags = 0;
-        probed += ::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) ? 1 : 0;
+        if (!::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) continue;
+        ++probed;
+        lastUsed = value;
     }
     return probed;
 }

@@ -1,9 +1,8 @@
 // fdhost run as a person or a script runs it: output, exit status and the
-// log files it hands to the plug-in.
+// log files it hands to the plug-in. The install tree: fdhost_install_posix.cpp.
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,19 +11,6 @@
 namespace {
 
 using it::Fdhost;
-
-// The JSON that caps must print, built from the capability tables.
-std::string ExpectedCapsJson() {
-    std::string json = R"({"description":"FFmpeg Decoder","decodes":[)";
-    for (const auto& row : kExpectedDecodes) {
-        json += std::string("[\"") + row.extension + "\",\"" + row.description + "\"],";
-    }
-    json.back() = ']';
-    json += R"(,"streaming":[)";
-    for (const char* mime : kExpectedStreaming) json += std::string("\"") + mime + "\",";
-    json.back() = ']';
-    return json + "}\n";
-}
 
 TEST(Fdhost, CapsListsTheTablesInOrder) {
     const it::RunResult json = Fdhost({"caps", "--json"});
@@ -99,23 +85,6 @@ TEST(Fdhost, LogFilesAreStartedAfreshAndMissingThingsFail) {
     const it::RunResult absent = Fdhost({"caps", "--plugin", dir.File("absent.so")});
     EXPECT_EQ(absent.exitCode, 1);
     EXPECT_NE(absent.err.find("absent.so"), std::string::npos);
-}
-
-// The install tree: bin/fdhost finds <libdir>/fdhost/plugins/ on its own, and
-// the worker link lies one folder above the plug-in.
-TEST(Fdhost, InstalledHostFindsItsPlugin) {
-    TempDir prefix;
-    const it::RunResult install = it::Run({FD_CMAKE_COMMAND, "--install", FD_BINARY_DIR, "--prefix", prefix.Path()});
-    ASSERT_EQ(install.exitCode, 0) << install.out << install.err;
-    const std::filesystem::path home = std::filesystem::path(prefix.Path()) / FD_INSTALL_LIBDIR / "fdhost";
-    EXPECT_TRUE(std::filesystem::is_regular_file(home / "plugins" / "ffmpeg_decoder.so"));
-    if (std::string(FD_FFMPEG_PATH).size() > 0) {
-        ASSERT_TRUE(std::filesystem::is_symlink(home / "ffmpeg-lgpl"));
-        EXPECT_EQ(std::filesystem::read_symlink(home / "ffmpeg-lgpl"), FD_FFMPEG_PATH);
-    }
-    const it::RunResult caps = it::Run({prefix.Path() + "/bin/fdhost", "caps", "--json"});
-    EXPECT_EQ(caps.exitCode, 0) << caps.err;
-    EXPECT_EQ(caps.out, ExpectedCapsJson());
 }
 
 }  // namespace

@@ -41,3 +41,16 @@ inline std::string Utf16Le(std::string_view ascii) {
     for (const char c : ascii) bytes += std::string{c, '\0'};
     return bytes;
 }
+
+// The JSON that caps must print, built from the capability tables.
+inline std::string ExpectedCapsJson() {
+    std::string json = R"({"description":"FFmpeg Decoder","decodes":[)";
+    for (const auto& row : kExpectedDecodes) {
+        json += std::string("[\"") + row.extension + "\",\"" + row.description + "\"],";
+    }
+    json.back() = ']';
+    json += R"(,"streaming":[)";
+    for (const char* mime : kExpectedStreaming) json += std::string("\"") + mime + "\",";
+    json.back() = ']';
+    return json + "}\n";
+}

@@ -4,13 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,6 +15,8 @@
 
 #include "support/clFile.h"
 #include "support/clLog.h"
+#include "tests/integration/testkit.h"
+#include "io_system.h"
 
 namespace {
 
@@ -41,38 +37,31 @@ Bytes Load(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(in), {});
 }
 
-int OpenDescriptorCount() {
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
-}
-
 class ClFileTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "clfile-XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
+    // `name` is UTF-8. The runtime's file streams take ANSI names on Windows,
+    // so the file is written under a plain name and then renamed.
     std::string Make(const Bytes& content, const std::string& name = "f.bin") {
-        const std::string path = (dir_ / name).string();
-        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(content.data()),
-                                                    static_cast<std::streamsize>(content.size()));
+        const std::string plain = dir_.File("made.tmp");
+        std::ofstream(plain, std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+        const std::string path = dir_.File(name);
+        std::filesystem::rename(std::filesystem::u8path(plain), std::filesystem::u8path(path));
         return path;
     }
 
-    std::filesystem::path dir_;
+    it::TempDir dir_;
 };
 
-// A log file as the host opens it: an anonymous temporary file.
+// A log file as the host opens it, for appending.
 struct Sink {
-    FILE* file = std::tmpfile();
-    ~Sink() { std::fclose(file); }
-    uint64_t Word() const { return static_cast<uint64_t>(fileno(file)); }
+    it::TempDir dir;
+    std::string path = dir.File("log");
+    it::SinkFile file{path};
+    uint64_t Word() const { return file.Get(); }
     // Decodes UTF-16LE strictly, so a byte order mark or another byte order shows.
     std::u16string Text() const {
-        std::string bytes(static_cast<size_t>(lseek(fileno(file), 0, SEEK_END)), '\0');
-        EXPECT_EQ(pread(fileno(file), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+        const std::string bytes = it::ReadFile(path);
         EXPECT_EQ(bytes.size() % 2, 0u);
         std::u16string out;
         for (size_t i = 0; i + 1 < bytes.size(); i += 2)
@@ -84,7 +73,6 @@ struct Sink {
 class ClLogTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(errors_.file && trace_.file);
         clLog::ResetForTesting();
         target_.errorLog = errors_.Word();
         target_.traceLog = trace_.Word();
@@ -174,19 +162,19 @@ TEST_F(ClFileTest, ReadTellsFailureFromEndOfFile) {
 }
 
 TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
-    const int before = OpenDescriptorCount();
+    const int before = it::CurrentResources().descriptors;
     {
-        const clString missing = Path((dir_ / "missing \xC3\xA9.bin").string());
-        errno = ENOENT;
+        const clString missing = Path(dir_.File("missing \xC3\xA9.bin"));
+        const std::u16string code = FileNotFoundErrorCode();
         EXPECT_EQ(S(clFile::OpenErrorText(missing)),
-                  u"Error opening file '" + S(missing) + u"', check no other program has it open. (errno:2)");
+                  u"Error opening file '" + S(missing) + u"', check no other program has it open. " + code);
         EXPECT_FALSE(clFile(missing).Open(clFile::kRead));
-        EXPECT_FALSE(clFile(Path(dir_.string())).Open(clFile::kRead));   // a folder is no file
+        EXPECT_FALSE(clFile(Path(dir_.Path())).Open(clFile::kRead));   // a folder is no file
 
         const std::string path = Make(Bytes{1, 2, 3}, "\xC3\xA9t\xC3\xA9.bin");   // UTF-8 name
         clFile owner(Path(path));
         ASSERT_TRUE(owner.Open(clFile::kRead));
-        EXPECT_NE(fcntl(static_cast<int>(owner.handle), F_GETFD) & FD_CLOEXEC, 0);
+        EXPECT_FALSE(Inheritable(owner.handle)) << "a worker must not inherit the file";
         uint8_t bytes[2] = {};
         EXPECT_EQ(clFile::Borrow(owner).Read(bytes, 1), 1u);   // the borrowed view leaves the handle open
         EXPECT_EQ(owner.Read(bytes, 2), 2u);
@@ -198,7 +186,7 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
         moved = std::move(other);   // closes the handle it held
         EXPECT_TRUE(moved.Open(clFile::kRead));   // reopening closes first
     }
-    EXPECT_EQ(OpenDescriptorCount(), before);
+    EXPECT_EQ(it::CurrentResources().descriptors, before);
 }
 
 TEST_F(ClLogTest, LineFormIndentationAndMissingSinks) {

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -170,19 +171,32 @@ TEST(Win32Plugin, WorkerThatIgnoresItsClosedPipesIsTerminatedAfter2000Ms) {
 }
 
 // Two decoders side by side, `count` cycles each: a worker must not hold the
-// other decoder's pipe ends, or that one's stream would never end.
-int CyclesSideBySide(const std::string& path, int count) {
-    std::atomic<int> failures{0};
-    auto cycles = [&] {
+// other decoder's pipe ends, or that one's stream would never end. Gives one
+// line per failed call: which call, the system's last error and what the
+// decoder logged for it.
+std::string CyclesSideBySide(const std::string& path, int count) {
+    std::mutex mutex;
+    std::string failures;
+    auto cycles = [&](char side) {
         it::TestDecoder decoder;
+        size_t logged = 0;
+        auto check = [&](bool ok, const char* call, int cycle) {
+            if (ok) return;
+            const DWORD error = ::GetLastError();
+            const std::string log = decoder.ErrorLog();
+            const std::lock_guard<std::mutex> lock(mutex);
+            failures += std::string(1, side) + " cycle " + std::to_string(cycle) + " " + call + " (GetLastError " +
+                        std::to_string(error) + "): " + log.substr(std::min(logged, log.size())) + "\n";
+            logged = log.size();
+        };
         for (int i = 0; i < count; ++i) {
-            failures += decoder.Open(path, 0) ? 0 : 1;
-            failures += decoder.SetPosition(22050) ? 0 : 1;
-            failures += decoder.Close() ? 0 : 1;
+            check(decoder.Open(path, 0), "Open", i);
+            check(decoder.SetPosition(22050), "SetPosition", i);
+            check(decoder.Close(), "Close", i);
         }
     };
-    std::thread other(cycles);
-    cycles();
+    std::thread other(cycles, 'b');
+    cycles('a');
     other.join();
     return failures;
 }
@@ -191,15 +205,16 @@ TEST(Win32Plugin, ManyCyclesLeaveNoHandleThreadOrProcess) {
     const std::string path = Recordings() + "\\sine.flac";
     // A few cycles first: the loader, the runtime and the system make their
     // lasting objects on first use.
-    ASSERT_EQ(CyclesSideBySide(path, 2), 0);
+    ASSERT_EQ(CyclesSideBySide(path, 2), "");
     const it::Resources before = it::CurrentResources();
     ASSERT_GT(before.descriptors, 0);
-    EXPECT_EQ(CyclesSideBySide(path, 100), 0);
+    EXPECT_EQ(CyclesSideBySide(path, 100), "");
     EXPECT_EQ(it::ChildrenAfter(2000), 0);
     const it::Resources after = it::CurrentResources();
-    // Wine now and then keeps one object of its own more after a run; a
-    // handle lost per cycle would show as 200 or more.
-    EXPECT_LE(after.descriptors, before.descriptors + 1);
+    // Wine now and then keeps objects of its own after a run (two after a
+    // start it lost and the worker made again); a handle lost per cycle would
+    // show as 200 or more.
+    EXPECT_LE(after.descriptors, before.descriptors + 4);
     EXPECT_GE(after.descriptors, before.descriptors - 1);
     EXPECT_EQ(after.threads, before.threads);
 }

@@ -1,64 +1,10 @@
 // TagID3v2 writing and deleting over files, alone and in the standard flows:
 // what the tag holds afterwards, and that the audio behind it is the same
-// bytes after every write, move and delete, including a write that runs
-// into a file size limit.
+// bytes after every write, move and delete.
 
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
+#include "tagid3v2_write_fixture.h"
 
-#include "id3builder.h"
-#include "tags/id3v2/tagid3v2.h"
-#include "tags/stdtags.h"
-#include "tests/tags/tagfixture.h"
-
-using namespace id3test;
-using namespace tagtest;
-
-namespace {
-
-// Larger than the 64 KiB step of a tail move, and not a multiple of it.
-const std::string kAudio = AudioBytes(200 * 1024 + 77);
-
-size_t TagSize(const std::string& bytes) {
-    if (bytes.compare(0, 3, "ID3") != 0) return 0;
-    size_t size = 0;
-    for (int i = 6; i < 10; ++i) size = (size << 7) | static_cast<uint8_t>(bytes[static_cast<size_t>(i)]);
-    return size + 10;
-}
-
-class TagID3v2WriteTest : public ::testing::Test {
-protected:
-    void Make(const std::string& tag, const std::string& tail = "") { WriteFile(path, tag + kAudio + tail); }
-    // The tag in front, checked to be followed by exactly the audio (and `tail`).
-    std::string TagBytes(const std::string& tail = "") {
-        const std::string bytes = ReadFile(path);
-        const size_t size = TagSize(bytes);
-        EXPECT_EQ(bytes.substr(size), kAudio + tail) << "the audio moved or changed";
-        return bytes.substr(0, size);
-    }
-    bool Write(const IDTags& tags, std::initializer_list<const char16_t*> options = {}) {
-        clFile file = OpenFile(path);
-        TagID3v2 engine(file);
-        for (const char16_t* option : options) engine.SetOption(clString(option));
-        return engine.Write(tags, false);
-    }
-    std::string Read() {
-        clFile file = OpenFile(path, clFile::kRead);
-        IDTags tags;
-        EXPECT_TRUE(TagID3v2(file).Read(tags, true));
-        return tagtest::Describe(tags);
-    }
-
-    TempDir dir;
-    LogCapture log{dir};
-    std::string path = dir.File("song.tak");
-};
-
-const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
-const std::string kOld23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv);
-
-}  // namespace
+using namespace id3writetest;
 
 TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
     const std::string png = "\x89PNG\r\n\x1A\n" + std::string(100, 'p');
@@ -176,33 +122,4 @@ TEST_F(TagID3v2WriteTest, FlowsUpdateEveryKindTheFileHas) {
     ASSERT_TRUE(DeleteStdTags(S(path), nullptr, log.Target()));
     EXPECT_EQ(ReadFile(path), kAudio);
     EXPECT_EQ(log.Text(), "");
-}
-
-TEST_F(TagID3v2WriteTest, AFileSizeLimitStopsTheWriteBeforeAnyByteMoves) {
-    Make(kOld23);
-    const std::string before = ReadFile(path);
-    const std::string big(300 * 1024, 'c');
-    IDTags tags = Tags({{"Title", "New"}});
-    tags.AddBinary(S("_albumart_1_Front Album Cover"), big.data(), static_cast<uint32_t>(big.size()));
-
-    // Growing past the limit fails with EFBIG instead of a signal.
-    struct sigaction ignore = {}, old = {};
-    ignore.sa_handler = SIG_IGN;
-    ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &old), 0);
-    rlimit saved = {};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    rlimit limit = saved;
-    limit.rlim_cur = before.size() + 100 * 1024;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    const bool written = WriteStdTags(S(path), tags, 1, log.Target());
-    setrlimit(RLIMIT_FSIZE, &saved);
-    sigaction(SIGXFSZ, &old, nullptr);
-
-    EXPECT_FALSE(written);
-    EXPECT_NE(log.Text().find("Could not write ID3v2 tag  [WriteStdTags]\r\nThere is no room for the larger ID3v2 tag"),
-              std::string::npos) << log.Text();
-    EXPECT_EQ(ReadFile(path), before);
-    ASSERT_TRUE(WriteStdTags(S(path), tags, 1, log.Target()));   // without the limit it goes through
-    TagBytes();
-    EXPECT_EQ(Read(), "TagVersion=ID3v2.3;Album=Album;Title=New;_albumart_1_Front Album Cover=[307200 bytes];");
 }

@@ -1,0 +1,29 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <stdexcept>
+
+#include "streampipe.h"
+
+StreamPipe::StreamPipe() {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) throw std::runtime_error("pipe2");
+    in.handle = ends[0];
+    out.handle = ends[1];
+}
+
+StreamPipe::~StreamPipe() {
+    CloseWriteEnd();
+    ::close(static_cast<int>(in.handle));
+}
+
+void StreamPipe::CloseWriteEnd() {
+    if (out.handle != Qel::kNoPipe) ::close(static_cast<int>(out.handle));
+    out.handle = Qel::kNoPipe;
+}
+
+size_t StreamPipe::Available() const {
+    int count = 0;
+    return ::ioctl(static_cast<int>(in.handle), FIONREAD, &count) == 0 && count > 0 ? static_cast<size_t>(count) : 0;
+}
