@@ -45,7 +45,9 @@ public:
     // -1 with `failed` set to true on failure.
     int64_t Size(bool* failed = nullptr) const;
     bool SetLength(int64_t length);
-    bool ShiftTail(int64_t position, int64_t delta);
+    // All or nothing: a failed move is undone, and `damaged`, when given, is
+    // set to true when the undo failed too.
+    bool ShiftTail(int64_t position, int64_t delta, bool* damaged = nullptr);
 
     static clString OpenErrorText(const clString& path);
     static clString LongPath(const clString& path);

@@ -59,8 +59,9 @@ private:
     bool Refuse(const char16_t* reason);
     // Why the tag may not be rewritten; null when it may.
     const char16_t* RewriteRefusal() const;
-    // Puts `bytes` in place of everything from TagStart to the file's end.
-    bool ReplaceTail(const clBuffer& bytes);
+    // Puts `bytes` in place of everything from TagStart to the file's end;
+    // null when it did, else why not.
+    const char16_t* ReplaceTail(const clBuffer& bytes);
 
     Extent extent_ = Extent::kNone;
     enum class Footer { kFailed, kAbsent, kPresent };

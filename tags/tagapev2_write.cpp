@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tags/apeitemkeys.h"
+#include "tags/changetexts.h"
 #include "tags/picturenaming.h"
 #include "tags/tagapev2.h"
 #include "tags/tagtext.h"
@@ -186,18 +187,22 @@ const char16_t* TagAPEv2::RewriteRefusal() const {
 }
 
 // The file grows to its new size first, so that a full disk fails while the
-// old tags are still whole.
-bool TagAPEv2::ReplaceTail(const clBuffer& bytes) {
+// old tags are still whole. The old bytes are kept, so that a write or a cut
+// that fails puts them back. Null when the tail was replaced, else why not.
+const char16_t* TagAPEv2::ReplaceTail(const clBuffer& bytes) {
     bool failed = false;
-    int64_t size = file.Size(&failed);
-    if (failed || TagStart < 0) return false;
-    int64_t newSize = TagStart + bytes.Size();
-    if (newSize > size && !file.SetLength(newSize)) {
-        file.SetLength(size);
-        return false;
-    }
-    if (bytes.Size() > 0 && (!file.Seek(TagStart) || !file.Write(bytes.Data(), bytes.Size()))) return false;
-    return newSize >= size || file.SetLength(newSize);
+    const int64_t size = file.Size(&failed);
+    if (failed || TagStart < 0 || TagStart > size) return kNotChanged;
+    std::vector<uint8_t> old(static_cast<size_t>(size - TagStart));
+    const auto oldCount = static_cast<uint32_t>(old.size());
+    if (!file.Seek(TagStart) || file.Read(old.data(), oldCount, &failed) != oldCount || failed) return kNotChanged;
+    const int64_t newSize = TagStart + bytes.Size();
+    if (newSize > size && !file.SetLength(newSize)) return file.SetLength(size) ? kNotChanged : kChangeDamaged;
+    const bool replaced = (bytes.Size() == 0 || (file.Seek(TagStart) && file.Write(bytes.Data(), bytes.Size()))) &&
+                          (newSize >= size || file.SetLength(newSize));
+    if (replaced) return nullptr;
+    const bool restored = file.Seek(TagStart) && file.Write(old.data(), oldCount) && file.SetLength(size);
+    return restored ? kChangeRestored : kChangeDamaged;
 }
 
 bool TagAPEv2::Write(const IDTags& tags, bool merge) {
@@ -216,7 +221,8 @@ bool TagAPEv2::Write(const IDTags& tags, bool merge) {
     if (!PrepareItems(result, TagVersionNumber, items, tagSize)) return Refuse(kTooLarge);
     clBuffer bytes;
     if (!BuildTail(items, tagSize, TagVersionNumber, SavedID3v1, bytes)) return Refuse(kNoMemory);
-    return ReplaceTail(bytes) || Refuse(kNotChanged);
+    const char16_t* reason = ReplaceTail(bytes);
+    return reason == nullptr || Refuse(reason);
 }
 
 void TagAPEv2::Delete() {
@@ -233,7 +239,7 @@ void TagAPEv2::Delete() {
         Refuse(kNoMemory);
         return;
     }
-    if (!ReplaceTail(id3v1)) Refuse(kNotChanged);
+    if (const char16_t* reason = ReplaceTail(id3v1)) Refuse(reason);
 }
 
 void TagAPEv2::DeleteTag(const clString& name) {

@@ -3,6 +3,7 @@
 // adapter between the ID3v2 engine and the plug-in's tag collection.
 
 #include <cstdint>
+#include <vector>
 
 #include "tags/basetag.h"
 #include "tags/id3v2/id3frames.h"
@@ -46,5 +47,6 @@ private:
     int64_t provenTagSize(id3parser::id3tag& tag);
     bool Refuse(const char16_t* reason);
     const char16_t* moveTail(uint64_t from, int64_t delta);
+    const char16_t* putTag(const std::vector<uint8_t>& rendered, const std::vector<uint8_t>& old);
     bool paddingIsZero(uint64_t from, uint64_t to);
 };

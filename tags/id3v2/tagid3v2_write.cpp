@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "tags/changetexts.h"
 #include "tags/id3v2/id3text.h"
 #include "tags/id3v2/id3values.h"
 #include "tags/id3v2/id3writer.h"
@@ -50,13 +51,14 @@ id3frame PictureFrame(const IDTag& entry) {
     const size_t size = entry.Data.Size();
     std::string mime;
     if (size >= 8) mime = data[1] == 'P' && data[2] == 'N' && data[3] == 'G' ? "image/png" : "image/jpeg";
+    const std::string text = description.ToUtf8();   // UTF-8 bytes, whatever the encoding byte says
     id3frame frame;
     frame.id = frameId("APIC");
+    frame.data.reserve(mime.size() + text.size() + size + 4);
     frame.data.push_back(0);
     frame.data.insert(frame.data.end(), mime.begin(), mime.end());
     frame.data.push_back(0);
     frame.data.push_back(static_cast<uint8_t>(PictureTypeOfKey(entry.Name)));
-    const std::string text = description.ToUtf8();   // UTF-8 bytes, whatever the encoding byte says
     frame.data.insert(frame.data.end(), text.begin(), text.end());
     frame.data.push_back(0);
     frame.data.insert(frame.data.end(), data, data + size);
@@ -181,10 +183,25 @@ const char16_t* TagID3v2::moveTail(uint64_t from, int64_t delta) {
     if (failed) return kNotChanged;
     if (delta > 0) {
         const bool room = file.SetLength(size + delta);
-        if (!file.SetLength(size)) return kNotChanged;
+        if (!file.SetLength(size)) return kChangeDamaged;
         if (!room) return kNoRoom;
     }
-    return file.ShiftTail(static_cast<int64_t>(from), delta) ? nullptr : kNotChanged;
+    bool damaged = false;
+    if (file.ShiftTail(static_cast<int64_t>(from), delta, &damaged)) return nullptr;
+    return damaged ? kChangeDamaged : kChangeRestored;
+}
+
+// Writes the new tag over the room that moveTail made; when that fails, the
+// tail goes back and the old tag's bytes with it.
+const char16_t* TagID3v2::putTag(const std::vector<uint8_t>& rendered, const std::vector<uint8_t>& old) {
+    const auto offset = static_cast<int64_t>(tagOffset);
+    if (file.Seek(offset) && file.Write(rendered.data(), static_cast<uint32_t>(rendered.size()), clFile::kAtCurrent))
+        return nullptr;
+    const int64_t delta = static_cast<int64_t>(rendered.size()) - static_cast<int64_t>(old.size());
+    const bool restored = file.ShiftTail(offset + static_cast<int64_t>(rendered.size()), -delta) &&
+                          file.Seek(offset) &&
+                          file.Write(old.data(), static_cast<uint32_t>(old.size()), clFile::kAtCurrent);
+    return restored ? kChangeRestored : kChangeDamaged;
 }
 
 bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
@@ -243,12 +260,19 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
     } catch (...) {
         return Refuse(kNotBuilt);   // nothing has reached the file
     }
+    // The old tag's bytes, to put back when the new ones can't be written.
+    std::vector<uint8_t> old;
+    if (!rendered.empty() && oldSize > 0) {
+        old.resize(static_cast<size_t>(oldSize));
+        if (!file.Seek(static_cast<int64_t>(tagOffset)) ||
+            file.Read(old.data(), static_cast<uint32_t>(old.size())) != old.size())
+            return Refuse(kNotChanged);
+    }
     const int64_t delta = static_cast<int64_t>(rendered.size()) - oldSize;
     if (const char16_t* reason = moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return Refuse(reason);
     if (rendered.empty()) return true;
-    const bool written = file.Seek(static_cast<int64_t>(tagOffset)) &&
-                         file.Write(rendered.data(), static_cast<uint32_t>(rendered.size()), clFile::kAtCurrent);
-    return written || Refuse(kNotChanged);
+    const char16_t* reason = putTag(rendered, old);
+    return reason == nullptr || Refuse(reason);
 }
 
 void TagID3v2::Delete() {
@@ -257,7 +281,7 @@ void TagID3v2::Delete() {
     const int64_t oldSize = provenTagSize(tag);
     if (oldSize < 0) Refuse(kDamaged);
     if (oldSize <= 0) return;
-    if (!file.ShiftTail(static_cast<int64_t>(tagOffset) + oldSize, -oldSize)) Refuse(kNotChanged);
+    if (const char16_t* reason = moveTail(tagOffset + static_cast<uint64_t>(oldSize), -oldSize)) Refuse(reason);
 }
 
 void TagID3v2::DeleteTag(const clString& name) {

@@ -41,6 +41,7 @@ struct State {
     bool active = false;
     Plan plan;
     bool interruptNext = true;
+    bool struck = false;   // an offset fault of a `once` plan has struck
     int64_t read = 0, written = 0, reads = 0, injected = 0;
 };
 
@@ -79,6 +80,18 @@ ssize_t Decide(State& state, size_t count, int64_t done, int64_t failAfter, int 
     return static_cast<ssize_t>(allowed);
 }
 
+// The offset fault: the count the call may move, or -1 with errno set.
+ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int failErrno) {
+    if (failsAt < 0 || allowed <= 0 || (state.plan.once && state.struck)) return allowed;
+    const off_t here = ::lseek(fd, 0, SEEK_CUR);
+    if (here < 0 || here > failsAt || here + allowed <= failsAt) return allowed;
+    ++state.injected;
+    if (here < failsAt) return static_cast<ssize_t>(failsAt - here);
+    state.struck = true;
+    errno = failErrno;
+    return -1;
+}
+
 }  // namespace
 
 Scope::Scope(const Plan& plan) {
@@ -86,9 +99,16 @@ Scope::Scope(const Plan& plan) {
     const std::lock_guard lock(state.mutex);
     state.plan = plan;
     state.interruptNext = true;
+    state.struck = false;
     state.read = state.written = state.reads = state.injected = 0;
     state.active = true;
 }
+
+Scope::Scope(const Plan& plan, const std::string& target) : Scope([&] {
+    Plan aimed = plan;
+    aimed.target = target;
+    return aimed;
+}()) {}
 
 Scope::~Scope() {
     State& state = TheState();
@@ -102,6 +122,18 @@ int64_t Injected() {
     return state.injected;
 }
 
+int64_t BytesRead() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.read;
+}
+
+int64_t BytesWritten() {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.written;
+}
+
 }  // namespace faults
 
 using faults::TheState;
@@ -109,9 +141,11 @@ using faults::TheState;
 extern "C" ssize_t read(int fd, void* buffer, size_t count) {
     faults::State& state = TheState();
     ssize_t allowed = static_cast<ssize_t>(count);
+    bool targeted = false;
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && count != 0 && faults::Targeted(fd, state.plan)) {
+        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
+        if (targeted) {
             const faults::Plan& plan = state.plan;
             if (plan.shrinkAfterReads >= 0 && state.reads++ == plan.shrinkAfterReads) {
                 ++state.injected;
@@ -119,11 +153,12 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
                 ::truncate(plan.target.c_str(), plan.shrinkTo);   // the descriptor may be read-only
             }
             allowed = faults::Decide(state, count, state.read, plan.readFailAfter, EIO);
+            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, plan.readFailsAt, EIO);
             if (allowed < 0) return -1;
         }
     }
     const ssize_t got = faults::RealRead()(fd, buffer, static_cast<size_t>(allowed));
-    if (got > 0) {
+    if (targeted && got > 0) {
         const std::lock_guard lock(state.mutex);
         state.read += got;
     }
@@ -133,15 +168,18 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
 extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
     faults::State& state = TheState();
     ssize_t allowed = static_cast<ssize_t>(count);
+    bool targeted = false;
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && count != 0 && faults::Targeted(fd, state.plan)) {
+        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
+        if (targeted) {
             allowed = faults::Decide(state, count, state.written, state.plan.writeFailAfter, ENOSPC);
+            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, state.plan.writeFailsAt, ENOSPC);
             if (allowed < 0) return -1;
         }
     }
     const ssize_t put = faults::RealWrite()(fd, buffer, static_cast<size_t>(allowed));
-    if (put > 0) {
+    if (targeted && put > 0) {
         const std::lock_guard lock(state.mutex);
         state.written += put;
     }

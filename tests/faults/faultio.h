@@ -18,12 +18,18 @@ struct Plan {
     int64_t writeFailAfter = -1;       // writes fail with ENOSPC once this many bytes were written
     int64_t shrinkAfterReads = -1;     // after this many reads the file (target: a path) is cut to shrinkTo bytes
     int64_t shrinkTo = 0;
+    // A read (write) that reaches this file offset stops short of it, and one
+    // that starts there fails with EIO (ENOSPC): a fault at one place in the file.
+    int64_t readFailsAt = -1;
+    int64_t writeFailsAt = -1;
+    bool once = false;                 // the offset faults strike once; later calls pass
 };
 
 // Makes `plan` active for its lifetime; one at a time.
 class Scope {
 public:
     explicit Scope(const Plan& plan);
+    Scope(const Plan& plan, const std::string& target);   // the plan, aimed at `target`
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
     ~Scope();
@@ -32,5 +38,10 @@ public:
 // How many calls the active plan has changed so far (a test that injects
 // nothing proves nothing).
 int64_t Injected();
+
+// The bytes the active plan's target has read and written so far: a plan
+// that injects nothing measures an undisturbed run.
+int64_t BytesRead();
+int64_t BytesWritten();
 
 }  // namespace faults

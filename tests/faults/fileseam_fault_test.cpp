@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 
 #include "faultio.h"
@@ -54,19 +55,15 @@ struct Outcome {
     std::string log;
 };
 
-Outcome RunOp(Start start, Op op, const faults::Plan* plan) {
+Outcome RunOn(const std::string& start, Op op, const faults::Plan* plan) {
     TempDir dir;
     LogCapture log(dir);
     const std::string path = dir.File("song.tta");
-    WriteFile(path, StartBytes(start));
+    WriteFile(path, start);
     Outcome outcome;
     {
         std::optional<faults::Scope> scope;
-        if (plan) {
-            faults::Plan targeted = *plan;
-            targeted.target = path;
-            scope.emplace(targeted);
-        }
+        if (plan) scope.emplace(*plan, path);
         IDTags tags;
         clString version;
         switch (op) {
@@ -89,10 +86,13 @@ Outcome RunOp(Start start, Op op, const faults::Plan* plan) {
     return outcome;
 }
 
+Outcome RunOp(Start start, Op op, const faults::Plan* plan) { return RunOn(StartBytes(start), op, plan); }
+
 // What a fault must lead to.
 enum class Expect {
     Same,        // success, to the bytes of the undisturbed run
     Refused,     // failure, audio unchanged
+    Restored,    // failure, the file byte for byte as it was
     Reported,    // failure reported; an I/O error in the middle of an in-place move may leave the audio damaged
 };
 
@@ -132,6 +132,13 @@ faults::Plan Shrinks(int64_t afterReads, int64_t to) {
     return plan;
 }
 
+faults::Plan FailsAt(bool reading, int64_t offset, bool once) {
+    faults::Plan plan;
+    (reading ? plan.readFailsAt : plan.writeFailsAt) = offset;
+    plan.once = once;
+    return plan;
+}
+
 TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
     const std::string audio = AudioBytes(kAudioSize);
     const Row rows[] = {
@@ -154,6 +161,8 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
          Expect::Reported, "Could not write ID3v2 tag"},
         {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, WriteFailsAfter(30000),
          Expect::Reported, "Could not delete ID3v2 tag"},
+        {"APE write, write fails once over the old tag", Start::Ape, Op::Write, FailsAt(false, kAudioSize + 20, true),
+         Expect::Restored, "restored as it was"},
         {"APE read, read fails half-way", Start::Ape, Op::Read, ReadFailsAfter(16), Expect::Refused, ""},
         {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, ReadFailsAfter(12), Expect::Refused, ""},
         {"APE write, read fails half-way", Start::Ape, Op::Write, ReadFailsAfter(40), Expect::Refused, ""},
@@ -175,8 +184,80 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
         EXPECT_FALSE(faulted.result) << faulted.tags;
         EXPECT_NE(faulted.log.find(row.logText), std::string::npos) << faulted.log;
         if (row.expect == Expect::Reported) continue;
+        if (row.expect == Expect::Restored) {
+            EXPECT_TRUE(faulted.file == StartBytes(row.start)) << "the file differs from what it was";
+            continue;
+        }
         const size_t at = AudioStart(faulted.file);
         EXPECT_TRUE(faulted.file.substr(at, kAudioSize) == audio) << "audio changed";
+    }
+}
+
+// Where step `step` of the tail move reads its block: the move runs from the
+// end backwards when the tail grows, from its start forwards when it shrinks.
+int64_t StepSource(int64_t tailStart, int64_t size, int64_t delta, int64_t step) {
+    constexpr int64_t kBlock = 65536;
+    if (delta > 0) return std::max(tailStart, size - (step + 1) * kBlock);
+    return tailStart + step * kBlock;
+}
+
+// A tag whose size changes moves the audio behind it in 64 KiB steps. A read
+// or a write that fails once, at any step and part-way through its block,
+// leaves the file byte for byte as it was; one that keeps failing is
+// reported, and the log says "restored" only of a file that is.
+TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
+    const std::string audio = AudioBytes(5 * 65536);
+    const struct {
+        const char* name;
+        std::string start;
+        Op op;
+        const char* words;
+    } moves[] = {
+        {"growing write", Id3v2Title("Old") + audio, Op::Write, "Could not write ID3v2 tag"},
+        {"shrinking write", Id3v2Title(std::string(100000, 'o')) + audio, Op::Write, "Could not write ID3v2 tag"},
+        {"delete", Id3v2Title("Old") + audio, Op::Delete, "Could not delete ID3v2 tag"},
+    };
+    constexpr char kRestored[] = "restored as it was";
+    constexpr char kDamaged[] = "the file is damaged";
+    for (const auto& move : moves) {
+        SCOPED_TRACE(move.name);
+        const Outcome clean = RunOn(move.start, move.op, nullptr);
+        ASSERT_TRUE(clean.result) << clean.log;
+        const auto size = static_cast<int64_t>(move.start.size());
+        const auto tailStart = static_cast<int64_t>(AudioStart(move.start));
+        const int64_t delta = static_cast<int64_t>(AudioStart(clean.file)) - tailStart;
+        ASSERT_NE(delta, 0);
+        for (int64_t step = 0; StepSource(tailStart, size, delta, step) < size && step < 6; ++step) {
+            // Past the first 16 KiB, which the readers look at before the move.
+            const int64_t source = StepSource(tailStart, size, delta, step) + 20000;
+            for (const bool reading : {true, false}) {
+                SCOPED_TRACE(testing::Message() << "step " << step << (reading ? " read" : " write"));
+                const int64_t at = reading ? source : source + delta;
+                const faults::Plan once = FailsAt(reading, at, true);
+                const Outcome transient = RunOn(move.start, move.op, &once);
+                EXPECT_FALSE(transient.result);
+                EXPECT_NE(transient.log.find(move.words), std::string::npos) << transient.log;
+                EXPECT_NE(transient.log.find(kRestored), std::string::npos) << transient.log;
+                EXPECT_TRUE(transient.file == move.start) << "the file differs from what it was";
+
+                const faults::Plan always = FailsAt(reading, at, false);
+                const Outcome persistent = RunOn(move.start, move.op, &always);
+                EXPECT_FALSE(persistent.result);
+                EXPECT_NE(persistent.log.find(move.words), std::string::npos) << persistent.log;
+                const bool restored = persistent.log.find(kRestored) != std::string::npos;
+                EXPECT_TRUE(restored || persistent.log.find(kDamaged) != std::string::npos) << persistent.log;
+                if (restored) {
+                    EXPECT_TRUE(persistent.file == move.start) << "restored, yet the file differs";
+                }
+            }
+        }
+        if (move.op != Op::Write) continue;
+        // The tail has moved and the new tag's write fails: the tail and the old tag go back.
+        const faults::Plan tagWrite = FailsAt(false, 50, true);
+        const Outcome failed = RunOn(move.start, move.op, &tagWrite);
+        EXPECT_FALSE(failed.result);
+        EXPECT_NE(failed.log.find(kRestored), std::string::npos) << failed.log;
+        EXPECT_TRUE(failed.file == move.start) << "the file differs from what it was";
     }
 }
 

@@ -12,6 +12,7 @@
 //   floodlines N  N bytes of dump-like lines on the error stream first
 //   dieafter N    dies (exit 1) after N bytes of audio, the header promising more
 //   stall N       stops after N bytes of audio and never exits
+//   nodump 1      prints no dump of its input, so Open waits for one
 // It prints a short dump of its input first, then streams a Wave64 header
 // and PatternByte(i) as the sample bytes, with the progress text between
 // pieces of audio. Every write blocks: an error stream nobody drains stalls
@@ -71,7 +72,7 @@ std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
 std::map<std::string, uint64_t> Orders(const char* path) {
     std::map<std::string, uint64_t> orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0},
                                                {"silent", 0},   {"garbage", 0},  {"hang", 0},     {"floodlines", 0},
-                                               {"dieafter", ~uint64_t{0}},       {"stall", ~uint64_t{0}}};
+                                               {"dieafter", ~uint64_t{0}},       {"stall", ~uint64_t{0}}, {"nodump", 0}};
     std::ifstream in(path);
     std::string key;
     for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
@@ -109,10 +110,12 @@ int main(int argc, char** argv) {
     }
     FloodLines(orders.at("floodlines"));
 
-    Write(2, std::string("Input #0, w64, from '") + input + "':\n"
-             "  Duration: 00:00:01.00, start: 0.000000, bitrate: 1411 kb/s\n"
-             "  Stream #0:0: Audio: pcm_s16le, 44100 Hz, " + std::to_string(channels) + " channels, s16\n"
-             "Output #0, w64, to 'pipe:':\n");
+    if (orders.at("nodump") == 0) {
+        Write(2, std::string("Input #0, w64, from '") + input + "':\n"
+                 "  Duration: 00:00:01.00, start: 0.000000, bitrate: 1411 kb/s\n"
+                 "  Stream #0:0: Audio: pcm_s16le, 44100 Hz, " + std::to_string(channels) + " channels, s16\n"
+                 "Output #0, w64, to 'pipe:':\n");
+    }
     Write(1, Wave64Header(channels, dataBytes));
 
     constexpr uint64_t kPiece = 16384;

@@ -1,0 +1,200 @@
+// The Matroska retag flows with faults at the file seam: short reads and
+// writes and EINTR change nothing in the outcome; a read that fails half-way,
+// a full disk and a file that shrinks while it is read end in the logged
+// error, with every Cluster's bytes at their offsets and the decoded audio
+// unchanged.
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
+#include "faultio.h"
+#include "tests/qel-matroska/ebmlwalk.h"
+#include "tests/tags/tagfixture.h"
+
+using namespace tagtest;
+
+namespace {
+
+constexpr char kCoverKey[] = "_albumart_1_Front Album Cover";
+constexpr char kWriteError[] = "Couldn't update Matroska tags: ";
+
+enum class Op { Title, AddCover, RemoveCover, DeleteAll };
+
+const char* OpName(Op op) {
+    switch (op) {
+        case Op::Title: return "title";
+        case Op::AddCover: return "cover added";
+        case Op::RemoveCover: return "cover removed";
+        case Op::DeleteAll: return "delete all";
+    }
+    return "";
+}
+
+// One file made by ffmpeg, and the same with a cover attached: the starting
+// points of the four flows.
+class MatroskaFaults : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        dir_ = new TempDir;
+        const std::string plain = dir_->File("plain.mka");
+        it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "flac", "-metadata", "title=Old",
+                    plain});
+        const std::string cover = dir_->File("cover.png");
+        it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x48", "-frames:v", "1", cover});
+        cover_ = new std::string(ReadFile(cover));
+        plain_ = new std::string(ReadFile(plain));
+        const std::string covered = dir_->File("covered.mka");
+        WriteFile(covered, *plain_);
+        LogCapture log(*dir_);
+        ASSERT_TRUE(MatroskaTags::Write(S(covered), CoverTags(), log.Target())) << log.Text();
+        covered_ = new std::string(ReadFile(covered));
+        audio_ = new std::string(Audio(plain));
+    }
+    static void TearDownTestSuite() {
+        delete audio_;
+        delete covered_;
+        delete plain_;
+        delete cover_;
+        delete dir_;
+    }
+
+    static IDTags CoverTags() {
+        IDTags tags;
+        tags.AddBinary(S(kCoverKey), cover_->data(), static_cast<uint32_t>(cover_->size()));
+        return tags;
+    }
+    static std::string Audio(const std::string& file) {
+        return it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", file, "-f", "s16le", "-"}).out;
+    }
+    static const std::string& StartOf(Op op) { return op == Op::Title || op == Op::AddCover ? *plain_ : *covered_; }
+
+    struct Outcome {
+        bool result = false;
+        std::string file;
+        std::string log;
+        int64_t read = 0, written = 0, injected = 0;
+    };
+
+    // Runs `op` on a fresh copy; with a plan, under it (an empty plan measures).
+    static Outcome Run(Op op, const std::optional<faults::Plan>& plan) {
+        TempDir dir;
+        LogCapture log(dir);
+        const std::string path = dir.File("song.mka");
+        WriteFile(path, StartOf(op));
+        Outcome outcome;
+        {
+            std::optional<faults::Scope> scope;
+            if (plan) scope.emplace(*plan, path);
+            switch (op) {
+                case Op::Title:
+                    outcome.result =
+                        MatroskaTags::Write(S(path), Tags({{"Title", "New " + std::string(300, 't')}}), log.Target());
+                    break;
+                case Op::AddCover: outcome.result = MatroskaTags::Write(S(path), CoverTags(), log.Target()); break;
+                case Op::RemoveCover: {
+                    const std::u16string names = std::u16string(u"_albumart_1_Front Album Cover") + u'\0';
+                    outcome.result = MatroskaTags::Delete(S(path), names.c_str(), log.Target());
+                    break;
+                }
+                case Op::DeleteAll: outcome.result = MatroskaTags::Delete(S(path), nullptr, log.Target()); break;
+            }
+            outcome.read = faults::BytesRead();
+            outcome.written = faults::BytesWritten();
+            outcome.injected = faults::Injected();
+        }
+        outcome.file = ReadFile(path);
+        outcome.log = log.Text();
+        return outcome;
+    }
+
+    static TempDir* dir_;
+    static std::string* cover_;
+    static std::string* plain_;
+    static std::string* covered_;
+    static std::string* audio_;
+};
+
+TempDir* MatroskaFaults::dir_ = nullptr;
+std::string* MatroskaFaults::cover_ = nullptr;
+std::string* MatroskaFaults::plain_ = nullptr;
+std::string* MatroskaFaults::covered_ = nullptr;
+std::string* MatroskaFaults::audio_ = nullptr;
+
+// A new attachment's FileUID is random: zeroed, two runs compare.
+std::string WithoutFileUids(std::string bytes) {
+    static const std::string kFileUid("\x46\xAE\x88", 3);
+    for (size_t at = bytes.find(kFileUid); at != std::string::npos; at = bytes.find(kFileUid, at + 1)) {
+        if (at + 11 <= bytes.size()) bytes.replace(at + 3, 8, 8, '\0');
+    }
+    return bytes;
+}
+
+enum class Expect {
+    Same,      // success, to the bytes of the undisturbed run
+    Refused,   // the logged error; Clusters and audio as they were
+};
+
+struct Fault {
+    const char* name;
+    faults::Plan plan;
+    Expect expect;
+};
+
+TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
+    for (const Op op : {Op::Title, Op::AddCover, Op::RemoveCover, Op::DeleteAll}) {
+        SCOPED_TRACE(OpName(op));
+        const Outcome clean = Run(op, faults::Plan{});
+        ASSERT_TRUE(clean.result) << clean.log;
+        ASSERT_GT(clean.written, 0) << "the flow changed nothing";
+        ASSERT_NE(clean.file, StartOf(op));
+        const std::string& start = StartOf(op);
+
+        faults::Plan pieces, interrupted, readFails, diskFull, diskFullAtOnce, shrinks;
+        pieces.maxChunk = 5;
+        interrupted.interrupt = true;
+        readFails.readFailAfter = clean.read / 2;
+        diskFull.writeFailAfter = clean.written / 2;
+        diskFullAtOnce.writeFailAfter = 0;
+        shrinks.shrinkAfterReads = 1;
+        shrinks.shrinkTo = static_cast<int64_t>(start.size() / 2);
+        const Fault rows[] = {
+            {"5-byte pieces", pieces, Expect::Same},
+            {"EINTR", interrupted, Expect::Same},
+            {"read fails half-way", readFails, Expect::Refused},
+            {"disk full half-way", diskFull, Expect::Refused},
+            {"disk full at once", diskFullAtOnce, Expect::Refused},
+            {"file shrinks while read", shrinks, Expect::Refused},
+        };
+        for (const Fault& row : rows) {
+            SCOPED_TRACE(row.name);
+            const Outcome faulted = Run(op, row.plan);
+            EXPECT_GT(faulted.injected, 0) << "the plan never struck";
+            if (row.expect == Expect::Same) {
+                EXPECT_TRUE(faulted.result) << faulted.log;
+                EXPECT_TRUE(WithoutFileUids(faulted.file) == WithoutFileUids(clean.file))
+                    << "the file differs from the undisturbed run's";
+                continue;
+            }
+            EXPECT_FALSE(faulted.result);
+            EXPECT_NE(faulted.log.find(kWriteError), std::string::npos) << faulted.log;
+            // The shrink took the file's second half itself: what is left must be as it was.
+            const std::string before =
+                row.plan.shrinkAfterReads >= 0 ? start.substr(0, static_cast<size_t>(row.plan.shrinkTo)) : start;
+            const auto clusters = ebmltest::Clusters(before);
+            if (row.plan.shrinkAfterReads < 0) {
+                ASSERT_FALSE(clusters.empty());
+            }
+            for (const auto& [offset, bytes] : clusters) {
+                EXPECT_TRUE(faulted.file.compare(offset, bytes.size(), bytes) == 0) << "Cluster at " << offset;
+            }
+            if (row.plan.shrinkAfterReads >= 0) continue;
+            const std::string copy = dir_->File("faulted.mka");
+            WriteFile(copy, faulted.file);
+            EXPECT_TRUE(Audio(copy) == *audio_) << "the decoded audio changed";
+        }
+    }
+}
+
+}  // namespace
