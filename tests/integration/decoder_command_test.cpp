@@ -36,9 +36,7 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
     const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
     EXPECT_EQ(arguments(seek), (std::vector<std::string>{"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
-    EXPECT_EQ(seek.stdinMode, 0u);
-    EXPECT_EQ(seek.stdoutMode, 2u);
-    EXPECT_EQ(seek.stderrMode, 2u);
+    EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
 }
 
 TEST(FdhostSha256, PublishedVectors) {

@@ -12,6 +12,7 @@
 
 #include "codecs/decoders/ffmpeg/exports.h"
 #include "host/plugin.h"
+#include "quitfifo.h"
 #include "testkit.h"
 
 namespace it {
@@ -51,23 +52,6 @@ private:
     SinkFile traceLog_;
     std::u16string path_;
     DecoderFormat format_{};
-};
-
-// The host's side of a quit event: a FIFO it sets by writing one byte and
-// resets by reading it back.
-class QuitFifo {
-public:
-    explicit QuitFifo(const std::string& path);
-    QuitFifo(const QuitFifo&) = delete;
-    QuitFifo& operator=(const QuitFifo&) = delete;
-    ~QuitFifo();
-    const std::string& Path() const { return path_; }
-    void Set();
-    void Reset();
-
-private:
-    std::string path_;
-    int fd_ = -1;
 };
 
 // A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built

@@ -1,7 +1,7 @@
 // The host's quit event ends a blocked Open or DecodeBlock at once, silently,
-// and leaves no worker behind once the decoder is closed or destroyed.
-// Decoders side by side in threads, and many cycles of Open, DecodeBlock,
-// SetPosition and Close that leave descriptors, threads and children as they were.
+// and leaves no worker behind once the decoder is closed or destroyed. Many
+// cycles of Open, DecodeBlock, SetPosition and Close leave descriptors,
+// threads and children as they were.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,7 +15,6 @@
 #include <cstdlib>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "plugindriver.h"
 #include "testkit.h"
@@ -202,42 +201,6 @@ TEST(Quit, FdhostQuitAfterMs) {
         it::Fdhost({"decode", "--quiet", "--quit-after-ms", "200", input, "-o", dir.File("out.wav")});
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
-}
-
-TEST(Concurrency, FourDecodersInFourThreadsEachExact) {
-    it::TempDir dir;
-    const std::vector<std::vector<std::string>> encodes = {
-        {"sine=frequency=220:duration=3", "-ac", "2", dir.File("a.flac")},
-        {"sine=frequency=330:duration=3:sample_rate=48000", "-ac", "2", "-c:a", "ac3", dir.File("b.ac3")},
-        {"sine=frequency=440:duration=3", "-ac", "6", "-c:a", "pcm_s24le", dir.File("c.mka")},
-        {"sine=frequency=550:duration=3", "-ac", "1", "-c:a", "tta", dir.File("d.tta")},
-    };
-    const size_t n = encodes.size();
-    std::vector<std::string> references(n), outputs(n), errors(n);
-    for (size_t i = 0; i < n; ++i) {
-        std::vector<std::string> args = {"-f", "lavfi", "-i"};
-        args.insert(args.end(), encodes[i].begin(), encodes[i].end());
-        it::Ffmpeg(args);
-        references[i] = it::ReferenceDecode(encodes[i].back()).data;
-    }
-    it::Plugin();   // loaded before the threads start
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < n; ++i) {
-        threads.emplace_back([&, i] {
-            it::TestDecoder decoder;
-            if (!decoder.Open(encodes[i].back(), kOpenWantTags | kOpenWantInfo) || !decoder.ReadToEnd(outputs[i])) {
-                errors[i] = "failed: " + decoder.ErrorLog();
-            }
-            decoder.Close();
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    for (size_t i = 0; i < n; ++i) {
-        SCOPED_TRACE(encodes[i].back());
-        EXPECT_EQ(errors[i], "");
-        EXPECT_EQ(outputs[i].size(), references[i].size());
-        EXPECT_TRUE(outputs[i] == references[i]) << "sample bytes differ";
-    }
 }
 
 // One run as a host makes it; false on any failure.

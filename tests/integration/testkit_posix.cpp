@@ -4,12 +4,9 @@
 #include "testkit.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +14,7 @@
 #include <sstream>
 #include <stdexcept>
 
-extern char** environ;
+#include "spawn_posix.h"
 
 namespace it {
 namespace {
@@ -89,20 +86,13 @@ RunResult Run(const std::vector<std::string>& argv) {
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, ::fileno(out), 1);
     posix_spawn_file_actions_adddup2(&actions, ::fileno(err), 2);
-    std::vector<char*> args;
-    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-    args.push_back(nullptr);
-    pid_t pid = 0;
-    const int failed = posix_spawn(&pid, argv[0].c_str(), &actions, nullptr, args.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    while (failed == 0 && ::waitpid(pid, &status, 0) < 0) {
-    }
+    const pid_t pid = SpawnChild(argv, actions);
+    const int status = pid < 0 ? -1 : ReapChild(pid);
     RunResult result;
-    result.exitCode = failed == 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.exitCode = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.out = TextOf(out);
     result.err = TextOf(err);
-    if (failed != 0) result.err = "cannot start " + argv[0];
+    if (pid < 0) result.err = "cannot start " + argv[0];
     return result;
 }
 
@@ -119,11 +109,8 @@ bool RunLockedOut(const std::string& dir, const std::string& path, const std::fu
         if (::geteuid() == 0 && ::setuid(65534) != 0) ::_exit(3);
         ::_exit(body() ? 0 : 1);
     }
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) return false;
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    const int status = ReapChild(child);
+    return status >= 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 SinkFile::SinkFile(const std::string& path)

@@ -117,15 +117,15 @@ TEST_F(MatroskaToolsRead, MkvmergeTagsAndAttachments) {
     const it::RunResult pictures = it::Fdhost({"pictures", mka, "-o", dir.File("out"), "--json"});
     ASSERT_EQ(pictures.exitCode, 0) << pictures.err;
     const std::string out = dir.File("out");
-    EXPECT_EQ(pictures.out,
-              "[{\"path\":\"" + out + "/_albumart_1_Front Album Cover.jpg\",\"key\":\"_albumart_1_Front Album Cover\","
-              "\"type\":\"JPEG\",\"width\":40,\"height\":30,\"bytes\":" + std::to_string(ReadFile(jpeg).size()) + "},"
-              "{\"path\":\"" + out + "/_albumart_2_cover_land.png\",\"key\":\"_albumart_2_cover_land\",\"type\":\"PNG\","
-              "\"width\":20,\"height\":10,\"bytes\":" + std::to_string(ReadFile(png).size()) + "},"
-              "{\"path\":\"" + out + "/_albumart_3_Back Album Cover.png\",\"key\":\"_albumart_3_Back Album Cover\","
-              "\"type\":\"PNG\",\"width\":20,\"height\":10,\"bytes\":" + std::to_string(ReadFile(png).size()) + "},"
-              "{\"path\":\"" + out + "/_albumart_4_booklet page.jpg\",\"key\":\"_albumart_4_booklet page\","
-              "\"type\":\"JPEG\",\"width\":40,\"height\":30,\"bytes\":" + std::to_string(ReadFile(jpeg).size()) + "}]\n");
+    const auto entry = [&](const std::string& key, const std::string& image, const char* type, const char* size) {
+        const std::string ext = image == jpeg ? ".jpg" : ".png";
+        return "{\"path\":\"" + out + "/" + key + ext + "\",\"key\":\"" + key + "\",\"type\":\"" + type + "\"," +
+               size + ",\"bytes\":" + std::to_string(ReadFile(image).size()) + "}";
+    };
+    EXPECT_EQ(pictures.out, "[" + entry("_albumart_1_Front Album Cover", jpeg, "JPEG", "\"width\":40,\"height\":30") + "," +
+                                entry("_albumart_2_cover_land", png, "PNG", "\"width\":20,\"height\":10") + "," +
+                                entry("_albumart_3_Back Album Cover", png, "PNG", "\"width\":20,\"height\":10") + "," +
+                                entry("_albumart_4_booklet page", jpeg, "JPEG", "\"width\":40,\"height\":30") + "]\n");
     EXPECT_EQ(ReadFile(out + "/_albumart_1_Front Album Cover.jpg"), ReadFile(jpeg));
     EXPECT_EQ(ReadFile(out + "/_albumart_3_Back Album Cover.png"), ReadFile(png));
 }

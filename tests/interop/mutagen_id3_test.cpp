@@ -162,10 +162,10 @@ TEST_F(MutagenId3, OurRewriteKeepsWhatMutagenWrote) {
         EXPECT_EQ(after.front().first, id3parser::frameId("TIT2"));
         std::vector<std::pair<uint32_t, std::string>> retained;
         for (const auto& frame : before) {
-            for (const char* id : {"PRIV", "MCDI", "UFID", "GEOB", "TPE1", "USLT", "APIC"}) {
-                const uint32_t four = (static_cast<uint32_t>(id[0]) << 24) | (static_cast<uint32_t>(id[1]) << 16) |
-                                      (static_cast<uint32_t>(id[2]) << 8) | static_cast<uint32_t>(id[3]);
-                if (frame.first == four) retained.push_back(frame);
+            using id3parser::frameId;
+            for (uint32_t id : {frameId("PRIV"), frameId("MCDI"), frameId("UFID"), frameId("GEOB"), frameId("TPE1"),
+                                frameId("USLT"), frameId("APIC")}) {
+                if (frame.first == id) retained.push_back(frame);
             }
         }
         std::vector<std::pair<uint32_t, std::string>> kept;

@@ -1,9 +1,6 @@
 // One soak thread: a decoder that opens, decodes, seeks, closes and retags
 // copies at random, and tells a quit-caused failure from any other.
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -22,27 +19,21 @@ namespace soak {
 namespace {
 
 // The decoder's error log: a file of its own, emptied before each job and
-// read back (UTF-16LE) when something failed.
+// read back (UTF-16LE, ASCII is enough to tell what failed) when something failed.
 class ErrorLog {
 public:
-    explicit ErrorLog(const std::string& path)
-        : path_(path), fd_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0600)) {
-        if (fd_ < 0) throw std::runtime_error("no error log at " + path);
-    }
-    ErrorLog(const ErrorLog&) = delete;
-    ErrorLog& operator=(const ErrorLog&) = delete;
-    ~ErrorLog() { ::close(fd_); }
-    uint64_t Fd() const { return static_cast<uint64_t>(fd_); }
-    void Clear() { (void)::ftruncate(fd_, 0); }
+    explicit ErrorLog(const std::string& path) : path_(path), sink_(path) {}
+    uint64_t Fd() const { return sink_.Get(); }
+    void Clear() { (void)::ftruncate(static_cast<int>(sink_.Get()), 0); }
     std::string Text() const {
         std::string text = it::ReadFile(path_);
-        std::erase(text, '\0');   // ASCII is enough to tell what failed
+        std::erase(text, '\0');
         return text;
     }
 
 private:
     std::string path_;
-    int fd_;
+    it::SinkFile sink_;
 };
 
 class Driver {
@@ -182,19 +173,11 @@ private:
     }
 
     // Tag names compare without ASCII case: Matroska hands out "TITLE".
-    static bool IsTitle(const std::u16string& name) {
-        static constexpr std::u16string_view kTitle = u"title";
-        if (name.size() != kTitle.size()) return false;
-        for (size_t i = 0; i < name.size(); ++i) {
-            const char16_t unit = name[i] >= u'A' && name[i] <= u'Z' ? char16_t(name[i] + 32) : name[i];
-            if (unit != kTitle[i]) return false;
-        }
-        return true;
-    }
-
     static std::u16string TitleOf(const std::vector<host::BlobEntry>& entries) {
         for (const host::BlobEntry& entry : entries) {
-            if (IsTitle(entry.name)) return entry.value;
+            std::u16string name = entry.name;
+            for (char16_t& unit : name) unit = unit >= u'A' && unit <= u'Z' ? char16_t(unit + 32) : unit;
+            if (name == u"title") return entry.value;
         }
         return u"";
     }
@@ -259,26 +242,6 @@ void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index) 
         Driver(shared, quit, seed, index).Run();
     } catch (const std::exception& error) {
         shared.Fail("thread " + std::to_string(index) + " ended: " + error.what());
-    }
-}
-
-QuitFifo::QuitFifo(const std::string& path) : path_(path) {
-    if (::mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no FIFO at " + path);
-    fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    if (fd_ < 0) throw std::runtime_error("cannot open the FIFO " + path);
-}
-
-QuitFifo::~QuitFifo() { ::close(fd_); }
-
-void QuitFifo::Set() { (void)::write(fd_, "q", 1); }
-
-bool QuitFifo::IsSet() const {
-    pollfd entry{fd_, POLLIN, 0};
-    return ::poll(&entry, 1, 0) == 1;
-}
-
-void QuitFifo::Reset() {
-    for (char byte; ::read(fd_, &byte, 1) == 1;) {
     }
 }
 

@@ -1,15 +1,8 @@
 // The soak's inputs: one short file of every kind the host meets, made by
-// ffmpeg, and each one's samples as the plug-in decodes them undisturbed.
+// ffmpeg, and each one's samples as ffmpeg itself decodes them.
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <filesystem>
 #include <stdexcept>
 
-#include "host/tagblobwriter.h"
-
-#include "host/text.h"
 #include "soak.h"
 #include "tests/integration/testkit.h"
 
@@ -37,42 +30,9 @@ size_t BytesBeforeApe(const std::string& bytes) {
     return bytes.size() - tag;
 }
 
-std::string DecodeAll(const host::Plugin& plugin, const std::string& path, uint32_t& blockAlign) {
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    const std::u16string wide = host::Utf8ToUtf16(path);
-    DecoderOpenInfo info{};
-    info.path = wide.c_str();
-    if (decoder.Open(info) == 0) throw std::runtime_error("the plug-in cannot open " + path);
-    blockAlign = static_cast<uint32_t>(info.format.wave[12]) | static_cast<uint32_t>(info.format.wave[13]) << 8;
-    std::string samples;
-    for (;;) {
-        DecoderBlockInfo block{};
-        if (decoder.DecodeBlock(block) == 0) throw std::runtime_error("the plug-in cannot decode " + path);
-        samples.append(static_cast<const char*>(block.samples), block.bytes);
-        if (block.endOfStream || block.bytes == 0) return samples;
-    }
-}
-
-// Whether the plug-in writes tags into a copy of `path`: kinds whose tag
-// engine isn't there yet are decoded only.
-bool CanRetag(const host::Plugin& plugin, const std::string& path, const std::string& dir) {
-    const std::string copy = dir + "/probe" + std::filesystem::path(path).extension().string();
-    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    const std::u16string wide = host::Utf8ToUtf16(copy);
-    const std::string blob = host::WriteTagBlob({{u"Title", u"Probe", {}}});
-    DecoderParam param{};
-    param.text = wide.c_str();
-    param.data = blob.data();
-    param.value = static_cast<int32_t>(blob.size());
-    const bool written = decoder.Set(u"IDTags", param) != 0;
-    std::filesystem::remove(copy);
-    return written;
-}
-
 }  // namespace
 
-std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin) {
+std::vector<Fixture> MakeFixtures(const std::string& dir) {
     const std::vector<std::string> tagged = {"-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
     const std::vector<Recipe> recipes = {
         {"tagged.tta", {"-c:a", "tta"}, true},
@@ -97,8 +57,9 @@ std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& pl
         args.insert(args.end(), recipe.args.begin(), recipe.args.end());
         args.push_back(fixture.path);
         it::Ffmpeg(args);
-        fixture.retag = recipe.retag && CanRetag(plugin, fixture.path, dir);
-        fixture.samples = DecodeAll(plugin, fixture.path, fixture.blockAlign);
+        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
+        fixture.samples = reference.data;
+        fixture.blockAlign = it::U16At(reference.format, 12);
         if (fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts"))
             fixture.audioBytes = BytesBeforeApe(it::ReadFile(fixture.path));
         fixtures.push_back(std::move(fixture));

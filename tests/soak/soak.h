@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/plugin.h"
+#include "tests/integration/quitfifo.h"
 
 namespace soak {
 
@@ -25,8 +26,8 @@ struct Fixture {
     bool retag = false;
 };
 
-// Generated with ffmpeg into `dir`; each decoded once through the plug-in.
-std::vector<Fixture> MakeFixtures(const std::string& dir, const host::Plugin& plugin);
+// Generated with ffmpeg into `dir`, each with ffmpeg's own decode.
+std::vector<Fixture> MakeFixtures(const std::string& dir);
 
 struct Tally {
     std::atomic<uint64_t> opens{0}, decodes{0}, seeks{0}, retags{0}, deletes{0}, quits{0}, failures{0};
@@ -46,23 +47,7 @@ struct Shared {
     void Fail(const std::string& text);
 };
 
-// The host's side of one quit event (a FIFO): set by writing a byte, reset by
-// reading it back.
-class QuitFifo {
-public:
-    explicit QuitFifo(const std::string& path);
-    QuitFifo(const QuitFifo&) = delete;
-    QuitFifo& operator=(const QuitFifo&) = delete;
-    ~QuitFifo();
-    const std::string& Path() const { return path_; }
-    void Set();
-    bool IsSet() const;
-    void Reset();
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
+using it::QuitFifo;
 
 // One decoder thread's loop until `shared.stop`.
 void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index);

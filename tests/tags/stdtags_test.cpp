@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
+#include "id3v2/id3builder.h"
 #include "tagfixture.h"
 #include "tags/stdtags.h"
 
@@ -31,10 +32,15 @@ protected:
 }  // namespace
 
 TEST_F(StdTagsTest, ReadMergesSourcesFirstWins) {
-    Make(ApeTag({{"Title", "ape"}, {"title", "second"}, {"Album", "x"}}).Bytes() + Id3v1("id3", "Artist", "", "", "", 4));
+    using namespace id3test;
+    const std::string id3v2 = Tag(3, Frame23("TIT2", Text("v2")) + Frame23("TALB", Text("v2 album")) +
+                                         Frame23("TCON", Text("(8)")) + Frame23("APIC", "\0image/png\0\x03\0img"s));
+    WriteFile(path, id3v2 + AudioBytes(kAudio) + ApeTag({{"Title", "ape"}, {"title", "second"}, {"Composer", "c"}}).Bytes() +
+                        Id3v1("id3", "Artist", "v1 album", "1999", "", 4));
     std::string version;
-    EXPECT_EQ(ReadAll(version), "Title=ape;Album=x;Artist=Artist;Track=4;");
-    EXPECT_EQ(version, "APEv2 & ID3v1.1");
+    EXPECT_EQ(ReadAll(version), "Title=ape;Composer=c;Album=v2 album;Genre=Jazz;_albumart_1_Front Album Cover=[3 bytes];"
+                                "Artist=Artist;Year=1999;Track=4;");
+    EXPECT_EQ(version, "APEv2 & ID3v2.3 & ID3v1.1");
     // A present but empty APE tag contributes nothing, not even its version.
     Make(ApeTag().Bytes() + Id3v1("id3"));
     EXPECT_EQ(ReadAll(version), "Title=id3;");

@@ -109,6 +109,13 @@ inline clFile OpenFile(const std::string& path, uint32_t access = clFile::kReadW
     return file;
 }
 
+// A log file of UTF-16LE, read as ASCII.
+inline std::string AsciiLog(const std::string& path) {
+    std::string text = ReadFile(path);
+    std::erase(text, '\0');
+    return text;
+}
+
 // A decoder's error log, written to a file that the test reads back.
 class LogCapture {
 public:
@@ -117,11 +124,7 @@ public:
     }
 
     const clLogTarget* Target() const { return &target_; }
-    std::string Text() const {   // UTF-16LE as ASCII
-        std::string text = ReadFile(path_);
-        std::erase(text, '\0');
-        return text;
-    }
+    std::string Text() const { return AsciiLog(path_); }
 
 private:
     std::string path_;

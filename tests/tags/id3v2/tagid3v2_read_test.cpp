@@ -1,11 +1,10 @@
 // TagID3v2 reading over files: finding the tag, art keys, the table of
-// contents, the band-name repair, and the merge of all three kinds of tag.
+// contents and the band-name repair.
 
 #include <gtest/gtest.h>
 
 #include "id3builder.h"
 #include "tags/id3v2/tagid3v2.h"
-#include "tags/stdtags.h"
 #include "tests/tags/tagfixture.h"
 
 using namespace id3test;
@@ -87,18 +86,4 @@ TEST_F(TagID3v2ReadTest, RejoinSlashNames) {
         TagID3v2::rejoinSlashName(value);
         EXPECT_TRUE(value == clString(c.out)) << Utf8(value);
     }
-}
-
-TEST_F(TagID3v2ReadTest, AllThreeKindsMergeInFlowOrder) {
-    const std::string id3v2 = Tag(3, Frame23("TIT2", Text("v2 title")) + Frame23("TALB", Text("v2 album")) +
-                                         Frame23("TCON", Text("(8)")) + Frame23("APIC", Apic(3, "", "img")));
-    const std::string ape = ApeTag({{"Title", "ape title"}, {"Composer", "ape"}}).Bytes();
-    WriteFile(path, id3v2 + AudioBytes(300) + ape + Id3v1("v1 title", "v1 artist", "v1 album", "1999"));
-    IDTags tags;
-    clString version;
-    ASSERT_TRUE(ReadStdTags(S(path), tags, version, nullptr));
-    EXPECT_EQ(Utf8(version), "APEv2 & ID3v2.3 & ID3v1.0");
-    EXPECT_EQ(tagtest::Describe(tags),
-              "Title=ape title;Composer=ape;Album=v2 album;Genre=Jazz;_albumart_1_Front Album Cover=[3 bytes];"
-              "Artist=v1 artist;Year=1999;");
 }

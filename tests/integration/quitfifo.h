@@ -1,0 +1,26 @@
+#pragma once
+// The host's side of a quit event on Linux: a FIFO it sets by writing one
+// byte and resets by reading it back. Used by the integration tests and the
+// soak; failures throw std::runtime_error.
+
+#include <string>
+
+namespace it {
+
+class QuitFifo {
+public:
+    explicit QuitFifo(const std::string& path);
+    QuitFifo(const QuitFifo&) = delete;
+    QuitFifo& operator=(const QuitFifo&) = delete;
+    ~QuitFifo();
+    const std::string& Path() const { return path_; }
+    void Set();
+    bool IsSet() const;
+    void Reset();
+
+private:
+    std::string path_;
+    int fd_ = -1;
+};
+
+}  // namespace it
