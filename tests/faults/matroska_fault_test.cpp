@@ -32,6 +32,15 @@ const char* OpName(Op op) {
     return "";
 }
 
+// The FileUID goes out in the fewest bytes, so one time in 128 or so it is
+// shorter and every element after it moves. Runs that compare whole files
+// are repeated until their FileUID takes all 8 bytes.
+bool HasShortFileUid(const std::string& bytes) {
+    static const std::string kFileUid("\x46\xAE", 2);
+    const size_t at = bytes.find(kFileUid);
+    return at != std::string::npos && at + 2 < bytes.size() && bytes[at + 2] != '\x88';
+}
+
 // One file made by ffmpeg, and the same with a cover attached: the starting
 // points of the four flows.
 class MatroskaFaults : public ::testing::Test {
@@ -76,6 +85,12 @@ protected:
         std::string log;
         int64_t read = 0, written = 0, injected = 0;
     };
+
+    static Outcome RunWithFullFileUid(Op op, const std::optional<faults::Plan>& plan) {
+        Outcome outcome = Run(op, plan);
+        for (int tries = 1; tries < 8 && HasShortFileUid(outcome.file); ++tries) outcome = Run(op, plan);
+        return outcome;
+    }
 
     // Runs `op` on a fresh copy; with a plan, under it (an empty plan measures).
     static Outcome Run(Op op, const std::optional<faults::Plan>& plan) {
@@ -145,7 +160,7 @@ struct Fault {
 TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
     for (const Op op : {Op::Title, Op::AddCover, Op::RemoveCover, Op::DeleteAll}) {
         SCOPED_TRACE(OpName(op));
-        const Outcome clean = Run(op, faults::Plan{});
+        const Outcome clean = RunWithFullFileUid(op, faults::Plan{});
         ASSERT_TRUE(clean.result) << clean.log;
         ASSERT_GT(clean.written, 0) << "the flow changed nothing";
         ASSERT_NE(clean.file, StartOf(op));
@@ -169,7 +184,8 @@ TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
         };
         for (const Fault& row : rows) {
             SCOPED_TRACE(row.name);
-            const Outcome faulted = Run(op, row.plan);
+            const Outcome faulted =
+                row.expect == Expect::Same ? RunWithFullFileUid(op, row.plan) : Run(op, row.plan);
             EXPECT_GT(faulted.injected, 0) << "the plan never struck";
             if (row.expect == Expect::Same) {
                 EXPECT_TRUE(faulted.result) << faulted.log;
