@@ -14,8 +14,6 @@
 //
 // quit_bench [--quits N]
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,6 +33,7 @@
 
 #include "codecs/decoders/ffmpeg/exports.h"
 #include "host/plugin.h"
+#include "tests/integration/quitfifo.h"
 
 namespace {
 
@@ -45,33 +44,11 @@ double Ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(
 
 std::u16string Wide(const std::string& ascii) { return std::u16string(ascii.begin(), ascii.end()); }
 
-// The host's side of the quit event: a FIFO, set by one byte, reset by reading it.
-class QuitEvent {
-public:
-    explicit QuitEvent(const std::string& path) : path_(path) {
-        if (::mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no FIFO at " + path);
-        fd_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        if (fd_ < 0) throw std::runtime_error("cannot open " + path);
-    }
-    QuitEvent(const QuitEvent&) = delete;
-    QuitEvent& operator=(const QuitEvent&) = delete;
-    ~QuitEvent() { ::close(fd_); }
-    const std::string& Path() const { return path_; }
-    void Set() const { (void)!::write(fd_, "q", 1); }
-    void Reset() const {
-        for (char byte; ::read(fd_, &byte, 1) == 1;) {
-        }
-    }
-
-private:
-    std::string path_;
-    int fd_ = -1;
-};
 
 // Sets the event at `when` unless the call returned first; tells when it fired.
 class Firing {
 public:
-    Firing(const QuitEvent& event, Clock::time_point when)
+    Firing(it::QuitFifo& event, Clock::time_point when)
         : thread_([this, &event, when] {
               while (!done_ && Clock::now() < when) std::this_thread::sleep_for(std::chrono::microseconds(200));
               if (done_) return;
@@ -97,7 +74,7 @@ private:
 // One decoder that watches the event; destroyed (with its worker) at once.
 class Session {
 public:
-    Session(const host::Plugin& plugin, const QuitEvent& event) : plugin_(plugin) {
+    Session(const host::Plugin& plugin, const it::QuitFifo& event) : plugin_(plugin) {
         const DecoderCreateInfo info{};
         decoder_ = plugin_.Create(&info);
         if (decoder_ == nullptr) throw std::runtime_error("Create failed");
@@ -140,7 +117,7 @@ struct Figures {
     int early = 0;   // calls that ended before the event or in spite of it, not counted
 };
 
-Figures Measure(const Point& point, const QuitEvent& event, int quits, std::mt19937& random) {
+Figures Measure(const Point& point, it::QuitFifo& event, int quits, std::mt19937& random) {
     Figures figures;
     std::uniform_real_distribution<double> delay(0.0, point.windowMs);
     while (static_cast<int>(figures.latencies.size()) < quits) {
@@ -175,7 +152,7 @@ double Percentile(std::vector<double> values, double p) {
 }
 
 // Median time of an undisturbed Open of `input`: the window for the worker start.
-double OpenTimeMs(const host::Plugin& plugin, const QuitEvent& event, const std::string& input) {
+double OpenTimeMs(const host::Plugin& plugin, const it::QuitFifo& event, const std::string& input) {
     std::vector<double> times;
     for (int i = 0; i < 21; ++i) {
         Session session(plugin, event);
@@ -206,7 +183,7 @@ int Run(int quits) {
     MakeTree(dir + "/fake", FD_FAKE_WORKER);
     const host::Plugin real(FD_PLUGIN_PATH);
     const host::Plugin fake(dir + "/fake/plugins/ffmpeg_decoder.so");
-    const QuitEvent event(dir + "/quit");
+    it::QuitFifo event(dir + "/quit");
 
     const std::string tone = dir + "/tone.flac";
     const std::string make = std::string(FD_FFMPEG_PATH) +
