@@ -2,6 +2,11 @@
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+#include <vector>
+
 namespace Matroska {
 
 void ParserRoot::Open(EBML::StreamRW& stream) {
@@ -9,6 +14,7 @@ void ParserRoot::Open(EBML::StreamRW& stream) {
     EBML::SeekToEbmlMagic(stream);
     Run(stream);
     segment.FollowSeekHeads(stream);
+    segment.CheckNoneInsideAnother(stream);
 }
 
 void ParserRoot::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
@@ -96,6 +102,35 @@ void ParserSegmentV2::FollowSeekHeads(EBML::StreamSeekable& stream) {
                 ReadSeekEntries(stream);
             }
             VisitedSeekHeads.insert(offset);
+        }
+    }
+}
+
+void ParserSegmentV2::CheckNoneInsideAnother(EBML::StreamSeekable& stream) const {
+    std::vector<std::pair<uint64_t, uint64_t>> extents;
+    for (const auto& [id, offsets] : ElementTable) {
+        for (uint64_t offset : offsets) {
+            try {
+                EBML::BoundedSeek(stream, offset);
+                EBML::ReadElementId(stream);
+                const uint64_t size = EBML::ReadElementSize(stream);
+                const uint64_t body = stream.Tell();
+                // An element of unknown size has no end to hold others in.
+                if (size >= EBML::kUnknownSize || size > UINT64_MAX - body) continue;
+                extents.emplace_back(offset, body + size);
+            } catch (const EBML::ParseError&) {
+                // Its header isn't there: whoever uses this entry finds that out.
+            }
+        }
+    }
+    std::sort(extents.begin(), extents.end());
+    uint64_t reach = 0;
+    uint64_t reachBegin = 0;
+    for (const auto& [begin, end] : extents) {
+        if (begin < reach && begin != reachBegin) EBML::Fail();
+        if (end > reach) {
+            reach = end;
+            reachBegin = begin;
         }
     }
 }

@@ -24,6 +24,9 @@ public:
 
     // Reads SeekHeads that Seek entries point at, until none is new.
     void FollowSeekHeads(EBML::StreamSeekable& stream);
+    // Fails when a known element begins inside another one: a Seek entry
+    // that points into the middle of an element proves nothing about it.
+    void CheckNoneInsideAnother(EBML::StreamSeekable& stream) const;
 
     ElementTableType ElementTable;
     std::set<uint64_t> VisitedSeekHeads;
