@@ -59,9 +59,21 @@ bool Targeted(int fd, const Plan& plan) {
     return std::string(link, static_cast<size_t>(length)).rfind(plan.target, 0) == 0;
 }
 
+// The offset fault: the count the call may move, or -1 with errno set.
+ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int failErrno) {
+    if (failsAt < 0 || allowed <= 0 || (state.plan.once && state.struck)) return allowed;
+    const off_t here = ::lseek(fd, 0, SEEK_CUR);
+    if (here < 0 || here > failsAt || here + allowed <= failsAt) return allowed;
+    ++state.injected;
+    if (here < failsAt) return static_cast<ssize_t>(failsAt - here);
+    state.struck = true;
+    errno = failErrno;
+    return -1;
+}
+
 // Decides one call; returns -1 with errno set when the call is to fail now,
 // else the count it may move.
-ssize_t Decide(State& state, size_t count, int64_t done, int64_t failAfter, int failErrno) {
+ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAfter, int64_t failsAt, int failErrno) {
     const Plan& plan = state.plan;
     if (plan.interrupt && (state.interruptNext = !state.interruptNext)) {
         ++state.injected;
@@ -77,19 +89,7 @@ ssize_t Decide(State& state, size_t count, int64_t done, int64_t failAfter, int 
     if (failAfter >= 0) allowed = std::min<size_t>(allowed, static_cast<size_t>(failAfter - done));
     if (plan.maxChunk != 0) allowed = std::min(allowed, plan.maxChunk);
     if (allowed != count) ++state.injected;
-    return static_cast<ssize_t>(allowed);
-}
-
-// The offset fault: the count the call may move, or -1 with errno set.
-ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int failErrno) {
-    if (failsAt < 0 || allowed <= 0 || (state.plan.once && state.struck)) return allowed;
-    const off_t here = ::lseek(fd, 0, SEEK_CUR);
-    if (here < 0 || here > failsAt || here + allowed <= failsAt) return allowed;
-    ++state.injected;
-    if (here < failsAt) return static_cast<ssize_t>(failsAt - here);
-    state.struck = true;
-    errno = failErrno;
-    return -1;
+    return AtOffset(state, fd, static_cast<ssize_t>(allowed), failsAt, failErrno);
 }
 
 }  // namespace
@@ -152,8 +152,7 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
                 (void)fd;
                 ::truncate(plan.target.c_str(), plan.shrinkTo);   // the descriptor may be read-only
             }
-            allowed = faults::Decide(state, count, state.read, plan.readFailAfter, EIO);
-            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, plan.readFailsAt, EIO);
+            allowed = faults::Decide(state, fd, count, state.read, plan.readFailAfter, plan.readFailsAt, EIO);
             if (allowed < 0) return -1;
         }
     }
@@ -173,8 +172,8 @@ extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
         const std::lock_guard lock(state.mutex);
         targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
         if (targeted) {
-            allowed = faults::Decide(state, count, state.written, state.plan.writeFailAfter, ENOSPC);
-            if (allowed >= 0) allowed = faults::AtOffset(state, fd, allowed, state.plan.writeFailsAt, ENOSPC);
+            allowed = faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter,
+                                     state.plan.writeFailsAt, ENOSPC);
             if (allowed < 0) return -1;
         }
     }
