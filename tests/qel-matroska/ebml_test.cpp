@@ -14,13 +14,9 @@ using namespace ebmltest;
 namespace {
 
 std::string Hex(const std::vector<uint8_t>& bytes) {
+    const char* digits = "0123456789ABCDEF";
     std::string out;
-    char digits[4];
-    for (uint8_t b : bytes) {
-        std::snprintf(digits, sizeof digits, "%02X ", b);
-        out += digits;
-    }
-    if (!out.empty()) out.pop_back();
+    for (uint8_t b : bytes) out += std::string(out.empty() ? "" : " ") + digits[b >> 4] + digits[b & 15];
     return out;
 }
 
@@ -151,10 +147,8 @@ TEST(Ebml, HeaderVersionsAndMagic) {
         std::string body;
         bool ok;
     } cases[] = {
-        {El(0x282, "webm") + UInt(0x285, 2) + UInt(0x2F7, 1), true},
-        {El(0x282, "webm") + UInt(0x285, 3), false},
-        {El(0x282, "webm") + UInt(0x2F7, 2), false},
-        {El(0x282, "we\x01" "bm"), false},
+        {El(0x282, "webm") + UInt(0x285, 2) + UInt(0x2F7, 1), true}, {El(0x282, "webm") + UInt(0x285, 3), false},
+        {El(0x282, "webm") + UInt(0x2F7, 2), false}, {El(0x282, "we\x01" "bm"), false},
     };
     for (const auto& c : cases) {
         EBML::StreamMem stream(c.body.data(), c.body.size());

@@ -46,6 +46,10 @@ inline constexpr uint32_t kHeader = 0x0A45DFA3, kDocType = 0x282, kSegment = 0x0
                           kFileMimeType = 0x660, kFileData = 0x65C, kFileUid = 0x6AE, kCrc32 = 0x3F;
 
 inline std::string Header(const std::string& docType = "matroska") { return El(kHeader, El(kDocType, docType)); }
+inline std::string File(const std::string& segmentBody, const std::string& docType = "matroska") {
+    return Header(docType) + El(kSegment, segmentBody);
+}
+inline const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));   // a timestamp scale
 inline std::string Seek(uint32_t heldId, uint64_t position) {
     std::string idBytes = VarInt(heldId);
     return El(kSeek, El(kSeekId, idBytes) + UInt(kSeekPosition, position));

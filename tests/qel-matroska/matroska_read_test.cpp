@@ -18,10 +18,6 @@ using namespace tagtest;
 
 namespace {
 
-std::string File(const std::string& segmentBody, const std::string& docType = "matroska") {
-    return Header(docType) + El(kSegment, segmentBody);
-}
-
 std::string TagWith(const std::string& targets, std::initializer_list<std::string> simples) {
     std::string body = targets.empty() ? "" : El(kTargets, targets);
     for (const std::string& simple : simples) body += simple;
@@ -63,7 +59,6 @@ protected:
     std::string path = dir.File("song.mka");
 };
 
-const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));
 const std::string kTracksElement = El(kTracks, "");
 const std::string kTagsTitle = El(kTags, TagWith("", {Simple("TITLE", "Album")}));
 
@@ -120,10 +115,8 @@ TEST_F(MatroskaRead, StructureFailures) {
         {"seek without position", File(El(kSeekHead, El(kSeek, El(kSeekId, VarInt(kTags))))), generic},
         {"seek id of 5 bytes", File(El(kSeekHead, El(kSeek, El(kSeekId, VarInt(kTags) + "x") + UInt(kSeekPosition, 0)))), generic},
         {"two headers", Header() + File(kTagsTitle), generic},
-        {"two segments", File(kTagsTitle) + El(kSegment, ""), generic},
-        {"no segment", Header(), generic},
-        {"no magic byte", std::string(100, 'x'), generic},
-        {"empty file", "", generic},
+        {"two segments", File(kTagsTitle) + El(kSegment, ""), generic}, {"no segment", Header(), generic},
+        {"no magic byte", std::string(100, 'x'), generic}, {"empty file", "", generic},
         {"two TagStrings", File(El(kTags, TagWith("", {El(kSimpleTag, El(kTagName, "A") + El(kTagString, "1") + El(kTagString, "2"))}))), generic},
         {"two Targets", File(El(kTags, El(kTag, El(kTargets, "") + El(kTargets, "")))), generic},
         {"two FileData", File(El(kAttachments, El(kAttachedFile, El(kFileName, "a.png") + El(kFileData, "1") + El(kFileData, "2")))), generic},
@@ -171,5 +164,40 @@ TEST_F(MatroskaRead, DamagedFilesNeverCrash) {
         std::string bad = good;
         for (int flips = 0; flips < 3; ++flips) bad[random() % bad.size()] = static_cast<char>(random());
         Read(bad);
+    }
+}
+
+// A reading stream serves small reads from a window of the file: every mix of
+// seeks, skips and reads, across the window's edge and up to the end, must
+// give the file's bytes and positions, and a read past the end must fail.
+TEST_F(MatroskaRead, WindowedReadsGiveTheFilesBytes) {
+    std::mt19937 random(11);
+    std::string bytes(200000, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    const std::string path = dir.File("window.mka");
+    WriteFile(path, bytes);
+    streamImpl stream(S(path));
+    ASSERT_TRUE(stream.Open(clFile::kRead));
+    stream.m_range = {0, bytes.size()};
+    uint64_t at = 0;
+    for (int step = 0; step < 4000; ++step) {
+        const uint32_t kind = random() % 8;
+        const uint64_t size = kind == 0 ? random() % 140000 : random() % 300;
+        if (kind == 1) {
+            at = random() % 2 ? 65536 - random() % 8 : random() % (bytes.size() + 1);
+            stream.Seek(at);
+        } else if (at + size > bytes.size()) {
+            EXPECT_THROW(stream.Read(std::string(size, '\0').data(), size), EBML::ParseError);
+            stream.Seek(at);
+        } else if (kind == 2) {
+            stream.Skip(size);
+            at += size;
+        } else {
+            std::string got(size, '\0');
+            stream.Read(got.data(), size);
+            ASSERT_TRUE(got == bytes.substr(at, size)) << "read of " << size << " at " << at;
+            at += size;
+        }
+        ASSERT_EQ(stream.Tell(), at);
     }
 }

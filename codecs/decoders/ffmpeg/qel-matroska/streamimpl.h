@@ -1,8 +1,16 @@
 #pragma once
 // The file stream of the Matroska engine: one clFile, read, written and
 // resized through the EBML stream slots. Failures are EBML::ParseError.
+//
+// The EBML walk reads an element's ID and size a byte or two at a time and
+// asks for its position after each; done one system call each, that costs
+// thousands of calls for a small file. So the stream keeps the position
+// itself, and a stream opened only for reading serves small reads from a
+// window of the file read in one go. A stream that writes reads straight
+// from the file, so it never acts on bytes older than its own writes.
 
 #include <cstdint>
+#include <vector>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/ebml.h"
 #include "support/clFile.h"
@@ -26,4 +34,17 @@ public:
     uint64_t GetSize() override;
 
     clFile file;
+
+private:
+    // Reads at the file's own position until `size` bytes or the end of the
+    // file; the count read.
+    size_t ReadUpTo(uint8_t* bytes, size_t size, bool& failed);
+    bool ReadThroughWindow(uint8_t* bytes, uint64_t size);
+    void MoveFileTo(uint64_t position);
+
+    bool windowed_ = false;             // opened for reading only
+    std::vector<uint8_t> window_;       // file bytes from windowStart_ on
+    uint64_t windowStart_ = 0;
+    uint64_t position_ = 0;             // valid when positionKnown_
+    bool positionKnown_ = false;
 };
