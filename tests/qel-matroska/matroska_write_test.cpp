@@ -19,7 +19,6 @@ using namespace tagtest;
 
 namespace {
 
-const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));
 const std::string kTracksElement = El(kTracks, std::string(30, '\0'));
 
 // Tags in the form the engine writes them.
@@ -35,7 +34,6 @@ std::string VoidOf(size_t total) {
     return "\xEC" + std::string{static_cast<char>(0x40 | size >> 8), static_cast<char>(size & 0xFF)} +
            std::string(size, '\0');
 }
-std::string File(const std::string& segmentBody) { return Header() + El(kSegment, segmentBody); }
 std::string TwoClusters() { return Cluster(100) + Cluster(50); }
 
 // "KEY=NAME@LEVEL:VALUE,...;" of the Global map.
@@ -190,6 +188,8 @@ TEST_F(MatroskaWrite, InPlaceReplacement) {
 TEST_F(MatroskaWrite, UntaggableFilesStayAsTheyWere) {
     const std::string reason = "Couldn't update Matroska tags: File can't be retagged, please re-mux it with up-to-date "
                                "Matroska tools  [writeTagsInternal]\r\n";
+    // An empty SeekHead stops a reader's walk, so the Tags behind the Cluster are never seen.
+    const std::string hidden = El(kSeekHead, "") + Cluster() + Tags("x");
     const struct {
         const char* what;
         std::string bytes;
@@ -197,6 +197,8 @@ TEST_F(MatroskaWrite, UntaggableFilesStayAsTheyWere) {
         {"metadata between Clusters", File(VoidOf(100) + Cluster() + kInfoElement + Cluster() + Tags("x") + kTracksElement)},
         {"no Cluster", File(kInfoElement + Tags("x") + kTracksElement)},
         {"unknown-size Segment", Header() + ElSized(kSegment, "\xFF", VoidOf(100) + Cluster() + Tags("x"))},
+        {"tags hidden among the Clusters, no room for a SeekHead",
+         Header() + ElSized(kSegment, std::string("\x01\0\0\0\0\0\0", 7) + static_cast<char>(hidden.size()), hidden)},
     };
     for (const auto& c : cases) {
         const size_t seen = log.Text().size();

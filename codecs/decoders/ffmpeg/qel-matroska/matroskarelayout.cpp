@@ -26,6 +26,9 @@ struct Survey {
     uint64_t firstCluster = 0;
     uint64_t availLeading = 0;
     uint64_t scanTrailing = 0;
+    // An element other than Cluster and Void among the Clusters that no
+    // Seek entry names: hidden from a reader that trusts the SeekHead.
+    bool hiddenAmongClusters = false;
     std::vector<Planned> list;
 };
 
@@ -83,7 +86,8 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
     // that ends in front of the tail, or the tail's bytes aren't proven free.
     EBML::BoundedSeek(stream, survey.firstCluster);
     while (stream.Tell() < survey.scanTrailing) {
-        EBML::ReadElementId(stream);
+        const uint32_t found = EBML::ReadElementId(stream);
+        if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
         const uint64_t bodySize = EBML::ReadElementSize(stream);
         if (bodySize > survey.scanTrailing - stream.Tell()) EBML::Fail();
         EBML::BoundedSkip(stream, bodySize);
@@ -172,6 +176,10 @@ void RelayoutSegment(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* da
     const uint64_t estimate = kSeekEntryRoom * survey.list.size() + kSeekHeadHeaderRoom;
     Layout layout;
     if (survey.availLeading < kMinimalSeekHeadRoom) {
+        // Without a SeekHead a reader walks the whole Segment, so what hid
+        // among the Clusters would come to light: tags the user never saw,
+        // or bytes that don't parse.
+        if (survey.hiddenAmongClusters) EBML::Fail();
         LayoutWithoutSeekHead(survey, layout);
     } else if (survey.availLeading < estimate) {
         LayoutWithSmallSeekHead(survey, layout, dataBegin, estimate);
