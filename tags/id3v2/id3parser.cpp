@@ -78,7 +78,7 @@ id3frame& AppendFrame(id3tag& tag, uint32_t id, uint32_t version, uint8_t status
 // Reads `size` bytes in growing steps, so that a size field that lies costs
 // no more memory than the bytes that are really there.
 std::vector<uint8_t> ReadBody(streamIn& stream, uint64_t size) {
-    constexpr uint64_t kStep = 1 << 20;
+    constexpr uint64_t kStep = 64 << 10;
     std::vector<uint8_t> body;
     body.reserve(static_cast<size_t>(std::min(size, kStep)));
     while (body.size() < size) {

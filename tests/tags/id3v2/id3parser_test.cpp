@@ -131,8 +131,7 @@ TEST(Id3Parser, HandMadeLayouts) {
     EXPECT_EQ(picture.id, frameId("APIC"));
     EXPECT_EQ(picture.data, Bytes(std::string("\0image/png\0\x03" "d\0", 14) + png));
     EXPECT_EQ(v22.frames.back().id, 0u);   // "ULT" has no four-letter form
-    const id3tag compressed = Parse(layouts[5].bytes);
-    EXPECT_EQ(compressed.frames.size(), 1u);
+    EXPECT_EQ(Parse(layouts[5].bytes).frames.size(), 1u);   // the compressed frames are skipped
 }
 
 TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
@@ -174,6 +173,6 @@ TEST(Id3Parser, LyingSizesCostNoLargeAllocation) {
     EXPECT_NO_THROW(Parse(bytes));   // an unsynchronised body ends where the bytes end
     if (LargestAllocation::Available()) {
         EXPECT_GT(watch.Largest(), 16000u);   // the unsynchronised body was seen
-        EXPECT_LT(watch.Largest(), 2u << 20);
+        EXPECT_LT(watch.Largest(), 256u << 10);
     }
 }
