@@ -11,8 +11,9 @@
 # may pass 64 MB. `all` names every target.
 #
 # The targets run one after another on one core each time (FD_FUZZ_JOBS runs
-# that many targets side by side). The last lines sum up executions, coverage
-# and findings per target.
+# that many targets side by side; FD_FUZZ_FLAGS adds libFuzzer flags, such as
+# -entropic=0). The last lines sum up executions, coverage and findings per
+# target.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,7 +24,7 @@ while [[ $# -gt 0 ]]; do
   case $1 in
     --minutes) minutes=$2; shift 2 ;;
     --runs) runs=$2; shift 2 ;;
-    -h|--help) sed -n '2,13p' "$0"; exit 0 ;;
+    -h|--help) sed -n '2,14p' "$0"; exit 0 ;;
     *) targets+=("$1"); shift ;;
   esac
 done
@@ -67,7 +68,7 @@ campaign() {
   local seeds=("$kept")
   [[ -d fuzz/hostile/$name ]] && seeds+=("fuzz/hostile/$name")
   "$fuzzer" "${limit[@]}" -rss_limit_mb=2048 -malloc_limit_mb=64 -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$regressions/" "$work" "${seeds[@]}" >"$log" 2>&1
+    ${FD_FUZZ_FLAGS:-} -artifact_prefix="$regressions/" "$work" "${seeds[@]}" >"$log" 2>&1
   local status=$?
 
   # Keep only what adds coverage: the old corpus first, then the new finds.
