@@ -147,21 +147,15 @@ TEST(StdErrParse, BitrateAndDurationForms) {
         {"1411 KB/S", 1411000u}, {"1411 kb/s", 1411000u}, {"64000 B/s", 64000u}, {"320 kbit/s", 0u},
         {"320kb/s", 0u}, {"N/A", 0u}, {"99999999999 kb/s", UINT32_MAX},
     };
+    const std::string input = "Input #0, wav, from 'x':\n  Duration: ";
     for (const auto& [text, expected] : bitrates) {
-        EXPECT_EQ(Parse("Input #0, wav, from 'x':\n  Duration: 00:00:01.00, start: 0.0, bitrate: " +
-                        std::string(text) + "\nEnd\n")
-                      .bitrate,
-                  expected)
-            << text;
+        EXPECT_EQ(Parse(input + "00:00:01.00, start: 0.0, bitrate: " + text + "\nEnd\n").bitrate, expected) << text;
     }
     // Truncated to milliseconds.
     const std::pair<const char*, int64_t> durations[] = {
         {"00:00:01.9999", 1999}, {"01:02:03.25", 3723250}, {"100:00:00.00", 360000000}, {"12.5", 12500}};
     for (const auto& [text, expected] : durations) {
-        EXPECT_EQ(Deliver(Parse("Input #0, wav, from 'x':\n  Duration: " + std::string(text) + ", start: 0\nEnd\n"))
-                      .DurationMs(),
-                  expected)
-            << text;
+        EXPECT_EQ(Deliver(Parse(input + text + ", start: 0\nEnd\n")).DurationMs(), expected) << text;
     }
 
     const StdErrParse na = Parse(

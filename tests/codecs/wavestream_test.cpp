@@ -155,12 +155,10 @@ TEST(Wave64Header, PcmIsRecomputedOtherChunksSkippedUpToTheFirstSample) {
 
 TEST(Wave64Header, FormatChunkSizeBounds) {
     for (uint64_t size : {39u, 65561u}) {
-        Wave64 w;
-        w.ChunkSized("fmt ", size, Bytes(size - 24, 0), (8 - (size - 24) % 8) % 8);
-        EXPECT_THROW(ReadWithSamples(w), Qel::invalid_input) << size;
+        EXPECT_THROW(ReadWithSamples(Wave64().ChunkSized("fmt ", size, Bytes(size - 24, 0), (8 - (size - 24) % 8) % 8)),
+                     Qel::invalid_input) << size;
     }
-    Wave64 smallest;   // 40: a 16-byte body
-    const auto r16 = ReadWithSamples(smallest.Format({}));
+    const auto r16 = ReadWithSamples(Wave64().Format({}));   // 40: a 16-byte body
     EXPECT_EQ(r16->wave.ExtraSize(), 0);
     EXPECT_EQ(r16->wave.BitsPerSample(), 16);
     EXPECT_EQ(r16->rest, kSamples);
@@ -168,8 +166,7 @@ TEST(Wave64Header, FormatChunkSizeBounds) {
     // 65560: an ADPCM record whose extra bytes fill all 65536.
     Bytes tail = ExtraTail(65536 - 18);
     tail.back() = 0x42;
-    Wave64 largest;
-    const auto big = ReadWithSamples(largest.Format({.tag = 2, .tail = tail}));
+    const auto big = ReadWithSamples(Wave64().Format({.tag = 2, .tail = tail}));
     EXPECT_EQ(big->wave.ExtraSize(), 65518);
     EXPECT_EQ(big->wave.Record()[65535], 0x42);
     EXPECT_EQ(big->Record(), Handed({.tag = 2, .tail = {0xEE, 0xFF}})) << "the extra size goes, not the bytes";
@@ -178,16 +175,14 @@ TEST(Wave64Header, FormatChunkSizeBounds) {
 
 TEST(Wave64Header, ExtraBytesShortExtensibleAndAdpcm) {
     // 18 bytes claiming 22 extra: taken with extra size 0.
-    Wave64 w18;
-    const auto r18 = ReadWithSamples(w18.Format({.tag = 0xFFFE, .tail = {22, 0}}));
+    const auto r18 = ReadWithSamples(Wave64().Format({.tag = 0xFFFE, .tail = {22, 0}}));
     EXPECT_EQ(r18->wave.ExtraSize(), 0);
     EXPECT_EQ(r18->wave.EffectiveTag(), 0xFFFE);
     EXPECT_EQ(r18->Record(), Handed({.tag = 0xFFFE, .tail = {0, 0}}));
     EXPECT_EQ(r18->rest, kSamples);
 
     // Extensible PCM: block align and rate recomputed, the record handed over whole.
-    Wave64 ext;
-    const auto r = ReadWithSamples(ext.Format({.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1,
+    const auto r = ReadWithSamples(Wave64().Format({.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1,
                                               .blockAlign = 7, .bits = 24, .tail = ExtensibleTail(20, 0x3F, 1)}));
     EXPECT_EQ(r->wave.EffectiveTag(), 1);
     EXPECT_EQ(r->wave.BlockAlign(), 18);
@@ -195,25 +190,21 @@ TEST(Wave64Header, ExtraBytesShortExtensibleAndAdpcm) {
                                  .blockAlign = 18, .bits = 24, .tail = ExtensibleTail(20, 0x3F, 1)}));
 
     // ADPCM keeps what it declares; its extra bytes stay home.
-    Wave64 adpcm;
-    const auto a = ReadWithSamples(
-        adpcm.Format({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)}));
+    const auto a =
+        ReadWithSamples(Wave64().Format({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)}));
     EXPECT_EQ(a->wave.BlockAlign(), 2048);
     EXPECT_EQ(a->wave.AvgBytesPerSecond(), 44359u);
     EXPECT_EQ(a->Record(), Handed({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = {32, 0}}));
 }
 
 TEST(Wave64Header, DataSizesAndASecondFormatChunk) {
-    Wave64 empty;
-    const auto r0 = Read(empty.Format({}).Data(0, {}).bytes);
+    const auto r0 = Read(Wave64().Format({}).Data(0, {}).bytes);
     EXPECT_EQ(r0->dataSize, 0u);
     EXPECT_TRUE(r0->rest.empty());
-    Wave64 endless;
-    EXPECT_EQ(Read(endless.Format({}).Data(~uint64_t{0} - 24, kSamples).bytes)->dataSize, ~uint64_t{0} - 24);
+    EXPECT_EQ(Read(Wave64().Format({}).Data(~uint64_t{0} - 24, kSamples).bytes)->dataSize, ~uint64_t{0} - 24);
 
-    Wave64 twice;
-    twice.Format({.tag = 2, .blockAlign = 512, .tail = ExtraTail(4)}).Format({.channels = 1, .rate = 8000, .bits = 8});
-    const auto r = ReadWithSamples(twice);
+    const auto r = ReadWithSamples(
+        Wave64().Format({.tag = 2, .blockAlign = 512, .tail = ExtraTail(4)}).Format({.channels = 1, .rate = 8000, .bits = 8}));
     EXPECT_EQ(r->wave.ExtraSize(), 0);
     EXPECT_EQ(r->Record(), Handed({.channels = 1, .rate = 8000, .avgBytes = 8000, .blockAlign = 1, .bits = 8}));
     EXPECT_EQ(r->rest, kSamples);

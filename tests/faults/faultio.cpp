@@ -13,25 +13,10 @@
 namespace faults {
 namespace {
 
-using ReadFn = ssize_t (*)(int, void*, size_t);
-using WriteFn = ssize_t (*)(int, const void*, size_t);
-using TruncateFn = int (*)(int, off_t);
-
+// The C library's own function, one per signature, looked up once.
 template <typename Fn>
 Fn Real(const char* name) {
-    return reinterpret_cast<Fn>(::dlsym(RTLD_NEXT, name));
-}
-
-ReadFn RealRead() {
-    static const ReadFn fn = Real<ReadFn>("read");
-    return fn;
-}
-WriteFn RealWrite() {
-    static const WriteFn fn = Real<WriteFn>("write");
-    return fn;
-}
-TruncateFn RealTruncate() {
-    static const TruncateFn fn = Real<TruncateFn>("ftruncate");
+    static const Fn fn = reinterpret_cast<Fn>(::dlsym(RTLD_NEXT, name));
     return fn;
 }
 
@@ -50,13 +35,26 @@ State& TheState() {
     return state;
 }
 
+int64_t Locked(int64_t State::*field) {
+    State& state = TheState();
+    const std::lock_guard lock(state.mutex);
+    return state.*field;
+}
+
 bool Targeted(int fd, const Plan& plan) {
     if (fd < 3) return false;
     char link[PATH_MAX];
     const std::string name = "/proc/self/fd/" + std::to_string(fd);
     const ssize_t length = ::readlink(name.c_str(), link, sizeof link - 1);
-    if (length <= 0) return false;
-    return std::string(link, static_cast<size_t>(length)).rfind(plan.target, 0) == 0;
+    return length > 0 && std::string(link, static_cast<size_t>(length)).rfind(plan.target, 0) == 0;
+}
+
+// Every other call of an interrupting plan fails with EINTR.
+bool Interrupts(State& state) {
+    if (!state.plan.interrupt || !(state.interruptNext = !state.interruptNext)) return false;
+    ++state.injected;
+    errno = EINTR;
+    return true;
 }
 
 // The offset fault: the count the call may move, or -1 with errno set.
@@ -71,15 +69,9 @@ ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int fai
     return -1;
 }
 
-// Decides one call; returns -1 with errno set when the call is to fail now,
-// else the count it may move.
+// Decides one call: -1 with errno set when it is to fail now, else the count it may move.
 ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAfter, int64_t failsAt, int failErrno) {
-    const Plan& plan = state.plan;
-    if (plan.interrupt && (state.interruptNext = !state.interruptNext)) {
-        ++state.injected;
-        errno = EINTR;
-        return -1;
-    }
+    if (Interrupts(state)) return -1;
     if (failAfter >= 0 && done >= failAfter) {
         ++state.injected;
         errno = failErrno;
@@ -87,9 +79,29 @@ ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAft
     }
     size_t allowed = count;
     if (failAfter >= 0) allowed = std::min<size_t>(allowed, static_cast<size_t>(failAfter - done));
-    if (plan.maxChunk != 0) allowed = std::min(allowed, plan.maxChunk);
+    if (state.plan.maxChunk != 0) allowed = std::min(allowed, state.plan.maxChunk);
     if (allowed != count) ++state.injected;
     return AtOffset(state, fd, static_cast<ssize_t>(allowed), failsAt, failErrno);
+}
+
+// One read or write: `decide` (under the lock, for a targeted call) gives the
+// count it may move or -1; `call` moves it; `moved` counts what it moved.
+template <typename DecideFn, typename CallFn>
+ssize_t Through(int fd, size_t count, int64_t State::*moved, DecideFn decide, CallFn call) {
+    State& state = TheState();
+    ssize_t allowed = static_cast<ssize_t>(count);
+    bool targeted = false;
+    {
+        const std::lock_guard lock(state.mutex);
+        targeted = state.active && count != 0 && Targeted(fd, state.plan);
+        if (targeted && (allowed = decide(state)) < 0) return -1;
+    }
+    const ssize_t done = call(static_cast<size_t>(allowed));
+    if (targeted && done > 0) {
+        const std::lock_guard lock(state.mutex);
+        state.*moved += done;
+    }
+    return done;
 }
 
 }  // namespace
@@ -116,86 +128,43 @@ Scope::~Scope() {
     state.active = false;
 }
 
-int64_t Injected() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.injected;
-}
-
-int64_t BytesRead() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.read;
-}
-
-int64_t BytesWritten() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.written;
-}
+int64_t Injected() { return Locked(&State::injected); }
+int64_t BytesRead() { return Locked(&State::read); }
+int64_t BytesWritten() { return Locked(&State::written); }
 
 }  // namespace faults
 
-using faults::TheState;
-
 extern "C" ssize_t read(int fd, void* buffer, size_t count) {
-    faults::State& state = TheState();
-    ssize_t allowed = static_cast<ssize_t>(count);
-    bool targeted = false;
-    {
-        const std::lock_guard lock(state.mutex);
-        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
-        if (targeted) {
-            const faults::Plan& plan = state.plan;
-            if (plan.shrinkAfterReads >= 0 && state.reads++ == plan.shrinkAfterReads) {
-                ++state.injected;
-                (void)fd;
-                ::truncate(plan.target.c_str(), plan.shrinkTo);   // the descriptor may be read-only
-            }
-            allowed = faults::Decide(state, fd, count, state.read, plan.readFailAfter, plan.readFailsAt, EIO);
-            if (allowed < 0) return -1;
+    using faults::State;
+    const auto decide = [&](State& state) {
+        const faults::Plan& plan = state.plan;
+        if (plan.shrinkAfterReads >= 0 && state.reads++ == plan.shrinkAfterReads) {
+            ++state.injected;
+            ::truncate(plan.target.c_str(), plan.shrinkTo);   // the descriptor may be read-only
         }
-    }
-    const ssize_t got = faults::RealRead()(fd, buffer, static_cast<size_t>(allowed));
-    if (targeted && got > 0) {
-        const std::lock_guard lock(state.mutex);
-        state.read += got;
-    }
-    return got;
+        return faults::Decide(state, fd, count, state.read, plan.readFailAfter, plan.readFailsAt, EIO);
+    };
+    return faults::Through(fd, count, &State::read, decide, [&](size_t allowed) {
+        return faults::Real<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, allowed);
+    });
 }
 
 extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
-    faults::State& state = TheState();
-    ssize_t allowed = static_cast<ssize_t>(count);
-    bool targeted = false;
-    {
-        const std::lock_guard lock(state.mutex);
-        targeted = state.active && count != 0 && faults::Targeted(fd, state.plan);
-        if (targeted) {
-            allowed = faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter,
-                                     state.plan.writeFailsAt, ENOSPC);
-            if (allowed < 0) return -1;
-        }
-    }
-    const ssize_t put = faults::RealWrite()(fd, buffer, static_cast<size_t>(allowed));
-    if (targeted && put > 0) {
-        const std::lock_guard lock(state.mutex);
-        state.written += put;
-    }
-    return put;
+    using faults::State;
+    const auto decide = [&](State& state) {
+        return faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter, state.plan.writeFailsAt,
+                              ENOSPC);
+    };
+    return faults::Through(fd, count, &State::written, decide, [&](size_t allowed) {
+        return faults::Real<ssize_t (*)(int, const void*, size_t)>("write")(fd, buffer, allowed);
+    });
 }
 
 extern "C" int ftruncate(int fd, off_t length) {
-    faults::State& state = TheState();
+    faults::State& state = faults::TheState();
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && faults::Targeted(fd, state.plan)) {
-            if (state.plan.interrupt && (state.interruptNext = !state.interruptNext)) {
-                ++state.injected;
-                errno = EINTR;
-                return -1;
-            }
-        }
+        if (state.active && faults::Targeted(fd, state.plan) && faults::Interrupts(state)) return -1;
     }
-    return faults::RealTruncate()(fd, length);
+    return faults::Real<int (*)(int, off_t)>("ftruncate")(fd, length);
 }

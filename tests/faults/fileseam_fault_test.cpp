@@ -1,7 +1,6 @@
-// The tag flows with faults at the file seam: short reads and writes and
-// EINTR change nothing in the outcome; a read that fails half-way, a full
-// disk and a file that shrinks under the reader give a refusal, and never a
-// changed audio byte.
+// The tag flows with faults at the file seam: short reads and writes and EINTR
+// change nothing; a failed read, a full disk or a shrinking file give a
+// refusal, never a changed audio byte.
 
 #include <gtest/gtest.h>
 
@@ -50,9 +49,7 @@ size_t AudioStart(const std::string& bytes) {
 
 struct Outcome {
     bool result = false;
-    std::string file;
-    std::string tags;
-    std::string log;
+    std::string file, tags, log;
 };
 
 Outcome RunOn(const std::string& start, Op op, const faults::Plan* plan) {
@@ -77,9 +74,7 @@ Outcome RunOn(const std::string& start, Op op, const faults::Plan* plan) {
                 outcome.tags = Describe(tags);
                 break;
         }
-        if (plan) {
-            EXPECT_GT(faults::Injected(), 0) << "the plan never struck";
-        }
+        if (plan) { EXPECT_GT(faults::Injected(), 0) << "the plan never struck"; }
     }
     outcome.file = ReadFile(path);
     outcome.log = log.Text();
@@ -105,68 +100,57 @@ struct Row {
     const char* logText;   // on a failure: what the error log says
 };
 
-faults::Plan Chunks(size_t bytes) {
+// A plan with one field set; the offset faults and the shrink set two.
+template <typename T, typename V>
+faults::Plan With(T faults::Plan::*field, V value) {
     faults::Plan plan;
-    plan.maxChunk = bytes;
-    return plan;
-}
-faults::Plan Interrupts() {
-    faults::Plan plan;
-    plan.interrupt = true;
-    return plan;
-}
-faults::Plan ReadFailsAfter(int64_t bytes) {
-    faults::Plan plan;
-    plan.readFailAfter = bytes;
-    return plan;
-}
-faults::Plan WriteFailsAfter(int64_t bytes) {
-    faults::Plan plan;
-    plan.writeFailAfter = bytes;
+    plan.*field = static_cast<T>(value);
     return plan;
 }
 faults::Plan Shrinks(int64_t afterReads, int64_t to) {
-    faults::Plan plan;
-    plan.shrinkAfterReads = afterReads;
+    faults::Plan plan = With(&faults::Plan::shrinkAfterReads, afterReads);
     plan.shrinkTo = to;
     return plan;
 }
-
 faults::Plan FailsAt(bool reading, int64_t offset, bool once) {
-    faults::Plan plan;
-    (reading ? plan.readFailsAt : plan.writeFailsAt) = offset;
+    faults::Plan plan = With(reading ? &faults::Plan::readFailsAt : &faults::Plan::writeFailsAt, offset);
     plan.once = once;
     return plan;
 }
 
 TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
     const std::string audio = AudioBytes(kAudioSize);
+    using P = faults::Plan;
+    const auto chunks = [](size_t bytes) { return With(&P::maxChunk, bytes); };
+    const P interrupts = With(&P::interrupt, true);
+    const auto readFailsAfter = [](int64_t bytes) { return With(&P::readFailAfter, bytes); };
+    const auto writeFailsAfter = [](int64_t bytes) { return With(&P::writeFailAfter, bytes); };
     const Row rows[] = {
-        {"APE write, 7-byte pieces", Start::Ape, Op::Write, Chunks(7), Expect::Same, ""},
-        {"APE write, EINTR", Start::Ape, Op::Write, Interrupts(), Expect::Same, ""},
-        {"APE delete, 3-byte pieces", Start::Ape, Op::Delete, Chunks(3), Expect::Same, ""},
-        {"APE read, EINTR", Start::Ape, Op::Read, Interrupts(), Expect::Same, ""},
-        {"ID3v2 write, 5-byte pieces", Start::Id3v2, Op::Write, Chunks(5), Expect::Same, ""},
-        {"ID3v2 write, EINTR", Start::Id3v2, Op::Write, Interrupts(), Expect::Same, ""},
-        {"ID3v2 delete, EINTR", Start::Id3v2, Op::Delete, Interrupts(), Expect::Same, ""},
-        {"APE write, disk full at once", Start::Ape, Op::Write, WriteFailsAfter(0), Expect::Refused,
+        {"APE write, 7-byte pieces", Start::Ape, Op::Write, chunks(7), Expect::Same, ""},
+        {"APE write, EINTR", Start::Ape, Op::Write, interrupts, Expect::Same, ""},
+        {"APE delete, 3-byte pieces", Start::Ape, Op::Delete, chunks(3), Expect::Same, ""},
+        {"APE read, EINTR", Start::Ape, Op::Read, interrupts, Expect::Same, ""},
+        {"ID3v2 write, 5-byte pieces", Start::Id3v2, Op::Write, chunks(5), Expect::Same, ""},
+        {"ID3v2 write, EINTR", Start::Id3v2, Op::Write, interrupts, Expect::Same, ""},
+        {"ID3v2 delete, EINTR", Start::Id3v2, Op::Delete, interrupts, Expect::Same, ""},
+        {"APE write, disk full at once", Start::Ape, Op::Write, writeFailsAfter(0), Expect::Refused,
          "Could not write APE tag"},
-        {"APE write, disk full half-way", Start::Ape, Op::Write, WriteFailsAfter(15000), Expect::Refused,
+        {"APE write, disk full half-way", Start::Ape, Op::Write, writeFailsAfter(15000), Expect::Refused,
          "Could not write APE tag"},
-        {"ID3v2 write, disk full at once", Start::Id3v2, Op::Write, WriteFailsAfter(0), Expect::Refused,
+        {"ID3v2 write, disk full at once", Start::Id3v2, Op::Write, writeFailsAfter(0), Expect::Refused,
          "Could not write ID3v2 tag"},
-        {"ID3v2 write, disk full while reserving room", Start::Id3v2, Op::Write, WriteFailsAfter(10000),
+        {"ID3v2 write, disk full while reserving room", Start::Id3v2, Op::Write, writeFailsAfter(10000),
          Expect::Refused, "Could not write ID3v2 tag"},
-        {"ID3v2 write, write fails while moving the audio", Start::Id3v2, Op::Write, WriteFailsAfter(50000),
+        {"ID3v2 write, write fails while moving the audio", Start::Id3v2, Op::Write, writeFailsAfter(50000),
          Expect::Reported, "Could not write ID3v2 tag"},
-        {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, WriteFailsAfter(30000),
+        {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, writeFailsAfter(30000),
          Expect::Reported, "Could not delete ID3v2 tag"},
         {"APE write, write fails once over the old tag", Start::Ape, Op::Write, FailsAt(false, kAudioSize + 20, true),
          Expect::Restored, "restored as it was"},
-        {"APE read, read fails half-way", Start::Ape, Op::Read, ReadFailsAfter(16), Expect::Refused, ""},
-        {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, ReadFailsAfter(12), Expect::Refused, ""},
-        {"APE write, read fails half-way", Start::Ape, Op::Write, ReadFailsAfter(40), Expect::Refused, ""},
-        {"ID3v2 write, read fails half-way", Start::Id3v2, Op::Write, ReadFailsAfter(12), Expect::Refused, ""},
+        {"APE read, read fails half-way", Start::Ape, Op::Read, readFailsAfter(16), Expect::Refused, ""},
+        {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, readFailsAfter(12), Expect::Refused, ""},
+        {"APE write, read fails half-way", Start::Ape, Op::Write, readFailsAfter(40), Expect::Refused, ""},
+        {"ID3v2 write, read fails half-way", Start::Id3v2, Op::Write, readFailsAfter(12), Expect::Refused, ""},
         {"APE read, file shrinks", Start::Ape, Op::Read, Shrinks(1, 1000), Expect::Reported, ""},
         {"ID3v2 read, file shrinks", Start::Id3v2, Op::Read, Shrinks(1, 8), Expect::Reported, ""},
     };
@@ -219,6 +203,11 @@ TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
     };
     constexpr char kRestored[] = "restored as it was";
     constexpr char kDamaged[] = "the file is damaged";
+    const auto expectRestored = [&](const Outcome& outcome, const std::string& start) {
+        EXPECT_FALSE(outcome.result);
+        EXPECT_NE(outcome.log.find(kRestored), std::string::npos) << outcome.log;
+        EXPECT_TRUE(outcome.file == start) << "the file differs from what it was";
+    };
     for (const auto& move : moves) {
         SCOPED_TRACE(move.name);
         const Outcome clean = RunOn(move.start, move.op, nullptr);
@@ -235,10 +224,8 @@ TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
                 const int64_t at = reading ? source : source + delta;
                 const faults::Plan once = FailsAt(reading, at, true);
                 const Outcome transient = RunOn(move.start, move.op, &once);
-                EXPECT_FALSE(transient.result);
                 EXPECT_NE(transient.log.find(move.words), std::string::npos) << transient.log;
-                EXPECT_NE(transient.log.find(kRestored), std::string::npos) << transient.log;
-                EXPECT_TRUE(transient.file == move.start) << "the file differs from what it was";
+                expectRestored(transient, move.start);
 
                 const faults::Plan always = FailsAt(reading, at, false);
                 const Outcome persistent = RunOn(move.start, move.op, &always);
@@ -246,18 +233,13 @@ TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
                 EXPECT_NE(persistent.log.find(move.words), std::string::npos) << persistent.log;
                 const bool restored = persistent.log.find(kRestored) != std::string::npos;
                 EXPECT_TRUE(restored || persistent.log.find(kDamaged) != std::string::npos) << persistent.log;
-                if (restored) {
-                    EXPECT_TRUE(persistent.file == move.start) << "restored, yet the file differs";
-                }
+                if (restored) { EXPECT_TRUE(persistent.file == move.start) << "restored, yet the file differs"; }
             }
         }
         if (move.op != Op::Write) continue;
         // The tail has moved and the new tag's write fails: the tail and the old tag go back.
         const faults::Plan tagWrite = FailsAt(false, 50, true);
-        const Outcome failed = RunOn(move.start, move.op, &tagWrite);
-        EXPECT_FALSE(failed.result);
-        EXPECT_NE(failed.log.find(kRestored), std::string::npos) << failed.log;
-        EXPECT_TRUE(failed.file == move.start) << "the file differs from what it was";
+        expectRestored(RunOn(move.start, move.op, &tagWrite), move.start);
     }
 }
 

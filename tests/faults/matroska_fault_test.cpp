@@ -1,8 +1,6 @@
-// The Matroska retag flows with faults at the file seam: short reads and
-// writes and EINTR change nothing in the outcome; a read that fails half-way,
-// a full disk and a file that shrinks while it is read end in the logged
-// error, with every Cluster's bytes at their offsets and the decoded audio
-// unchanged.
+// The Matroska retag flows with faults at the file seam: short reads and writes
+// and EINTR change nothing; a failed read, a full disk or a shrinking file end
+// in the logged error, every Cluster's bytes at their offsets, audio unchanged.
 
 #include <gtest/gtest.h>
 
@@ -41,101 +39,87 @@ bool HasShortFileUid(const std::string& bytes) {
     return at != std::string::npos && at + 2 < bytes.size() && bytes[at + 2] != '\x88';
 }
 
+IDTags CoverTags(const std::string& cover) {
+    IDTags tags;
+    tags.AddBinary(S(kCoverKey), cover.data(), static_cast<uint32_t>(cover.size()));
+    return tags;
+}
+
+std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-f", "s16le", "-"}); }
+
 // One file made by ffmpeg, and the same with a cover attached: the starting
-// points of the four flows.
-class MatroskaFaults : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        dir_ = new TempDir;
-        const std::string plain = dir_->File("plain.mka");
+// points of the four flows. Made once, on first use.
+struct Inputs {
+    TempDir dir;
+    std::string cover, plain, covered, audio;
+    Inputs() {
+        const std::string plainPath = dir.File("plain.mka"), coverPath = dir.File("cover.png");
         it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "flac", "-metadata", "title=Old",
-                    plain});
-        const std::string cover = dir_->File("cover.png");
-        it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x48", "-frames:v", "1", cover});
-        cover_ = new std::string(ReadFile(cover));
-        plain_ = new std::string(ReadFile(plain));
-        const std::string covered = dir_->File("covered.mka");
-        WriteFile(covered, *plain_);
-        LogCapture log(*dir_);
-        ASSERT_TRUE(MatroskaTags::Write(S(covered), CoverTags(), log.Target())) << log.Text();
-        covered_ = new std::string(ReadFile(covered));
-        audio_ = new std::string(Audio(plain));
-    }
-    static void TearDownTestSuite() {
-        delete audio_;
-        delete covered_;
-        delete plain_;
-        delete cover_;
-        delete dir_;
-    }
-
-    static IDTags CoverTags() {
-        IDTags tags;
-        tags.AddBinary(S(kCoverKey), cover_->data(), static_cast<uint32_t>(cover_->size()));
-        return tags;
-    }
-    static std::string Audio(const std::string& file) {
-        return it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", file, "-f", "s16le", "-"}).out;
-    }
-    static const std::string& StartOf(Op op) { return op == Op::Title || op == Op::AddCover ? *plain_ : *covered_; }
-
-    struct Outcome {
-        bool result = false;
-        std::string file;
-        std::string log;
-        int64_t read = 0, written = 0, injected = 0;
-    };
-
-    static Outcome RunWithFullFileUid(Op op, const std::optional<faults::Plan>& plan) {
-        Outcome outcome = Run(op, plan);
-        for (int tries = 1; tries < 8 && HasShortFileUid(outcome.file); ++tries) outcome = Run(op, plan);
-        return outcome;
-    }
-
-    // Runs `op` on a fresh copy; with a plan, under it (an empty plan measures).
-    static Outcome Run(Op op, const std::optional<faults::Plan>& plan) {
-        TempDir dir;
+                    plainPath});
+        it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x48", "-frames:v", "1", coverPath});
+        cover = ReadFile(coverPath);
+        plain = ReadFile(plainPath);
+        audio = Audio(plainPath);
+        const std::string coveredPath = dir.File("covered.mka");
+        WriteFile(coveredPath, plain);
         LogCapture log(dir);
-        const std::string path = dir.File("song.mka");
-        WriteFile(path, StartOf(op));
-        Outcome outcome;
-        {
-            std::optional<faults::Scope> scope;
-            if (plan) scope.emplace(*plan, path);
-            switch (op) {
-                case Op::Title:
-                    outcome.result =
-                        MatroskaTags::Write(S(path), Tags({{"Title", "New " + std::string(300, 't')}}), log.Target());
-                    break;
-                case Op::AddCover: outcome.result = MatroskaTags::Write(S(path), CoverTags(), log.Target()); break;
-                case Op::RemoveCover: {
-                    const std::u16string names = std::u16string(u"_albumart_1_Front Album Cover") + u'\0';
-                    outcome.result = MatroskaTags::Delete(S(path), names.c_str(), log.Target());
-                    break;
-                }
-                case Op::DeleteAll: outcome.result = MatroskaTags::Delete(S(path), nullptr, log.Target()); break;
-            }
-            outcome.read = faults::BytesRead();
-            outcome.written = faults::BytesWritten();
-            outcome.injected = faults::Injected();
-        }
-        outcome.file = ReadFile(path);
-        outcome.log = log.Text();
-        return outcome;
+        if (!MatroskaTags::Write(S(coveredPath), CoverTags(cover), log.Target())) ADD_FAILURE() << log.Text();
+        covered = ReadFile(coveredPath);
     }
-
-    static TempDir* dir_;
-    static std::string* cover_;
-    static std::string* plain_;
-    static std::string* covered_;
-    static std::string* audio_;
 };
 
-TempDir* MatroskaFaults::dir_ = nullptr;
-std::string* MatroskaFaults::cover_ = nullptr;
-std::string* MatroskaFaults::plain_ = nullptr;
-std::string* MatroskaFaults::covered_ = nullptr;
-std::string* MatroskaFaults::audio_ = nullptr;
+const Inputs& In() {
+    static const Inputs inputs;
+    return inputs;
+}
+
+const std::string& StartOf(Op op) { return op == Op::Title || op == Op::AddCover ? In().plain : In().covered; }
+
+struct Outcome {
+    bool result = false;
+    std::string file, log;
+    int64_t read = 0, written = 0, injected = 0;
+};
+
+// Runs `op` on a fresh copy; with a plan, under it (an empty plan measures).
+Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
+    TempDir dir;
+    LogCapture log(dir);
+    const std::string path = dir.File("song.mka");
+    WriteFile(path, StartOf(op));
+    Outcome outcome;
+    {
+        std::optional<faults::Scope> scope;
+        if (plan) scope.emplace(*plan, path);
+        switch (op) {
+            case Op::Title:
+                outcome.result =
+                    MatroskaTags::Write(S(path), Tags({{"Title", "New " + std::string(300, 't')}}), log.Target());
+                break;
+            case Op::AddCover:
+                outcome.result = MatroskaTags::Write(S(path), CoverTags(In().cover), log.Target());
+                break;
+            case Op::RemoveCover: {
+                const std::u16string names = std::u16string(u"_albumart_1_Front Album Cover") + u'\0';
+                outcome.result = MatroskaTags::Delete(S(path), names.c_str(), log.Target());
+                break;
+            }
+            case Op::DeleteAll: outcome.result = MatroskaTags::Delete(S(path), nullptr, log.Target()); break;
+        }
+        outcome.read = faults::BytesRead();
+        outcome.written = faults::BytesWritten();
+        outcome.injected = faults::Injected();
+    }
+    outcome.file = ReadFile(path);
+    outcome.log = log.Text();
+    return outcome;
+}
+
+Outcome RunWithFullFileUid(Op op, const std::optional<faults::Plan>& plan) {
+    Outcome outcome = RunOp(op, plan);
+    for (int tries = 1; tries < 8 && HasShortFileUid(outcome.file); ++tries) outcome = RunOp(op, plan);
+    return outcome;
+}
 
 // A new attachment's FileUID is random: zeroed, two runs compare.
 std::string WithoutFileUids(std::string bytes) {
@@ -157,7 +141,7 @@ struct Fault {
     Expect expect;
 };
 
-TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
+TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
     for (const Op op : {Op::Title, Op::AddCover, Op::RemoveCover, Op::DeleteAll}) {
         SCOPED_TRACE(OpName(op));
         const Outcome clean = RunWithFullFileUid(op, faults::Plan{});
@@ -185,7 +169,7 @@ TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
         for (const Fault& row : rows) {
             SCOPED_TRACE(row.name);
             const Outcome faulted =
-                row.expect == Expect::Same ? RunWithFullFileUid(op, row.plan) : Run(op, row.plan);
+                row.expect == Expect::Same ? RunWithFullFileUid(op, row.plan) : RunOp(op, row.plan);
             EXPECT_GT(faulted.injected, 0) << "the plan never struck";
             if (row.expect == Expect::Same) {
                 EXPECT_TRUE(faulted.result) << faulted.log;
@@ -199,16 +183,14 @@ TEST_F(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheClusters) {
             const std::string before =
                 row.plan.shrinkAfterReads >= 0 ? start.substr(0, static_cast<size_t>(row.plan.shrinkTo)) : start;
             const auto clusters = ebmltest::Clusters(before);
-            if (row.plan.shrinkAfterReads < 0) {
-                ASSERT_FALSE(clusters.empty());
-            }
+            if (row.plan.shrinkAfterReads < 0) { ASSERT_FALSE(clusters.empty()); }
             for (const auto& [offset, bytes] : clusters) {
                 EXPECT_TRUE(faulted.file.compare(offset, bytes.size(), bytes) == 0) << "Cluster at " << offset;
             }
             if (row.plan.shrinkAfterReads >= 0) continue;
-            const std::string copy = dir_->File("faulted.mka");
-            WriteFile(copy, faulted.file);
-            EXPECT_TRUE(Audio(copy) == *audio_) << "the decoded audio changed";
+            TempDir copyDir;
+            WriteFile(copyDir.File("faulted.mka"), faulted.file);
+            EXPECT_TRUE(Audio(copyDir.File("faulted.mka")) == In().audio) << "the decoded audio changed";
         }
     }
 }

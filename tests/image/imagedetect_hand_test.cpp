@@ -78,14 +78,12 @@ TEST(ImageDetect, HandMadeEdges) {
         std::string bytes;
         const char* expected;
     } cases[] = {
-        {"empty", "", "fail"},
-        {"unknown start", "XY0123456789", "fail"},
+        {"empty", "", "fail"}, {"unknown start", "XY0123456789", "fail"},
         {"GX", "GX89a" + std::string(20, '\1'), "fail"},
         {"GIF with zero width", std::string("GIF89a") + Le16(0) + Le16(7) + std::string(10, '\0'), "fail"},
         {"GIF with transparency", gif, "GIF 5x7 d8 alpha"},
         {"ICO of 100 entries", Ico(1, ico100, 100), "ICO 16x16 d8 alpha"},
-        {"ICO of 101 entries", Ico(1, ico101, 101), "fail"},
-        {"cursor", Ico(2, IcoEntry(16, 16, 8), 1), "fail"},
+        {"ICO of 101 entries", Ico(1, ico101, 101), "fail"}, {"cursor", Ico(2, IcoEntry(16, 16, 8), 1), "fail"},
         {"ICO width byte 0", Ico(1, IcoEntry(32, 32, 32) + IcoEntry(0, 0, 32), 2), "ICO 256x256 d32 alpha"},
         {"ICO: larger but shallower", Ico(1, IcoEntry(16, 16, 32) + IcoEntry(48, 48, 8), 2), "ICO 16x16 d32 alpha"},
         {"ICO reserved byte", Ico(1, IcoEntry(16, 16, 8, 1), 1), "fail"},

@@ -1,17 +1,12 @@
-// Every extension the plug-in offers that this ffmpeg can also write decodes
-// to exactly the bytes of ffmpeg's own Wave64 output, with its format chunk;
-// fdhost's WAV output carries the same; SetPosition (a new worker with "-ss")
-// gives ffmpeg's own bytes for that start, in blocks that report positions.
+// Decodes, fdhost's WAV output and SetPosition give exactly the bytes and
+// format of ffmpeg's own Wave64 output, in blocks that report positions.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "plugindriver.h"
-#include "testkit.h"
 
 namespace {
 

@@ -1,11 +1,7 @@
-// Pure logic without a worker: the worker's command line; fdhost's tag blob
-// reader and SHA-256. Where the worker is looked for and the FIFO quit event:
-// decoder_command_posix.cpp.
+// Pure logic without a worker: the worker's command line, fdhost's tag blob
+// reader and SHA-256. The Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "host/errors.h"

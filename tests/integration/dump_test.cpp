@@ -1,17 +1,13 @@
-// What Open learns from the worker's dump of its input: duration, bitrate,
-// the input's metadata as the tag blob, one "Encoder" per audio stream; and
-// fdhost's JSON showing exactly those blobs.
+// What Open learns from the worker's dump: duration, bitrate, the metadata as
+// the tag blob, one "Encoder" per audio stream; fdhost's JSON shows the same.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "plugindriver.h"
 #include "tags/idtags.h"
-#include "testkit.h"
 
 namespace {
 

@@ -3,12 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <filesystem>
-#include <string>
 
 #include "plugindriver.h"
-#include "testkit.h"
 
 namespace {
 

@@ -40,8 +40,11 @@ void Write(int fd, const std::string& bytes) {
     }
 }
 
-void PutLittle(std::string& out, uint64_t value, int bytes) {
+// `value` in `bytes` bytes, little-endian.
+std::string Little(uint64_t value, int bytes) {
+    std::string out;
     for (int i = 0; i < bytes; ++i) out += static_cast<char>((value >> (8 * i)) & 0xFF);
+    return out;
 }
 
 std::string Guid(const char* name, bool riff) {
@@ -50,23 +53,13 @@ std::string Guid(const char* name, bool riff) {
     return std::string(name, 4) + std::string(reinterpret_cast<const char*>(riff ? kRiffTail : kTail), 12);
 }
 
+// 16-bit PCM at 44100 Hz; the data chunk's size promises `dataBytes`.
 std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
-    std::string format;
-    PutLittle(format, 1, 2);
-    PutLittle(format, channels, 2);
-    PutLittle(format, 44100, 4);
-    PutLittle(format, 44100u * channels * 2, 4);
-    PutLittle(format, channels * 2, 2);
-    PutLittle(format, 16, 2);
-    std::string header = Guid("riff", true);
-    PutLittle(header, 16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8);
-    header += Guid("wave", false);
-    header += Guid("fmt ", false);
-    PutLittle(header, 24 + format.size(), 8);
-    header += format;
-    header += Guid("data", false);
-    PutLittle(header, 24 + dataBytes, 8);
-    return header;
+    const std::string format = Little(1, 2) + Little(channels, 2) + Little(44100, 4) +
+                               Little(44100u * channels * 2, 4) + Little(channels * 2, 2) + Little(16, 2);
+    return Guid("riff", true) + Little(16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8) + Guid("wave", false) +
+           Guid("fmt ", false) + Little(24 + format.size(), 8) + format + Guid("data", false) +
+           Little(24 + dataBytes, 8);
 }
 
 std::map<std::string, uint64_t> Orders(const char* path) {

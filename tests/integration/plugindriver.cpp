@@ -1,10 +1,8 @@
 #include "plugindriver.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
+#include <condition_variable>
 #include <filesystem>
-#include <stdexcept>
+#include <mutex>
 #include <utility>
 
 #include "support/textcodec.h"
@@ -78,25 +76,21 @@ bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>*
 std::string TestDecoder::ErrorLog() const { return LogText(logs_.File("error.log")); }
 std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log")); }
 
-void MakePluginTree(const std::string& root, const std::string& worker) {
+std::string MakePluginTree(const std::string& root, const std::string& worker) {
     namespace fs = std::filesystem;
     fs::create_directories(root + "/plugins");
     fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
     fs::create_symlink(worker, root + "/ffmpeg-lgpl");
+    return root + "/plugins/ffmpeg_decoder.so";
 }
 
 Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
-    : thread_([this, delay, action] {
-          const auto end = std::chrono::steady_clock::now() + delay;
-          while (!cancelled_ && std::chrono::steady_clock::now() < end)
-              std::this_thread::sleep_for(std::chrono::milliseconds(5));
-          if (!cancelled_) action();
+    : std::jthread([delay, action](std::stop_token stop) {
+          std::mutex mutex;
+          std::condition_variable_any wake;
+          std::unique_lock lock(mutex);
+          if (!wake.wait_for(lock, stop, delay, [&stop] { return stop.stop_requested(); })) action();
       }) {}
-
-Later::~Later() {
-    cancelled_ = true;
-    thread_.join();
-}
 
 std::string FormatHead(const DecoderFormat& format) {
     const auto* wave = reinterpret_cast<const char*>(format.wave);

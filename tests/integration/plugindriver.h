@@ -56,20 +56,13 @@ private:
 
 // A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
 // plug-in (a copy, so that the loader doesn't hand back the one it has), and
-// <root>/ffmpeg-lgpl, a link to `worker`.
-void MakePluginTree(const std::string& root, const std::string& worker);
+// <root>/ffmpeg-lgpl, a link to `worker`. Returns the plug-in's path.
+std::string MakePluginTree(const std::string& root, const std::string& worker);
 
-// Runs `action` after `delay` unless cancelled first.
-class Later {
+// Runs `action` after `delay` unless destroyed first.
+class Later : public std::jthread {
 public:
     Later(std::chrono::milliseconds delay, std::function<void()> action);
-    Later(const Later&) = delete;
-    Later& operator=(const Later&) = delete;
-    ~Later();
-
-private:
-    std::atomic<bool> cancelled_{false};
-    std::thread thread_;
 };
 
 // The host's view of a format: the wave record's first 16 bytes, or all 40

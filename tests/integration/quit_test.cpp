@@ -1,7 +1,5 @@
-// The host's quit event ends a blocked Open or DecodeBlock at once, silently,
-// and leaves no worker behind once the decoder is closed or destroyed. Many
-// cycles of Open, DecodeBlock, SetPosition and Close leave descriptors,
-// threads and children as they were.
+// The host's quit event ends a blocked call at once, silently, leaving no
+// worker behind; many cycles leave descriptors, threads and children as they were.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,15 +7,10 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <string>
-#include <thread>
 
 #include "plugindriver.h"
-#include "testkit.h"
 
 namespace {
 
@@ -25,44 +18,41 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 constexpr auto kPromptly = milliseconds(100);
 
-using it::QuitFifo;
-
-// Sets the event `delay` after `gate` turned true (waiting 20 s at most, so
-// that a broken test fails rather than hangs); `setAt` tells when.
-std::jthread SetLater(QuitFifo& quit, milliseconds delay, const std::atomic<bool>& gate, Clock::time_point& setAt) {
-    return std::jthread([&quit, delay, &gate, &setAt] {
-        for (const auto end = Clock::now() + std::chrono::seconds(20); !gate && Clock::now() < end;) {
-            std::this_thread::sleep_for(milliseconds(5));
-        }
-        std::this_thread::sleep_for(delay);
-        setAt = Clock::now();
-        quit.Set();
-    });
-}
-
-// The blocked call ended after the event was set, and promptly.
-void ExpectEndedPromptly(std::jthread& setter, const Clock::time_point& setAt) {
-    const Clock::time_point now = Clock::now();
-    setter.join();
-    EXPECT_GE((now - setAt).count(), 0) << "the call ended before the event was set";
-    EXPECT_LT(now - setAt, kPromptly);
-}
+// Polls until `ready` (20 s at most: a broken test fails rather than hangs).
+void WaitFor(const std::atomic<bool>& ready) { it::WaitUntil([&ready] { return ready.load(); }, 20000); }
 
 struct QuitTest : ::testing::Test {
     it::TempDir dir;
-    QuitFifo quit{dir.File("quit")};
+    it::QuitFifo quit{dir.File("quit")};
     it::TestDecoder decoder;
     std::atomic<bool> now{true};
     Clock::time_point setAt{};
+    std::jthread setter;
     void SetUp() override { ASSERT_TRUE(decoder.SetQuitEvent(quit.Path())); }
+    // Sets the event `delay` after `gate` turned true.
+    void SetLater(milliseconds delay, const std::atomic<bool>& gate) {
+        setter = std::jthread([this, delay, &gate] {
+            WaitFor(gate);
+            std::this_thread::sleep_for(delay);
+            setAt = Clock::now();
+            quit.Set();
+        });
+    }
+    // The blocked call ended after the event was set, and promptly.
+    void ExpectEndedPromptly() {
+        const Clock::time_point ended = Clock::now();
+        setter.join();
+        EXPECT_GE((ended - setAt).count(), 0) << "the call ended before the event was set";
+        EXPECT_LT(ended - setAt, kPromptly);
+    }
 };
 
 TEST_F(QuitTest, EndsOpenBlockedOnASilentInput) {
     const std::string input = dir.File("silent.wav");
     ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);   // nobody ever writes: the worker waits
-    std::jthread setter = SetLater(quit, milliseconds(300), now, setAt);
+    SetLater(milliseconds(300), now);
     EXPECT_FALSE(decoder.Open(input, kOpenWantTags | kOpenWantInfo));
-    ExpectEndedPromptly(setter, setAt);
+    ExpectEndedPromptly();
     EXPECT_EQ(decoder.ErrorLog(), "");
 
     const auto start = Clock::now();
@@ -89,10 +79,7 @@ TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInputThenGoesOnExact) {
     std::thread feeder([&] {
         // Opened once the worker reads; polled, so that a broken test can't hang here.
         int fd = -1;
-        for (const auto end = Clock::now() + std::chrono::seconds(20); fd < 0 && Clock::now() < end;) {
-            fd = ::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-            if (fd < 0) std::this_thread::sleep_for(milliseconds(5));
-        }
+        it::WaitUntil([&] { return (fd = ::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) >= 0; }, 20000);
         if (fd >= 0) ::fcntl(fd, F_SETFL, 0);
         auto feed = [fd, &all](size_t from, size_t to) {
             for (size_t done = from; fd >= 0 && done < to;) {
@@ -103,24 +90,21 @@ TEST_F(QuitTest, EndsDecodeBlockBlockedOnAStalledInputThenGoesOnExact) {
         };
         feed(0, stallAt);
         fed = true;
-        while (!release) std::this_thread::sleep_for(milliseconds(5));
+        WaitFor(release);
         feed(stallAt, all.size());
         ::close(fd);
     });
     std::string samples;
-    {
-        std::jthread setter = SetLater(quit, milliseconds(300), fed, setAt);
-        EXPECT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
-        DecoderBlockInfo block{};
-        while (decoder.DecodeBlock(block)) {
-            EXPECT_EQ(+block.endOfStream, 0) << "the stream hasn't ended, it stalls";
-            if (block.endOfStream) break;
-            samples.append(static_cast<const char*>(block.samples), block.bytes);
-        }
-        EXPECT_TRUE(fed);
-        ExpectEndedPromptly(setter, setAt);
-        EXPECT_LE(samples.size(), stallAt);
+    SetLater(milliseconds(300), fed);
+    EXPECT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
+    for (DecoderBlockInfo block{}; decoder.DecodeBlock(block);) {
+        EXPECT_EQ(+block.endOfStream, 0) << "the stream hasn't ended, it stalls";
+        if (block.endOfStream) break;
+        samples.append(static_cast<const char*>(block.samples), block.bytes);
     }
+    EXPECT_TRUE(fed);
+    ExpectEndedPromptly();
+    EXPECT_LE(samples.size(), stallAt);
     quit.Reset();
     release = true;
     EXPECT_TRUE(decoder.ReadToEnd(samples));
@@ -148,20 +132,17 @@ TEST_F(QuitTest, AQuitInASeekLeavesDecodeBlockRefusing) {
     });
     ASSERT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
     feeder.join();
-    {
-        std::jthread setter = SetLater(quit, milliseconds(300), now, setAt);
-        EXPECT_FALSE(decoder.SetPosition(22050));
-        ExpectEndedPromptly(setter, setAt);
-    }
+    SetLater(milliseconds(300), now);
+    EXPECT_FALSE(decoder.SetPosition(22050));
+    ExpectEndedPromptly();
     quit.Reset();
     // A broken decoder would wait for the worker: a second quit ends that.
-    std::atomic<bool> gate{true};
-    std::jthread guard = SetLater(quit, milliseconds(1000), gate, setAt);
+    SetLater(milliseconds(1000), now);
     const auto start = Clock::now();
     DecoderBlockInfo block{};
     EXPECT_FALSE(decoder.DecodeBlock(block));
     EXPECT_LT(Clock::now() - start, kPromptly) << "DecodeBlock must refuse, not read";
-    guard.join();
+    setter.join();
     quit.Reset();
     EXPECT_EQ(decoder.ErrorLog(), "");
 }

@@ -1,7 +1,5 @@
 // The plug-in against what hosts and inputs do to it: a host that reaps its
-// own children, a FIFO nobody writes, a plug-in loaded by a relative path
-// before the working directory changes, and a worker whose progress text
-// never ends a line.
+// children, a silent FIFO, a relative load path, progress text without line ends.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,14 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <filesystem>
-#include <string>
-#include <thread>
 
 #include "plugindriver.h"
-#include "testkit.h"
 #include "tests/transport/pattern.h"
 #include "tests/transport/strangerchild.h"
 
@@ -27,18 +20,12 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
-using it::Later;
-using it::MakePluginTree;
-using it::QuitFifo;
-
 // Children of this process that have ended, reaped as a host that waits for
 // all of its children does; waits up to 10 s for the first.
 pid_t ReapAnyChild() {
-    for (const auto end = Clock::now() + 10s; Clock::now() < end; std::this_thread::sleep_for(5ms)) {
-        const pid_t pid = ::waitpid(-1, nullptr, WNOHANG);
-        if (pid > 0) return pid;
-    }
-    return -1;
+    pid_t pid = -1;
+    it::WaitUntil([&pid] { return (pid = ::waitpid(-1, nullptr, WNOHANG)) > 0; }, 10000);
+    return pid > 0 ? pid : -1;
 }
 
 TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek) {
@@ -55,11 +42,13 @@ TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek
         const pid_t stranger = StartChildWithPid(pid);
         if (stranger < 0) GTEST_SKIP() << "the system gives no chosen pid (clone3 set_tid)";
         ASSERT_EQ(stranger, pid);
+        const auto start = Clock::now();
         bool done = true;
         if (action == "Destroy") decoder.Destroy();
         if (action == "Close") done = decoder.Close();
         if (action == "SetPosition") done = decoder.SetPosition(4410);
         EXPECT_TRUE(done) << decoder.ErrorLog();
+        EXPECT_LT(Clock::now() - start, 1500ms) << "a worker that is gone isn't given the 2 s grace time";
         EXPECT_TRUE(ChildRuns(stranger)) << "signalled or reaped by the plug-in";
         EndChild(stranger);
     }
@@ -70,7 +59,7 @@ TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek
 // from "can't decode" must not wait for a writer that never comes.
 TEST(OddInputs, AFifoTheWorkerCannotDecodeFailsWithinTheQuitTime) {
     it::TempDir dir;
-    QuitFifo quit(dir.File("quit"));
+    it::QuitFifo quit(dir.File("quit"));
     const std::string input = dir.File("input.wav");
     ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
     std::thread writer([&] {   // one writer, gone before the worker has failed
@@ -83,9 +72,9 @@ TEST(OddInputs, AFifoTheWorkerCannotDecodeFailsWithinTheQuitTime) {
     const auto start = Clock::now();
     bool opened = true;
     {
-        Later hostGivesUp(3000ms, [&] { quit.Set(); });
+        it::Later hostGivesUp(3000ms, [&] { quit.Set(); });
         // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
-        Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
+        it::Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
         opened = decoder.Open(input, 0);
     }
     const auto took = Clock::now() - start;
@@ -114,7 +103,7 @@ TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.loaded);
-        MakePluginTree(dir.File(c.tree), FD_FFMPEG_PATH);
+        it::MakePluginTree(dir.File(c.tree), FD_FFMPEG_PATH);
         fs::current_path(dir.File(c.from));
         it::PluginLibrary plugin(c.loaded);
         fs::current_path("/");
@@ -134,9 +123,8 @@ TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
 // reader keeps draining, so the audio comes to its end.
 TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
     it::TempDir dir;
-    MakePluginTree(dir.File("tree"), FD_FAKE_WORKER);
-    it::PluginLibrary plugin(dir.File("tree/plugins/ffmpeg_decoder.so"));
-    QuitFifo quit(dir.File("quit"));
+    it::PluginLibrary plugin(it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER));
+    it::QuitFifo quit(dir.File("quit"));
     constexpr uint64_t kFrames = 441000;
     for (const char* lineEnds : {"0", "1"}) {
         SCOPED_TRACE(std::string("noreturns ") + lineEnds);
@@ -145,7 +133,7 @@ TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
                                   "\nnoreturns " + lineEnds + "\n");
         it::TestDecoder decoder(plugin);
         ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-        Later stuck(60000ms, [&] { quit.Set(); });   // a stalled stream fails rather than hangs
+        it::Later stuck(60000ms, [&] { quit.Set(); });   // a stalled stream fails rather than hangs
         ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
         std::string samples;
         bool ended = false;
@@ -155,9 +143,7 @@ TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
         }
         EXPECT_TRUE(ended) << "the audio stalled after " << samples.size() << " bytes";
         ASSERT_EQ(samples.size(), kFrames * 4);
-        size_t wrong = 0;
-        for (size_t i = 0; i < samples.size(); ++i) wrong += static_cast<unsigned char>(samples[i]) != PatternByte(i);
-        EXPECT_EQ(wrong, 0u);
+        EXPECT_EQ(PatternMismatches(samples), 0u);
         EXPECT_EQ(decoder.ErrorLog(), "");
     }
 }

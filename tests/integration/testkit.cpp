@@ -8,12 +8,14 @@
 
 namespace it {
 
-void Ffmpeg(const std::vector<std::string>& args) {
-    std::vector<std::string> argv = {FD_FFMPEG_PATH, "-hide_banner", "-loglevel", "error", "-nostdin", "-y"};
-    argv.insert(argv.end(), args.begin(), args.end());
-    const RunResult result = Run(argv);
+std::string FfmpegOutput(std::vector<std::string> args) {
+    args.insert(args.begin(), {FD_FFMPEG_PATH, "-hide_banner", "-loglevel", "error", "-nostdin", "-y"});
+    const RunResult result = Run(args);
     if (result.exitCode != 0) throw std::runtime_error("ffmpeg failed: " + result.err);
+    return result.out;
 }
+
+void Ffmpeg(const std::vector<std::string>& args) { FfmpegOutput(args); }
 
 RunResult Fdhost(const std::vector<std::string>& args) {
     std::vector<std::string> argv = {FD_HOST_PATH};
@@ -67,20 +69,23 @@ Wave64 ParseWave64(const std::string& bytes) {
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds) {
     // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the
     // chunk's padding into the data size.
-    std::vector<std::string> argv = {FD_FFMPEG_PATH, "-hide_banner", "-loglevel", "error", "-nostdin"};
-    if (!seconds.empty()) argv.insert(argv.end(), {"-ss", seconds});
-    argv.insert(argv.end(), {"-i", input, "-f", "w64", "-"});
-    const RunResult result = Run(argv);
-    if (result.exitCode != 0) throw std::runtime_error("ffmpeg failed: " + result.err);
-    return ParseWave64(result.out);
+    std::vector<std::string> args;
+    if (!seconds.empty()) args = {"-ss", seconds};
+    args.insert(args.end(), {"-i", input, "-f", "w64", "-"});
+    return ParseWave64(FfmpegOutput(args));
+}
+
+bool WaitUntil(const std::function<bool()>& done, int limitMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    for (;; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+        if (done()) return true;
+        if (std::chrono::steady_clock::now() >= end) return false;
+    }
 }
 
 int ChildrenAfter(int limitMs) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    int children = ChildCount();
-    for (; children > 0 && std::chrono::steady_clock::now() < end; children = ChildCount()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    int children = 0;
+    WaitUntil([&children] { return (children = ChildCount()) == 0; }, limitMs);
     return children;
 }
 

@@ -31,7 +31,9 @@ struct RunResult {
 
 // Runs argv[0] (a full path) with standard input from /dev/null.
 RunResult Run(const std::vector<std::string>& argv);
-// ffmpeg quietly, overwriting; throws std::runtime_error with its error text.
+// ffmpeg quietly, overwriting: its standard output; throws std::runtime_error
+// with its error text.
+std::string FfmpegOutput(std::vector<std::string> args);
 void Ffmpeg(const std::vector<std::string>& args);
 RunResult Fdhost(const std::vector<std::string>& args);
 
@@ -58,6 +60,8 @@ struct Resources {
 };
 Resources CurrentResources();
 int ChildCount();
+// Asks `done` at once and every 5 ms for up to `limitMs`; its last answer.
+bool WaitUntil(const std::function<bool()>& done, int limitMs);
 // Waits up to `limitMs` for the children to be gone; returns their count.
 int ChildrenAfter(int limitMs);
 

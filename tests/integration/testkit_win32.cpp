@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "support/textcodec.h"
 #include "testkit.h"
 
 namespace it {
@@ -16,20 +17,11 @@ namespace {
 namespace fs = std::filesystem;
 
 std::wstring Wide(const std::string& utf8) {
-    const int needed = ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-    std::wstring wide(static_cast<size_t>(needed), L'\0');
-    ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), wide.data(), needed);
-    return wide;
+    const std::u16string units = text::Utf8ToUtf16(utf8);
+    return std::wstring(units.begin(), units.end());
 }
 
-std::string Utf8(const std::wstring& wide) {
-    const int needed =
-        ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<size_t>(needed), '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), utf8.data(), needed, nullptr,
-                          nullptr);
-    return utf8;
-}
+std::string Utf8(const std::wstring& wide) { return text::Utf16ToUtf8(std::u16string(wide.begin(), wide.end())); }
 
 // The usual rules for one argument on a command line: quotes where needed,
 // backslashes before a quote doubled.
@@ -70,23 +62,24 @@ std::string TextOf(HANDLE file) {
     return text;
 }
 
-template <class Visit>
-void ForEachSnapshotEntry(DWORD kind, Visit&& visit) {
+// Threads (TH32CS_SNAPTHREAD) or processes whose owner or parent is this process.
+int CountOwned(DWORD kind) {
     const HANDLE snapshot = ::CreateToolhelp32Snapshot(kind, 0);
-    if (snapshot == INVALID_HANDLE_VALUE) return;
-    visit(snapshot);
-    ::CloseHandle(snapshot);
-}
-
-int ThreadCount() {
+    if (snapshot == INVALID_HANDLE_VALUE) return 0;
+    const DWORD self = ::GetCurrentProcessId();
     int count = 0;
-    ForEachSnapshotEntry(TH32CS_SNAPTHREAD, [&](HANDLE snapshot) {
+    if (kind == TH32CS_SNAPTHREAD) {
         THREADENTRY32 entry{};
         entry.dwSize = sizeof entry;
-        for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry)) {
-            count += entry.th32OwnerProcessID == ::GetCurrentProcessId();
-        }
-    });
+        for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry))
+            count += entry.th32OwnerProcessID == self;
+    } else {
+        PROCESSENTRY32W entry{};
+        entry.dwSize = sizeof entry;
+        for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry))
+            count += entry.th32ParentProcessID == self;
+    }
+    ::CloseHandle(snapshot);
     return count;
 }
 
@@ -110,17 +103,7 @@ int HandleCount() {
 
 }  // namespace
 
-int ChildCount() {
-    int count = 0;
-    ForEachSnapshotEntry(TH32CS_SNAPPROCESS, [&](HANDLE snapshot) {
-        PROCESSENTRY32W entry{};
-        entry.dwSize = sizeof entry;
-        for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry)) {
-            count += entry.th32ParentProcessID == ::GetCurrentProcessId();
-        }
-    });
-    return count;
-}
+int ChildCount() { return CountOwned(TH32CS_SNAPPROCESS); }
 
 TempDir::TempDir() {
     static std::atomic<int> serial{0};
@@ -156,16 +139,23 @@ RunResult Run(const std::vector<std::string>& argv) {
     startup.hStdError = err;
     PROCESS_INFORMATION info{};
     RunResult result;
-    if (!::CreateProcessW(Wide(argv[0]).c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                          &info)) {
+    // Wine now and then loses a start with ERROR_INTERNAL_ERROR and nothing
+    // runs; the plug-in's worker start tries again, and so do the tests.
+    DWORD code = ERROR_INTERNAL_ERROR;
+    for (int attempt = 0; attempt < 3 && code == ERROR_INTERNAL_ERROR; ++attempt) {
+        code = ::CreateProcessW(Wide(argv[0]).c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                                &startup, &info)
+                   ? ERROR_SUCCESS
+                   : ::GetLastError();
+    }
+    if (code != ERROR_SUCCESS) {
         TextOf(out);
         TextOf(err);
-        result.err = "cannot start " + argv[0];
+        result.err = "cannot start " + argv[0] + ", error " + std::to_string(code);
         return result;
     }
     ::CloseHandle(info.hThread);
     ::WaitForSingleObject(info.hProcess, INFINITE);
-    DWORD code = 0;
     ::GetExitCodeProcess(info.hProcess, &code);
     ::CloseHandle(info.hProcess);
     result.exitCode = static_cast<int>(code);
@@ -175,7 +165,7 @@ RunResult Run(const std::vector<std::string>& argv) {
 }
 
 Resources CurrentResources() {
-    return {HandleCount(), ThreadCount(), ChildCount()};
+    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD), ChildCount()};
 }
 
 bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {

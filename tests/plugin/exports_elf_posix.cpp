@@ -6,7 +6,6 @@
 #include <cstring>
 #include <set>
 #include <stdexcept>
-#include <string>
 
 #include "plugin_test_util.h"
 

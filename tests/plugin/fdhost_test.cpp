@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "plugin_test_util.h"
 
 namespace {
@@ -57,7 +54,7 @@ TEST(Fdhost, UsageErrorsExitWithTwo) {
         const it::RunResult result = Fdhost(args);
         std::string line;
         for (const std::string& arg : args) line += arg + " ";
-        EXPECT_EQ(result.exitCode, 2) << line;
+        EXPECT_EQ(result.exitCode, 2) << line << ": " << result.err;
         EXPECT_EQ(result.out, "") << line;
         EXPECT_NE(result.err, "") << line;
     }

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include "host/plugin.h"
 #include "host/text.h"

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <optional>
 #include <random>
-#include <stdexcept>
 
 #include "host/tagblob.h"
 #include "host/tagblobwriter.h"
@@ -18,61 +17,37 @@
 namespace soak {
 namespace {
 
-// The decoder's error log: a file of its own, emptied before each job and
-// read back (UTF-16LE, ASCII is enough to tell what failed) when something failed.
-class ErrorLog {
-public:
-    explicit ErrorLog(const std::string& path) : path_(path), sink_(path) {}
-    uint64_t Fd() const { return sink_.Get(); }
-    void Clear() { (void)::ftruncate(static_cast<int>(sink_.Get()), 0); }
-    std::string Text() const {
-        std::string text = it::ReadFile(path_);
-        std::erase(text, '\0');
-        return text;
-    }
-
-private:
-    std::string path_;
-    it::SinkFile sink_;
-};
-
 class Driver {
 public:
     Driver(Shared& shared, QuitFifo& quit, unsigned seed, int index)
         : shared_(shared), quit_(quit), random_(seed), index_(index),
-          log_(shared.dir + "/error-" + std::to_string(index) + ".log"),
+          logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
           copyStem_(shared.dir + "/copy-" + std::to_string(index)) {}
 
     void Run() {
+        const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
+        DecoderParam param{};
+        param.text = quitPath.c_str();
+        DecoderCreateInfo info{};
+        info.errorLog = log_.Get();
         while (!shared_.stop) {
-            const host::Decoder decoder(shared_.plugin, CreateInfo());
-            const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
-            DecoderParam param{};
-            param.text = quitPath.c_str();
-            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused", *shared_.fixtures.begin());
+            const host::Decoder decoder(shared_.plugin, info);
+            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused", shared_.fixtures.front());
             // A decoder lives for a few jobs, so Create and Destroy churn too.
             for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) OneJob(decoder);
         }
     }
 
 private:
-    DecoderCreateInfo CreateInfo() const {
-        DecoderCreateInfo info{};
-        info.errorLog = log_.Fd();
-        return info;
-    }
-
     int Pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
 
     void OneJob(const host::Decoder& decoder) {
         const Fixture& fixture = shared_.fixtures[static_cast<size_t>(Pick(0, int(shared_.fixtures.size()) - 1))];
-        log_.Clear();
+        (void)::ftruncate(static_cast<int>(log_.Get()), 0);   // the log of this job only
         const int kind = Pick(0, 9);
-        if (kind < 4) {
-            DecodeWhole(decoder, fixture, fixture.path, "decode");
-        } else if (kind < 7) {
+        if (kind >= 4 && kind < 7) {
             Seek(decoder, fixture);
-        } else if (fixture.retag) {
+        } else if (kind >= 7 && fixture.retag) {
             Retag(decoder, fixture);
         } else {
             DecodeWhole(decoder, fixture, fixture.path, "decode");
@@ -90,11 +65,18 @@ private:
     }
 
     void Fail(const std::string& what, const Fixture& fixture) {
-        shared_.Fail("thread " + std::to_string(index_) + ", " + fixture.name + ": " + what + "; error log: " +
-                     log_.Text());
+        std::string log = it::ReadFile(logPath_);
+        std::erase(log, '\0');   // UTF-16LE: ASCII is enough to tell what failed
+        shared_.Fail("thread " + std::to_string(index_) + ", " + fixture.name + ": " + what + "; error log: " + log);
     }
 
-    bool Open(const host::Decoder& decoder, uint32_t flags, DecoderOpenInfo& info, const std::u16string& wide) {
+    // A failure the quit didn't cause is one.
+    void Refused(const std::string& what, const Fixture& fixture) {
+        if (!QuitCaused()) Fail(what, fixture);
+    }
+
+    bool Open(const host::Decoder& decoder, const std::string& path, uint32_t flags, DecoderOpenInfo& info) {
+        const std::u16string wide = host::Utf8ToUtf16(path);
         info = DecoderOpenInfo{};
         info.path = wide.c_str();
         info.flags = flags;
@@ -103,55 +85,44 @@ private:
     }
 
     // Opens and decodes to the end. A quit in mid-stream is reset and the
-    // decode goes on: the samples must still be the reference's, byte for
-    // byte. Returns the samples, or nothing after a quit in Open.
-    std::optional<std::string> DecodeWhole(const host::Decoder& decoder, const Fixture& fixture,
-                                           const std::string& path, const char* job) {
-        const std::u16string wide = host::Utf8ToUtf16(path);
+    // decode goes on: the samples must still be the reference's, byte for byte.
+    void DecodeWhole(const host::Decoder& decoder, const Fixture& fixture, const std::string& path,
+                     const std::string& job) {
         DecoderOpenInfo info;
-        if (!Open(decoder, kOpenWantTags | kOpenWantInfo, info, wide)) {
-            if (!QuitCaused()) Fail(std::string(job) + ": Open failed", fixture);
-            return std::nullopt;
-        }
+        if (!Open(decoder, path, kOpenWantTags | kOpenWantInfo, info)) return Refused(job + ": Open failed", fixture);
         std::string samples;
         for (int blocks = 0;; ++blocks) {
             DecoderBlockInfo block{};
             if (decoder.DecodeBlock(block) == 0) {
                 if (QuitCaused()) continue;
-                Fail(std::string(job) + ": DecodeBlock failed after " + std::to_string(blocks) + " blocks", fixture);
-                return std::nullopt;
+                return Fail(job + ": DecodeBlock failed after " + std::to_string(blocks) + " blocks", fixture);
             }
             samples.append(static_cast<const char*>(block.samples), block.bytes);
             if (block.endOfStream || block.bytes == 0) break;
         }
         ++shared_.tally.decodes;
         if (samples != fixture.samples) {
-            Fail(std::string(job) + ": samples differ from the reference (" + std::to_string(samples.size()) +
-                     " against " + std::to_string(fixture.samples.size()) + " bytes)",
+            Fail(job + ": samples differ from the reference (" + std::to_string(samples.size()) + " against " +
+                     std::to_string(fixture.samples.size()) + " bytes)",
                  fixture);
         }
-        return samples;
     }
 
     void Seek(const host::Decoder& decoder, const Fixture& fixture) {
-        const std::u16string wide = host::Utf8ToUtf16(fixture.path);
         DecoderOpenInfo info;
-        if (!Open(decoder, 0, info, wide)) {
-            if (!QuitCaused()) Fail("seek: Open failed", fixture);
-            return;
-        }
+        if (!Open(decoder, fixture.path, 0, info)) return Refused("seek: Open failed", fixture);
         const int frames = static_cast<int>(fixture.samples.size() / fixture.blockAlign);
         for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks) {
             ++shared_.tally.seeks;
             const int64_t target = Pick(0, frames - 1);
             if (decoder.SetPosition(target) == 0) {
-                if (!QuitCaused()) Fail("SetPosition(" + std::to_string(target) + ") failed", fixture);
+                Refused("SetPosition(" + std::to_string(target) + ") failed", fixture);
                 continue;
             }
             for (int blocks = Pick(1, 5); blocks > 0; --blocks) {
                 DecoderBlockInfo block{};
                 if (decoder.DecodeBlock(block) == 0) {
-                    if (!QuitCaused()) Fail("DecodeBlock after a seek failed", fixture);
+                    Refused("DecodeBlock after a seek failed", fixture);
                     break;
                 }
                 if (block.endOfStream || block.bytes == 0) break;
@@ -159,27 +130,22 @@ private:
         }
     }
 
-    // The tags of `path` as Open hands them out, or nothing after a quit.
-    std::optional<std::vector<host::BlobEntry>> Tags(const host::Decoder& decoder, const Fixture& fixture) {
-        const std::u16string wide = host::Utf8ToUtf16(copy_);
+    // The copy's title as Open hands it out (tag names without ASCII case:
+    // Matroska hands out "TITLE"), or nothing after a quit.
+    std::optional<std::u16string> TitleOfCopy(const host::Decoder& decoder, const Fixture& fixture) {
         DecoderOpenInfo info;
-        if (!Open(decoder, kOpenWantTags, info, wide)) {
-            if (!QuitCaused()) Fail("retag: Open of the copy failed", fixture);
+        if (!Open(decoder, copy_, kOpenWantTags, info)) {
+            Refused("retag: Open of the copy failed", fixture);
             return std::nullopt;
         }
-        std::vector<host::BlobEntry> tags = host::ReadTagBlob(info.tags, info.tagsSize);
-        decoder.Close();
-        return tags;
-    }
-
-    // Tag names compare without ASCII case: Matroska hands out "TITLE".
-    static std::u16string TitleOf(const std::vector<host::BlobEntry>& entries) {
-        for (const host::BlobEntry& entry : entries) {
+        std::u16string title;
+        for (const host::BlobEntry& entry : host::ReadTagBlob(info.tags, info.tagsSize)) {
             std::u16string name = entry.name;
             for (char16_t& unit : name) unit = unit >= u'A' && unit <= u'Z' ? char16_t(unit + 32) : unit;
-            if (name == u"title") return entry.value;
+            if (name == u"title") title = entry.value;
         }
-        return u"";
+        decoder.Close();
+        return title;
     }
 
     // Copies the fixture, writes a title (or deletes it), checks the tags
@@ -197,17 +163,15 @@ private:
         param.data = blob.data();
         param.value = static_cast<int32_t>(blob.size());
         ++shared_.tally.retags;
-        const bool written = decoder.Set(u"IDTags", param) != 0;
-        const bool quitWrite = !written && QuitCaused();
-        if (!written && !quitWrite) Fail("retag: Set(IDTags) failed", fixture);
-        if (written) {
-            const auto tags = Tags(decoder, fixture);
-            if (tags && TitleOf(*tags) != title) Fail("retag: the title read back differs", fixture);
+        if (decoder.Set(u"IDTags", param) == 0) {
+            Refused("retag: Set(IDTags) failed", fixture);
+        } else if (const auto read = TitleOfCopy(decoder, fixture); read && *read != title) {
+            Fail("retag: the title read back differs", fixture);
         }
         if (Pick(0, 1) == 1) {
             ++shared_.tally.deletes;
-            const bool deleted = decoder.DeleteATag(widePath.c_str(), u"Title\0") != 0;
-            if (!deleted && !QuitCaused()) Fail("retag: DeleteATag(Title) failed", fixture);
+            if (decoder.DeleteATag(widePath.c_str(), u"Title\0") == 0)
+                Refused("retag: DeleteATag(Title) failed", fixture);
         }
         CheckAudio(decoder, fixture);
         std::filesystem::remove(copy_);
@@ -216,11 +180,11 @@ private:
     // The bytes are checked whatever a quit did to the decode behind them:
     // the leading audio, or for Matroska every Cluster at its offset.
     void CheckAudio(const host::Decoder& decoder, const Fixture& fixture) {
+        const std::string original = it::ReadFile(fixture.path), copy = it::ReadFile(copy_);
         if (fixture.audioBytes != 0) {
-            const std::string original = it::ReadFile(fixture.path).substr(0, fixture.audioBytes);
-            if (it::ReadFile(copy_).compare(0, original.size(), original) != 0)
+            if (copy.compare(0, fixture.audioBytes, original, 0, fixture.audioBytes) != 0)
                 Fail("retag: the audio bytes of the copy changed", fixture);
-        } else if (ebmltest::Clusters(it::ReadFile(copy_)) != ebmltest::Clusters(it::ReadFile(fixture.path))) {
+        } else if (ebmltest::Clusters(copy) != ebmltest::Clusters(original)) {
             Fail("retag: the Clusters of the copy changed", fixture);
         }
         DecodeWhole(decoder, fixture, copy_, "retagged decode");
@@ -230,9 +194,9 @@ private:
     QuitFifo& quit_;
     std::mt19937 random_;
     int index_;
-    ErrorLog log_;
-    std::string copyStem_;
-    std::string copy_;
+    std::string logPath_;
+    it::SinkFile log_;
+    std::string copyStem_, copy_;
 };
 
 }  // namespace

@@ -9,23 +9,15 @@
 namespace soak {
 namespace {
 
-struct Recipe {
-    const char* name;
-    std::vector<std::string> args;   // between the sources and the output
-    bool retag;
-};
-
 const std::vector<std::string> kTone = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100",
-                                        "-ac", "2"};
+                                        "-ac", "2", "-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
 
 // The bytes in front of an APE tag at the end of `bytes` (all of them when
 // there is none): what a tag write must leave as it is.
 size_t BytesBeforeApe(const std::string& bytes) {
     if (bytes.size() < 32 || bytes.compare(bytes.size() - 32, 8, "APETAGEX") != 0) return bytes.size();
     const size_t footer = bytes.size() - 32;
-    const uint32_t size = it::U32At(bytes, footer + 12);
-    const uint32_t flags = it::U32At(bytes, footer + 20);
-    const size_t tag = size_t{size} + ((flags & 0x80000000u) ? 32 : 0);
+    const size_t tag = size_t{it::U32At(bytes, footer + 12)} + ((it::U32At(bytes, footer + 20) & 0x80000000u) ? 32 : 0);
     if (tag > bytes.size()) throw std::runtime_error("fixture with a damaged APE tag");
     return bytes.size() - tag;
 }
@@ -33,8 +25,11 @@ size_t BytesBeforeApe(const std::string& bytes) {
 }  // namespace
 
 std::vector<Fixture> MakeFixtures(const std::string& dir) {
-    const std::vector<std::string> tagged = {"-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
-    const std::vector<Recipe> recipes = {
+    const struct {
+        const char* name;
+        std::vector<std::string> args;   // between the sources and the output
+        bool retag;
+    } recipes[] = {
         {"tagged.tta", {"-c:a", "tta"}, true},
         {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}, true},
         {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}, true},
@@ -46,14 +41,13 @@ std::vector<Fixture> MakeFixtures(const std::string& dir) {
         {"tone.ts", {"-c:a", "mp2"}, false},
     };
     std::vector<Fixture> fixtures;
-    for (const Recipe& recipe : recipes) {
+    for (const auto& recipe : recipes) {
         Fixture fixture{recipe.name, dir + "/" + recipe.name, {}, 4, 0, recipe.retag};
         std::vector<std::string> args = kTone;
         if (fixture.name == "video.mkv") {
             args.insert(args.begin(), {"-f", "lavfi", "-i", "testsrc=size=32x24:rate=5:duration=3"});
             args.insert(args.end(), {"-map", "0:v", "-map", "1:a"});
         }
-        args.insert(args.end(), tagged.begin(), tagged.end());
         args.insert(args.end(), recipe.args.begin(), recipe.args.end());
         args.push_back(fixture.path);
         it::Ffmpeg(args);

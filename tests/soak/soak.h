@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/plugin.h"
@@ -35,15 +34,13 @@ struct Tally {
 
 // What every thread shares: the fixtures, the counts, the failure list.
 struct Shared {
-    Shared(const host::Plugin& plugin_, const std::vector<Fixture>& fixtures_, std::string dir_)
-        : plugin(plugin_), fixtures(fixtures_), dir(std::move(dir_)) {}
     const host::Plugin& plugin;
     const std::vector<Fixture>& fixtures;
     std::string dir;
     std::atomic<bool> stop{false};
-    Tally tally;
-    std::mutex mutex;
-    std::vector<std::string> failureTexts;
+    Tally tally{};
+    std::mutex mutex{};
+    std::vector<std::string> failureTexts{};
     void Fail(const std::string& text);
 };
 
@@ -51,8 +48,5 @@ using it::QuitFifo;
 
 // One decoder thread's loop until `shared.stop`.
 void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index);
-
-// Resident memory of this process in KiB.
-long ResidentKiB();
 
 }  // namespace soak

@@ -10,31 +10,16 @@
 // children at the end than at the start, and on resident memory that grew by
 // more than MB (default 32) between the first report and the last.
 
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <random>
-#include <string>
 #include <thread>
 
 #include "soak.h"
 #include "tests/integration/testkit.h"
-
-namespace soak {
-
-long ResidentKiB() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::strtol(line.c_str() + 6, nullptr, 10);
-    }
-    return -1;
-}
-
-}  // namespace soak
 
 namespace {
 
@@ -67,18 +52,26 @@ Options ParseOptions(int argc, char** argv) {
 
 struct Figures {
     it::Resources resources;
-    long rssKiB = 0;
+    long rssKiB = -1;   // resident memory
 };
 
-Figures Measure() { return {it::CurrentResources(), soak::ResidentKiB()}; }
+Figures Measure() {
+    Figures figures{it::CurrentResources()};
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) figures.rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    return figures;
+}
 
-void Report(const char* when, double minutes, const Figures& figures, const soak::Tally& tally) {
+void Report(const char* when, Clock::time_point began, const Figures& figures, const soak::Tally& tally) {
+    const auto count = [](const std::atomic<uint64_t>& n) { return static_cast<unsigned long long>(n); };
     std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | opens %llu decodes %llu "
                 "seeks %llu retags %llu deletes %llu quits %llu failures %llu\n",
-                when, minutes, figures.resources.descriptors, figures.resources.threads, figures.resources.children,
-                figures.rssKiB, (unsigned long long)tally.opens, (unsigned long long)tally.decodes,
-                (unsigned long long)tally.seeks, (unsigned long long)tally.retags, (unsigned long long)tally.deletes,
-                (unsigned long long)tally.quits, (unsigned long long)tally.failures);
+                when, std::chrono::duration<double>(Clock::now() - began).count() / 60, figures.resources.descriptors,
+                figures.resources.threads, figures.resources.children, figures.rssKiB, count(tally.opens),
+                count(tally.decodes), count(tally.seeks), count(tally.retags), count(tally.deletes),
+                count(tally.quits), count(tally.failures));
     std::fflush(stdout);
 }
 
@@ -94,12 +87,12 @@ void FireQuits(soak::Shared& shared, std::vector<std::unique_ptr<soak::QuitFifo>
 // Threads may take a moment to go (the worker reaper); waits up to 5 s.
 Figures SettledFigures(const Figures& start) {
     it::ChildrenAfter(5000);
-    Figures now = Measure();
-    for (int i = 0; i < 50 && (now.resources.threads > start.resources.threads ||
-                               now.resources.descriptors > start.resources.descriptors); ++i) {
-        std::this_thread::sleep_for(100ms);
+    Figures now;
+    it::WaitUntil([&] {
         now = Measure();
-    }
+        return now.resources.threads <= start.resources.threads &&
+               now.resources.descriptors <= start.resources.descriptors;
+    }, 5000);
     return now;
 }
 
@@ -110,15 +103,15 @@ int Soak(const Options& options) {
     std::printf("soak: %d decoders for %.1f minutes over", options.threads, options.minutes);
     for (const soak::Fixture& fixture : fixtures) std::printf(" %s%s", fixture.name.c_str(), fixture.retag ? "(retag)" : "");
     std::printf("\n");
-    soak::Shared shared(plugin, fixtures, dir.Path());
+    soak::Shared shared{plugin, fixtures, dir.Path()};
     std::vector<std::unique_ptr<soak::QuitFifo>> quits;
     for (int i = 0; i < options.threads; ++i)
         quits.push_back(std::make_unique<soak::QuitFifo>(dir.File("quit-" + std::to_string(i))));
 
     std::thread([] {}).join();   // a sanitizer starts its own thread with the first one: not counted as growth
     const Figures start = Measure();
-    Report("start", 0, start, shared.tally);
     const auto began = Clock::now();
+    Report("start", began, start, shared.tally);
     std::vector<std::thread> threads;
     for (int i = 0; i < options.threads; ++i)
         threads.emplace_back(soak::RunDecoderThread, std::ref(shared), std::ref(*quits[size_t(i)]), 1000u + unsigned(i), i);
@@ -133,30 +126,26 @@ int Soak(const Options& options) {
         const Figures now = Measure();
         if (firstRss < 0) firstRss = now.rssKiB;
         lastRss = now.rssKiB;
-        Report("run", std::chrono::duration<double>(Clock::now() - began).count() / 60, now, shared.tally);
+        Report("run", began, now, shared.tally);
     }
     shared.stop = true;
     quitter.join();
     for (std::thread& thread : threads) thread.join();
     const Figures final = SettledFigures(start);
-    Report("end", std::chrono::duration<double>(Clock::now() - began).count() / 60, final, shared.tally);
+    Report("end", began, final, shared.tally);
 
-    int status = 0;
+    int status = shared.tally.failures != 0 ? 1 : 0;
     for (const std::string& text : shared.failureTexts) std::printf("FAILURE: %s\n", text.c_str());
-    if (shared.tally.failures != 0) status = 1;
-    if (final.resources.descriptors > start.resources.descriptors || final.resources.threads > start.resources.threads ||
-        final.resources.children > 0) {
-        std::printf("FAILURE: descriptors, threads or children grew\n");
-        status = 1;
-    }
-    if (firstRss >= 0 && lastRss - firstRss > options.rssSlackMb * 1024) {
-        std::printf("FAILURE: resident memory grew from %ld to %ld KiB\n", firstRss, lastRss);
-        status = 1;
-    }
-    if (shared.tally.decodes == 0 || shared.tally.quits == 0) {
-        std::printf("FAILURE: nothing was decoded or no quit ever hit\n");
-        status = 1;
-    }
+    const auto check = [&status](bool failed, const std::string& text) {
+        if (failed) std::printf("FAILURE: %s\n", text.c_str());
+        status = failed ? 1 : status;
+    };
+    check(final.resources.descriptors > start.resources.descriptors ||
+              final.resources.threads > start.resources.threads || final.resources.children > 0,
+          "descriptors, threads or children grew");
+    check(firstRss >= 0 && lastRss - firstRss > options.rssSlackMb * 1024,
+          "resident memory grew from " + std::to_string(firstRss) + " to " + std::to_string(lastRss) + " KiB");
+    check(shared.tally.decodes == 0 || shared.tally.quits == 0, "nothing was decoded or no quit ever hit");
     std::printf("soak: %s\n", status == 0 ? "PASSED" : "FAILED");
     return status;
 }

@@ -22,16 +22,6 @@ constexpr char kUnreadable[] = "The APE tag has items that can't be read";
 const ApeItem kTitle{"Title", "t"};
 const ApeItem kAlbum{"Album", "a"};
 
-ApeTag WithSize(ApeTag tag, int64_t size) {
-    tag.size = size;
-    return tag;
-}
-
-ApeTag WithCount(ApeTag tag, int64_t count) {
-    tag.count = count;
-    return tag;
-}
-
 // Title and album around an item whose value size runs past the footer.
 std::string DamagedInTheMiddle(bool header) {
     std::string items = kTitle.Bytes() + U32(500) + U32(0) + "Bad\0v"s + kAlbum.Bytes();
@@ -69,11 +59,11 @@ std::vector<HostileCase> Cases() {
         {"intact", ApeTag({kTitle, kAlbum}).Bytes(), rewritten, "", titleLeft, nullptr},
         {"count 0, size into the audio", emptyFooter, onlyNew, "", emptyFooter, nullptr},
         {"count 0, size past the file", emptyFooterPastFile, onlyNew, "", emptyFooterPastFile, nullptr},
-        {"size past the file", WithSize(ApeTag({kTitle, kAlbum}), 100000).Bytes(), refused, refused, refused, kDamaged},
-        {"size smaller than the items", WithSize(ApeTag({kTitle, kAlbum}), 40).Bytes(), refused, refused, refused,
+        {"size past the file", ApeTag({kTitle, kAlbum}).Stating(100000).Bytes(), refused, refused, refused, kDamaged},
+        {"size smaller than the items", ApeTag({kTitle, kAlbum}).Stating(40).Bytes(), refused, refused, refused,
          kDamaged},
-        {"size below a footer", WithSize(ApeTag({kTitle, kAlbum}), 31).Bytes(), refused, refused, refused, kDamaged},
-        {"count smaller than the items", WithCount(ApeTag({kTitle, kAlbum}, 2000, false), 1).Bytes(), refused,
+        {"size below a footer", ApeTag({kTitle, kAlbum}).Stating(31).Bytes(), refused, refused, refused, kDamaged},
+        {"count smaller than the items", ApeTag({kTitle, kAlbum}, 2000, false).Stating(-1, 1).Bytes(), refused,
          refused, refused, kDamaged},
         {"header flag without a header", noHeader, rewritten, "", titleLeft, nullptr},
         {"damaged item, header", DamagedInTheMiddle(true), refused, "", refused, kUnreadable},
@@ -142,7 +132,7 @@ TEST_F(HostileApeTest, BlankID3v1KeepsTheAPETagReachable) {
 }
 
 // A write the reader would refuse fails before any byte moves and leaves the
-// old tags (a write that finds no room: hostileape_posix.cpp).
+// old tags (a write that finds no room: filesizelimit_posix.cpp).
 TEST_F(HostileApeTest, TooLargeATagLeavesTheOldTags) {
     const std::string old = ApeTag({kTitle, kAlbum}).Bytes();
     IDTags tooLarge;

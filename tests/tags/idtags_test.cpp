@@ -91,10 +91,8 @@ TEST(IDTags, ParseIsForgiving) {
         Bytes bytes;
         const char* names;   // "name=value[data bytes];" per entry
     } cases[] = {
-        {"count only", Blob().I32(2).bytes, ""},
-        {"no room for a length", {5, 0, 0, 0, 0}, ""},
-        {"count 0", a(0).bytes, ""},
-        {"count below 0", a(-3).bytes, ""},
+        {"count only", Blob().I32(2).bytes, ""}, {"no room for a length", {5, 0, 0, 0, 0}, ""},
+        {"count 0", a(0).bytes, ""}, {"count below 0", a(-3).bytes, ""},
         {"count above the entries", a(9).Entry(u"B", u"2").bytes, "A=1;B=2;"},
         {"count below them", a(1).Entry(u"B", u"2").bytes, "A=1;"},
         {"negative length", a(3).I32(-1).Entry(u"B", u"2").bytes, "A=1;"},

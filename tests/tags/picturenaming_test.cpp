@@ -24,9 +24,7 @@ TEST(PictureNaming, TypeTableAndSplitArtKey) {
         {"_albumart_12_Back Album Cover<subdesc>Inlay", "Back Album Cover", "Inlay"},
         {"_albumart_1_Media<subdesc>a<subdesc>b", "Media", "a<subdesc>b"},
         {"_albumart_1_Media<SUBDESC>x", "Media<SUBDESC>x", ""},   // the separator is case-sensitive
-        {"_albumart_1_", "", ""},
-        {"_albumart_1", "", ""},
-        {"_albumart_", "", ""},
+        {"_albumart_1_", "", ""}, {"_albumart_1", "", ""}, {"_albumart_", "", ""},
     };
     for (const Case& c : cases) {
         clString type = S("x"), description = S("y");

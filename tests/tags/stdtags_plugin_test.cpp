@@ -15,17 +15,22 @@ std::string Entry(const std::string& name, const std::string& value) {
     return "{\"name\":\"" + name + "\",\"value\":\"" + value + "\"";
 }
 
+void ExpectEntries(const std::string& info, std::initializer_list<std::string> entries) {
+    for (const std::string& entry : entries) EXPECT_NE(info.find(entry), std::string::npos) << entry << "\n" << info;
+}
+
 class StdTagsThroughPlugin : public ::testing::Test {
 protected:
     void SetUp() override {
         it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-c:a", "tta", tta});
         it::Ffmpeg({"-f", "lavfi", "-i", "color=green:s=8x8", "-frames:v", "1", png});
         // The audio: all in front of the APE tag that ffmpeg wrote.
-        clFile file = OpenFile(tta, clFile::kRead);
-        TagAPEv2 ape(file);
-        IDTags tags;
-        ASSERT_TRUE(ape.Read(tags, false));
-        audio = ReadFile(tta).substr(0, static_cast<size_t>(ape.TagStart));
+        const int64_t tagStart = RunEngine<TagAPEv2>(tta, [](TagAPEv2& ape) {
+            IDTags tags;
+            return ape.Read(tags, false) ? ape.TagStart : -1;
+        }, clFile::kRead);
+        ASSERT_GT(tagStart, 0);
+        audio = ReadFile(tta).substr(0, static_cast<size_t>(tagStart));
     }
     int Host(std::vector<std::string> args) {
         args.insert(args.begin(), {"--error-log", errorLog});
@@ -50,24 +55,19 @@ TEST_F(StdTagsThroughPlugin, WriteOpenAndDelete) {
     ASSERT_EQ(Host({"write", tta, "--set", "Title=Hello", "--set", "Artist=A", "--set", "artist=B", "--picture",
                     "Front Album Cover=" + png + ":Sleeve"}),
               0);
-    std::string info = Info();
     // APE covers keep no description.
-    for (const std::string& entry : {Entry("ID Tag", "APEv2"), Entry("Title", "Hello"), Entry("Artist", "A\\rB"),
-                                     Entry("_albumart_1_Front Album Cover", "") + ",\"data_size\":" +
-                                         std::to_string(ReadFile(png).size())}) {
-        EXPECT_NE(info.find(entry), std::string::npos) << entry << "\n" << info;
-    }
+    ExpectEntries(Info(), {Entry("ID Tag", "APEv2"), Entry("Title", "Hello"), Entry("Artist", "A\\rB"),
+                           Entry("_albumart_1_Front Album Cover", "") + ",\"data_size\":" +
+                               std::to_string(ReadFile(png).size())});
 
     WriteFile(dir.File("blob.bin"), std::string("\0\1\2", 3));
     WriteFile(dir.File("tags.json"),
               R"([{"name": "Album", "value": "\u00c4lbum \ud83c\udfb5"}, {"name": "Blob", "data_file": "blob.bin"}])");
     ASSERT_EQ(Host({"write", tta, "--from-json", dir.File("tags.json")}), 0);
-    info = Info();
-    EXPECT_NE(info.find(Entry("Album", "\xC3\x84lbum \xF0\x9F\x8E\xB5")), std::string::npos) << info;
-    EXPECT_NE(info.find(Entry("Blob", "") + ",\"data_size\":3"), std::string::npos) << info;
+    ExpectEntries(Info(), {Entry("Album", "\xC3\x84lbum \xF0\x9F\x8E\xB5"), Entry("Blob", "") + ",\"data_size\":3"});
 
     ASSERT_EQ(Host({"delete", tta, "artist", "_albumart_1_Front Album Cover"}), 0);
-    info = Info();
+    std::string info = Info();
     EXPECT_EQ(info.find("Artist"), std::string::npos) << info;
     EXPECT_EQ(info.find("_albumart_"), std::string::npos) << info;
     EXPECT_NE(info.find(Entry("Title", "Hello")), std::string::npos) << info;
@@ -88,15 +88,14 @@ TEST_F(StdTagsThroughPlugin, RefusalsAreReported) {
     EXPECT_EQ(Host({"write", tta, "--from-json", dir.File("missing.json")}), 1);
 
     // A damaged APE tag is left as it is, and the host hears so.
-    ApeTag damaged({{"Title", "t"}});
-    damaged.size = 100000;
+    const ApeTag damaged = ApeTag({{"Title", "t"}}).Stating(100000);
     WriteFile(tta, audio + damaged.Bytes());
-    EXPECT_EQ(Host({"delete", tta}), 1);
-    EXPECT_NE(Log().find("Could not delete APE tag  [DeleteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
-        << Log();
-    EXPECT_EQ(Host({"write", tta, "--set", "Title=x"}), 1);
-    EXPECT_NE(Log().find("Could not write APE tag  [WriteStdTags]\r\nThe APE tag is damaged"), std::string::npos)
-        << Log();
+    const std::pair<std::vector<std::string>, std::string> refusals[] = {
+        {{"delete", tta}, "delete APE tag  [DeleteStdTags]"}, {{"write", tta, "--set", "Title=x"}, "write APE tag  [WriteStdTags]"}};
+    for (const auto& [args, op] : refusals) {
+        EXPECT_EQ(Host(args), 1);
+        EXPECT_NE(Log().find("Could not " + op + "\r\nThe APE tag is damaged"), std::string::npos) << Log();
+    }
     EXPECT_EQ(ReadFile(tta), audio + damaged.Bytes());
 }
 
@@ -114,18 +113,15 @@ TEST_F(StdTagsThroughPlugin, Id3v2InFrontOfTheAudio) {
     const std::string tag = id3test::Tag(3, id3test::Frame23("TIT2", id3test::Text("v2")) +
                                                 id3test::Frame23("TALB", id3test::Text("v2 album")));
     WriteFile(tta, tag + clean);
-    std::string info = Info();
-    for (const std::string& entry : {Entry("ID Tag", "APEv2 & ID3v2.3"), Entry("Title", "v2"), Entry("Album", "v2 album")}) {
-        EXPECT_NE(info.find(entry), std::string::npos) << entry << "\n" << info;
-    }
+    ExpectEntries(Info(), {Entry("ID Tag", "APEv2 & ID3v2.3"), Entry("Title", "v2"), Entry("Album", "v2 album")});
     EXPECT_EQ(Decode(tta), samples);
 
     // A header with flags that no version allows: no ID3v2 tag, but the APE tag and the audio come through.
     std::string damaged = tag + clean;
     damaged[5] = 0x0F;
     WriteFile(tta, damaged);
-    info = Info();
-    EXPECT_NE(info.find(Entry("ID Tag", "APEv2")), std::string::npos) << info;
+    const std::string info = Info();
+    ExpectEntries(info, {Entry("ID Tag", "APEv2")});
     EXPECT_EQ(info.find("v2 album"), std::string::npos) << info;
     EXPECT_EQ(Decode(tta), samples);
 }

@@ -59,6 +59,13 @@ struct ApeTag {
         std::string head = header ? ApeFrameBytes(version, tagSize, itemCount, 0xA0000000u) : "";
         return head + body + ApeFrameBytes(version, tagSize, itemCount, header ? 0x80000000u : 0);
     }
+    // A copy whose header and footer state `statedSize` and `statedCount`.
+    ApeTag Stating(int64_t statedSize, int64_t statedCount = -1) const {
+        ApeTag tag = *this;
+        tag.size = statedSize;
+        tag.count = statedCount;
+        return tag;
+    }
     std::vector<ApeItem> items;
     uint32_t version;
     bool header;
@@ -107,6 +114,24 @@ inline clFile OpenFile(const std::string& path, uint32_t access = clFile::kReadW
     clFile file(S(path));
     if (!file.Open(access)) throw std::runtime_error("cannot open " + path);
     return file;
+}
+
+// Runs `op` on an engine of type E over the file at `path`, and gives its result.
+template <class E, class Op>
+auto RunEngine(const std::string& path, Op op, uint32_t access = clFile::kReadWrite) {
+    clFile file = OpenFile(path, access);
+    E engine(file);
+    return op(engine);
+}
+
+// What an engine of type E reads from `path`, as Describe shows it.
+template <class E>
+std::string ReadWith(const std::string& path, bool wantVersion = true) {
+    return RunEngine<E>(path, [&](E& engine) {
+        IDTags tags;
+        EXPECT_TRUE(engine.Read(tags, wantVersion));
+        return Describe(tags);
+    }, clFile::kRead);
 }
 
 // A log file of UTF-16LE, read as ASCII.

@@ -14,17 +14,12 @@ namespace {
 
 class ID3v1Test : public TagFileTest {
 protected:
-    std::string Read() {
-        clFile file = OpenFile(path, clFile::kRead);
-        IDTags tags;
-        EXPECT_TRUE(TagID3v1(file).Read(tags, true));
-        return Describe(tags);
-    }
+    std::string Read() { return ReadWith<TagID3v1>(path); }
     void Write(const IDTags& tags, bool merge, bool version10 = false) {
-        clFile file = OpenFile(path);
-        TagID3v1 engine(file);
-        if (version10) engine.SetOption(S("ID3v1Write10"));
-        EXPECT_TRUE(engine.Write(tags, merge));
+        EXPECT_TRUE(RunEngine<TagID3v1>(path, [&](TagID3v1& engine) {
+            if (version10) engine.SetOption(S("ID3v1Write10"));
+            return engine.Write(tags, merge);
+        }));
         Tail();   // checks the audio
     }
 };
@@ -45,9 +40,8 @@ TEST_F(ID3v1Test, ReadsBothVersions) {
 
     // Too short for the 131 bytes that the test for a tag reads.
     Make("", 130);
-    clFile shortFile = OpenFile(path, clFile::kRead);
     IDTags tags;
-    EXPECT_FALSE(TagID3v1(shortFile).Read(tags, true));
+    EXPECT_FALSE(RunEngine<TagID3v1>(path, [&](TagID3v1& engine) { return engine.Read(tags, true); }, clFile::kRead));
 }
 
 TEST_F(ID3v1Test, WriteCutsFieldsAtTheirLimits) {

@@ -3,7 +3,7 @@
 //   pid            print the process id and a newline to stdout
 //   pattern N      write N bytes of PatternByte(i) to stdout
 //   lines N        print "line <i>" N times to stderr
-//   args           print each argument, hex-encoded, one per line, to stdout
+//   args           print each argument, each ended by a NUL, to stdout
 //   fds            print the open descriptors, one per line, to stdout
 //   stdin          read stdin until its end
 //   ignore-term    ignore SIGTERM
@@ -63,11 +63,7 @@ int main(int argc, char** argv) {
             }
             ++i;
         } else if (command == "args") {
-            for (int a = 0; a < argc; ++a) {
-                std::string hex;
-                for (const char* p = argv[a]; *p; ++p) hex += {"0123456789abcdef"[(*p >> 4) & 15], "0123456789abcdef"[*p & 15]};
-                Write(1, hex + "\n");
-            }
+            for (int a = 0; a < argc; ++a) Write(1, std::string(argv[a]) + '\0');
         } else if (command == "fds") {
             DIR* dir = ::opendir("/proc/self/fd");
             while (dirent* entry = dir ? ::readdir(dir) : nullptr) {

@@ -1,22 +1,15 @@
-// The DLL through its exports under Wine, with the replay worker standing in
-// for ffmpeg: bit-exact decoding of recorded output, the worker's command
-// line, the host's named quit event, the worker's grace time, and that
-// nothing is left behind.
+// The DLL under Wine, the replay worker standing in for ffmpeg: exact bytes,
+// the worker's command line, the named quit event, the grace time, no leaks.
 
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <mutex>
-#include <string>
-#include <thread>
 
 #include "plugindriver.h"
-#include "testkit.h"
 
 namespace {
 
@@ -58,13 +51,18 @@ public:
     ~HostQuitEvent() { ::CloseHandle(handle_); }
     const std::string& Name() const { return name_; }
     void Reset() { ::ResetEvent(handle_); }
-    // Sets the event after `ms` from another thread; `when` gets the moment.
-    std::thread SetAfter(int ms, Clock::time_point& when) {
-        return std::thread([this, ms, &when] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-            when = Clock::now();
+    // Sets the event 300 ms into `blocked`; how long that went on after it.
+    int64_t MsPastSet(const std::function<void()>& blocked) {
+        Clock::time_point setAt;
+        std::thread setter([this, &setAt] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            setAt = Clock::now();
             ::SetEvent(handle_);
         });
+        blocked();
+        const Clock::time_point returned = Clock::now();
+        setter.join();
+        return std::chrono::duration_cast<std::chrono::milliseconds>(returned - setAt).count();
     }
 
 private:
@@ -132,12 +130,8 @@ TEST(Win32Plugin, QuitEventEndsBlockedOpenAndDecodeBlockWithin100Ms) {
     {
         it::TestDecoder decoder;
         ASSERT_TRUE(decoder.SetQuitEvent(quit.Name()));
-        Clock::time_point setAt;
-        std::thread setter = quit.SetAfter(300, setAt);
-        EXPECT_FALSE(decoder.Open(Misbehaving(dir, "silent.flac", "stall 0"), 0));
-        const Clock::time_point returned = Clock::now();
-        setter.join();
-        EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(returned - setAt).count(), 100);
+        const std::string silent = Misbehaving(dir, "silent.flac", "stall 0");
+        EXPECT_LT(quit.MsPastSet([&] { EXPECT_FALSE(decoder.Open(silent, 0)); }), 100);
         EXPECT_EQ(decoder.ErrorLog(), "");   // a quit is no error
     }
     quit.Reset();
@@ -147,12 +141,7 @@ TEST(Win32Plugin, QuitEventEndsBlockedOpenAndDecodeBlockWithin100Ms) {
     DecoderBlockInfo block{};
     ASSERT_TRUE(decoder.DecodeBlock(block));
     EXPECT_EQ(block.bytes, 16384u);
-    Clock::time_point setAt;
-    std::thread setter = quit.SetAfter(300, setAt);
-    EXPECT_FALSE(decoder.DecodeBlock(block));
-    const Clock::time_point returned = Clock::now();
-    setter.join();
-    EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(returned - setAt).count(), 100);
+    EXPECT_LT(quit.MsPastSet([&] { EXPECT_FALSE(decoder.DecodeBlock(block)); }), 100);
 }
 
 TEST(Win32Plugin, WorkerThatIgnoresItsClosedPipesIsTerminatedAfter2000Ms) {

@@ -37,6 +37,13 @@ inline std::string Tag(int version, const std::string& frames, uint8_t flags = 0
     return std::string("ID3") + static_cast<char>(version) + '\0' + static_cast<char>(flags) +
            Synchsafe(static_cast<uint32_t>(frames.size())) + frames;
 }
+// The size of the tag in front of `bytes`, header included; 0 without one.
+inline size_t TagSize(const std::string& bytes) {
+    if (bytes.size() < 10 || bytes.compare(0, 3, "ID3") != 0) return 0;
+    size_t size = 0;
+    for (size_t i = 6; i < 10; ++i) size = (size << 7) | static_cast<uint8_t>(bytes[i]);
+    return size + 10;
+}
 // A text body in encoding 0 (or as given): the encoding byte, then the bytes.
 inline std::string Text(const std::string& text, char encoding = 0) { return std::string(1, encoding) + text; }
 

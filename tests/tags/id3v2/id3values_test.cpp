@@ -72,14 +72,10 @@ TEST(Id3Values, TextEncodingsAndMultipleValues) {
 TEST(Id3Values, GenresDatesRatingsAndUserFrames) {
     const std::string comm = std::string("\0eng", 4);
     const Case cases[] = {
-        {3, {Frame("TCON", Text("(17)"))}, "Genre=Rock;"},
-        {3, {Frame("TCON", Text("17"))}, "Genre=Rock;"},
-        {3, {Frame("TCON", Text("200"))}, "Genre=200;"},
-        {3, {Frame("TCON", Text("(200)"))}, ""},
-        {3, {Frame("TCON", Text("(RX)"))}, "Genre=Remix;"},
-        {3, {Frame("TCON", Text("(CR)"))}, "Genre=Cover;"},
-        {3, {Frame("TCON", Text("((Live)"))}, "Genre=(Live);"},
-        {3, {Frame("TCON", Text("(17)(18)"))}, "Genre=Rock;"},
+        {3, {Frame("TCON", Text("(17)"))}, "Genre=Rock;"}, {3, {Frame("TCON", Text("17"))}, "Genre=Rock;"},
+        {3, {Frame("TCON", Text("200"))}, "Genre=200;"}, {3, {Frame("TCON", Text("(200)"))}, ""},
+        {3, {Frame("TCON", Text("(RX)"))}, "Genre=Remix;"}, {3, {Frame("TCON", Text("(CR)"))}, "Genre=Cover;"},
+        {3, {Frame("TCON", Text("((Live)"))}, "Genre=(Live);"}, {3, {Frame("TCON", Text("(17)(18)"))}, "Genre=Rock;"},
         {3, {Frame("TCON", Text("Rock; Pop"))}, "Genre=Rock|Pop;"},
         {4, {Frame("TCON", Text("Rock; Pop"))}, "Genre=Rock; Pop;"},
         {4, {Frame("TCON", Text(std::string("17\0Pop", 6)))}, "Genre=Rock|Pop;"},

@@ -78,11 +78,9 @@ TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
         {3, {Old("TXXX", Text(std::string("Mood[2]\0calm", 12)))}, {{"Mood", {"calm"}}}, "3 TXXX:.Mood.calm.;"},
         // What no frame can hold goes to user frames, one per value in 2.3, one with all values in 2.4.
         {3, {}, {{"Title", {"a", "b"}}}, "3 TXXX:.Title.a.;TXXX:.Title.b.;"},
-        {4, {}, {{"Title", {"a", "b"}}}, "4 TXXX:.Title.a.b.;"},
-        {3, {}, {{"Track", {"1", "2"}}}, "3 TRCK:.1.;"},
+        {4, {}, {{"Title", {"a", "b"}}}, "4 TXXX:.Title.a.b.;"}, {3, {}, {{"Track", {"1", "2"}}}, "3 TRCK:.1.;"},
         {3, {}, {{"Year", {"2001-03-02"}}}, "3 TYER:.2001.;TDAT:.0203.;"},
-        {3, {}, {{"Year", {"2001-03"}}}, "3 TYER:.2001.;TDAT:.0003.;"},
-        {3, {}, {{"Year", {"circa 2001"}}}, "3 "},
+        {3, {}, {{"Year", {"2001-03"}}}, "3 TYER:.2001.;TDAT:.0003.;"}, {3, {}, {{"Year", {"circa 2001"}}}, "3 "},
         {3, {}, {{"Year", {"2001-03-02"}}}, "3 TYER:.2001-03-02.;", {0, 1, 0}},
         {4, {}, {{"Year", {"2001-03-02T10:11"}}, {"Release date", {"2001/2002"}}},
          "4 TDRC:.2001-03-02T10:11.;TDRL:.2001/2002.;"},

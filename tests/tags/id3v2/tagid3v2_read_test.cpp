@@ -16,18 +16,14 @@ class TagID3v2ReadTest : public ::testing::Test {
 protected:
     std::string ReadTags(const std::string& bytes, bool wantVersion = true) {
         WriteFile(path, bytes);
-        clFile file = OpenFile(path, clFile::kRead);
-        TagID3v2 tag(file);
-        IDTags tags;
-        EXPECT_TRUE(tag.Read(tags, wantVersion));
-        return tagtest::Describe(tags);
+        return ReadWith<TagID3v2>(path, wantVersion);
     }
     uint64_t SizeOnDisk(const std::string& bytes) {
         WriteFile(path, bytes);
-        clFile file = OpenFile(path, clFile::kRead);
-        TagID3v2 tag(file);
-        EXPECT_EQ(tag.Exists(), tag.tagSizeOnDisk() != 0);
-        return tag.tagSizeOnDisk();
+        return RunEngine<TagID3v2>(path, [](TagID3v2& tag) {
+            EXPECT_EQ(tag.Exists(), tag.tagSizeOnDisk() != 0);
+            return tag.tagSizeOnDisk();
+        }, clFile::kRead);
     }
 
     TempDir dir;

@@ -18,13 +18,6 @@ using namespace tagtest;
 // Larger than the 64 KiB step of a tail move, and not a multiple of it.
 inline const std::string kAudio = AudioBytes(200 * 1024 + 77);
 
-inline size_t TagSize(const std::string& bytes) {
-    if (bytes.compare(0, 3, "ID3") != 0) return 0;
-    size_t size = 0;
-    for (int i = 6; i < 10; ++i) size = (size << 7) | static_cast<uint8_t>(bytes[static_cast<size_t>(i)]);
-    return size + 10;
-}
-
 class TagID3v2WriteTest : public ::testing::Test {
 protected:
     void Make(const std::string& tag, const std::string& tail = "") { WriteFile(path, tag + kAudio + tail); }
@@ -36,17 +29,15 @@ protected:
         return bytes.substr(0, size);
     }
     bool Write(const IDTags& tags, std::initializer_list<const char16_t*> options = {}) {
-        clFile file = OpenFile(path);
-        TagID3v2 engine(file);
-        for (const char16_t* option : options) engine.SetOption(clString(option));
-        return engine.Write(tags, false);
+        return RunEngine<TagID3v2>(path, [&](TagID3v2& engine) {
+            for (const char16_t* option : options) engine.SetOption(clString(option));
+            return engine.Write(tags, false);
+        });
     }
-    std::string Read() {
-        clFile file = OpenFile(path, clFile::kRead);
-        IDTags tags;
-        EXPECT_TRUE(TagID3v2(file).Read(tags, true));
-        return tagtest::Describe(tags);
+    void Delete() {
+        RunEngine<TagID3v2>(path, [](TagID3v2& engine) { engine.Delete(); });
     }
+    std::string Read() { return ReadWith<TagID3v2>(path); }
 
     TempDir dir;
     LogCapture log{dir};

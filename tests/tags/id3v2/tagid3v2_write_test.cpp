@@ -54,17 +54,11 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
 
 TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     Make(kOld23);
-    {
-        clFile file = OpenFile(path);
-        TagID3v2(file).DeleteTag(S("Album"));
-    }
+    RunEngine<TagID3v2>(path, [](TagID3v2& engine) { engine.DeleteTag(S("Album")); });
     EXPECT_EQ(TagBytes(), Tag(3, Frame23("TIT2", Text("Old")) + kPriv));
     ASSERT_TRUE(Write(Tags({{"Title", ""}})));
     EXPECT_EQ(TagBytes(), Tag(3, kPriv));
-    {
-        clFile file = OpenFile(path);
-        TagID3v2(file).Delete();
-    }
+    Delete();
     EXPECT_EQ(ReadFile(path), kAudio);
 
     // Deleting the last value deletes the whole tag.
@@ -78,10 +72,7 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     EXPECT_EQ(TagBytes(), Tag(3, Frame23("TIT2", Text("x") + '\0')));
     const std::string footed = Tag(4, Frame24("TIT2", Text("t")) + std::string(7, '\0'), 0x10);
     Make(footed + "3DI" + footed.substr(3, 7));
-    {
-        clFile file = OpenFile(path);
-        TagID3v2(file).Delete();
-    }
+    Delete();
     EXPECT_EQ(ReadFile(path), kAudio);
 
     // A tag that doesn't parse, claims more than the file, or whose padding
@@ -92,12 +83,10 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     for (const std::string& tag : {overrun, tooLong, junkPadding, footed + "3DX" + footed.substr(3, 7)}) {
         Make(tag);
         EXPECT_FALSE(Write(Tags({{"Title", "x"}})));
-        {
-            clFile file = OpenFile(path);
-            TagID3v2 engine(file);
+        EXPECT_TRUE(RunEngine<TagID3v2>(path, [](TagID3v2& engine) {
             engine.Delete();
-            EXPECT_NE(engine.Failure, nullptr);
-        }
+            return engine.Failure != nullptr;
+        }));
         EXPECT_FALSE(DeleteStdTags(S(path), nullptr, log.Target()));
         EXPECT_EQ(ReadFile(path), tag + kAudio);
     }
