@@ -190,6 +190,11 @@ TEST_F(MatroskaWrite, UntaggableFilesStayAsTheyWere) {
                                "Matroska tools  [writeTagsInternal]\r\n";
     // An empty SeekHead stops a reader's walk, so the Tags behind the Cluster are never seen.
     const std::string hidden = El(kSeekHead, "") + Cluster() + Tags("x");
+    // A picture whose FileData claims the Tags behind its Attachments as well.
+    const std::string tail = Tags("y");
+    const std::string reaching =
+        El(kAttachments, El(kAttachedFile, El(kFileName, "c.png") + El(kFileMimeType, "image/png") +
+                                               ElSized(kFileData, VarInt(4 + tail.size()), "\x89PNG"))) + tail;
     const struct {
         const char* what;
         std::string bytes;
@@ -199,6 +204,7 @@ TEST_F(MatroskaWrite, UntaggableFilesStayAsTheyWere) {
         {"unknown-size Segment", Header() + ElSized(kSegment, "\xFF", VoidOf(100) + Cluster() + Tags("x"))},
         {"tags hidden among the Clusters, no room for a SeekHead",
          Header() + ElSized(kSegment, std::string("\x01\0\0\0\0\0\0", 7) + static_cast<char>(hidden.size()), hidden)},
+        {"a picture reaching into the Tags behind", File(VoidOf(100) + Cluster() + Tags("x") + reaching)},
     };
     for (const auto& c : cases) {
         const size_t seen = log.Text().size();

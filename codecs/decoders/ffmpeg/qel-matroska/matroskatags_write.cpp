@@ -32,6 +32,25 @@ EBML::Chain ReadAttachmentsChain(const Matroska::ParserRoot& root, EBML::StreamS
     return chain;
 }
 
+// A FileData that claims bytes behind its Attachments element reaches into
+// whatever stands there, and a reader takes those bytes as the attachment's.
+// They aren't proven to be anyone's, so such a file isn't retagged at all.
+void RequireAttachmentsHoldTheirData(const Matroska::ParserRoot& root, EBML::StreamSeekable& stream) {
+    root.ForEachElement(Matroska::kAttachments, [&](uint64_t offset) {
+        EBML::BoundedSeek(stream, offset);
+        if (EBML::ReadElementId(stream) != Matroska::kAttachments) EBML::Fail();
+        const uint64_t size = EBML::ReadElementSize(stream);
+        EBML::ScopedRange range(stream, size);
+        const uint64_t end = stream.Tell() + size;
+        EBML::ForEachChild(stream, [&](uint32_t id, uint64_t, EBML::Stream& attached) {
+            if (id != Matroska::kAttachedFile) return;
+            EBML::ForEachChild(attached, [&](uint32_t childId, uint64_t childSize, EBML::Stream& body) {
+                if (childId == Matroska::kFileData && childSize > end - body.Tell()) throw Matroska::FileNotTaggable();
+            });
+        });
+    });
+}
+
 std::vector<uint8_t> EncodeChain(const EBML::Chain& chain) {
     EBML::StreamWritableSimple body;
     for (const EBML::chainEntry_t& entry : chain) EBML::WriteElement(body, entry.id, entry.data.data(), entry.data.size());
@@ -42,6 +61,7 @@ void RunEditors(streamImpl& stream, const Matroska::TagEditor& tagEditor,
                 const Matroska::AttachmentEditor& attachmentEditor) {
     Matroska::ParserRoot root;
     root.Open(stream);
+    RequireAttachmentsHoldTheirData(root, stream);
     if (tagEditor) {
         Matroska::TagRecord record;
         Matroska::ReadTagRecord(record, root, stream);
