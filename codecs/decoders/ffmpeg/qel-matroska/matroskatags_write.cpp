@@ -2,6 +2,7 @@
 // the file by writeTagsInternal.
 
 #include <exception>
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -18,14 +19,23 @@ namespace {
 constexpr const char* kWriteLabel = "writeTagsInternal";
 constexpr size_t kMaxNamesBytes = 2000000000;
 
-EBML::Chain ReadAttachmentsChain(const Matroska::ParserRoot& root, EBML::StreamSeekable& stream) {
-    EBML::Chain chain;
+// Calls `visit` with the stream narrowed to each Attachments element's body
+// and the offset where that body ends by its size field.
+void ForEachAttachmentsBody(const Matroska::ParserRoot& root, EBML::StreamSeekable& stream,
+                            const std::function<void(EBML::Stream& body, uint64_t end)>& visit) {
     root.ForEachElement(Matroska::kAttachments, [&](uint64_t offset) {
         EBML::BoundedSeek(stream, offset);
         if (EBML::ReadElementId(stream) != Matroska::kAttachments) EBML::Fail();
         const uint64_t size = EBML::ReadElementSize(stream);
         EBML::ScopedRange range(stream, size);
-        EBML::ForEachChild(stream, [&](uint32_t id, uint64_t childSize, EBML::Stream& body) {
+        visit(stream, stream.Tell() + size);
+    });
+}
+
+EBML::Chain ReadAttachmentsChain(const Matroska::ParserRoot& root, EBML::StreamSeekable& stream) {
+    EBML::Chain chain;
+    ForEachAttachmentsBody(root, stream, [&](EBML::Stream& attachments, uint64_t) {
+        EBML::ForEachChild(attachments, [&](uint32_t id, uint64_t childSize, EBML::Stream& body) {
             if (id != Matroska::kVoid) chain.push_back({id, EBML::ReadBinary(body, childSize)});
         });
     });
@@ -36,13 +46,8 @@ EBML::Chain ReadAttachmentsChain(const Matroska::ParserRoot& root, EBML::StreamS
 // whatever stands there, and a reader takes those bytes as the attachment's.
 // They aren't proven to be anyone's, so such a file isn't retagged at all.
 void RequireAttachmentsHoldTheirData(const Matroska::ParserRoot& root, EBML::StreamSeekable& stream) {
-    root.ForEachElement(Matroska::kAttachments, [&](uint64_t offset) {
-        EBML::BoundedSeek(stream, offset);
-        if (EBML::ReadElementId(stream) != Matroska::kAttachments) EBML::Fail();
-        const uint64_t size = EBML::ReadElementSize(stream);
-        EBML::ScopedRange range(stream, size);
-        const uint64_t end = stream.Tell() + size;
-        EBML::ForEachChild(stream, [&](uint32_t id, uint64_t, EBML::Stream& attached) {
+    ForEachAttachmentsBody(root, stream, [&](EBML::Stream& attachments, uint64_t end) {
+        EBML::ForEachChild(attachments, [&](uint32_t id, uint64_t, EBML::Stream& attached) {
             if (id != Matroska::kAttachedFile) return;
             EBML::ForEachChild(attached, [&](uint32_t childId, uint64_t childSize, EBML::Stream& body) {
                 if (childId == Matroska::kFileData && childSize > end - body.Tell()) throw Matroska::FileNotTaggable();
