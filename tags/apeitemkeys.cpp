@@ -55,3 +55,16 @@ clString ApeKeyOfTagName(const clString& name, bool& isArt) {
     }
     return name;
 }
+
+bool IsWritableApeKey(std::string_view key) {
+    if (key.size() < 2 || key.size() > 255) return false;
+    for (const char c : key) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte > 0x7E) return false;
+    }
+    const clString wide = clString::FromUtf8(key);
+    for (std::u16string_view reserved : {u"ID3", u"TAG", u"OggS", u"MP+"}) {
+        if (EqualsNoCase(wide.View(), reserved)) return false;
+    }
+    return true;
+}

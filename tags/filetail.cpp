@@ -19,3 +19,19 @@ bool ReadFileTail(clFile& file, FileTail& tail) {
     tail.count = file.Read(tail.bytes, kTailBytes);
     return true;
 }
+
+bool TailSnapshot::Take(clFile& file, int64_t from) {
+    bool failed = false;
+    const int64_t size = file.Size(&failed);
+    if (failed || from < 0 || from > size || size - from > UINT32_MAX) return false;
+    from_ = from;
+    bytes_.resize(static_cast<size_t>(size - from));
+    const auto count = static_cast<uint32_t>(bytes_.size());
+    return count == 0 || (file.Seek(from) && file.Read(bytes_.data(), count, &failed) == count && !failed);
+}
+
+bool TailSnapshot::Restore(clFile& file) const {
+    const auto count = static_cast<uint32_t>(bytes_.size());
+    const bool written = count == 0 || (file.Seek(from_) && file.Write(bytes_.data(), count));
+    return written && file.SetLength(FileSize());
+}

@@ -4,6 +4,7 @@
 // shows "TAG" at the same place.
 
 #include <cstdint>
+#include <vector>
 
 #include "support/clFile.h"
 
@@ -25,3 +26,19 @@ struct FileTail {
 // False when the tail's start can't be reached: a failed size query, or a file
 // shorter than 131 bytes. A short read is no failure; `count` tells.
 bool ReadFileTail(clFile& file, FileTail& tail);
+
+// The bytes from one offset to a file's end, kept so that a change behind that
+// offset can be undone: the tags at a file's end are replaced, never patched.
+class TailSnapshot {
+public:
+    // False when the bytes can't be read.
+    bool Take(clFile& file, int64_t from);
+    // Writes them back and gives the file its old length; false when that failed.
+    bool Restore(clFile& file) const;
+    int64_t From() const { return from_; }
+    int64_t FileSize() const { return from_ + static_cast<int64_t>(bytes_.size()); }
+
+private:
+    int64_t from_ = 0;
+    std::vector<uint8_t> bytes_;
+};

@@ -4,6 +4,7 @@
 
 #include "support/clFile.h"
 #include "support/clList.h"
+#include "tags/changetexts.h"
 #include "tags/filetail.h"
 #include "tags/id3v2/tagid3v2.h"
 #include "tags/tagapev2.h"
@@ -64,41 +65,106 @@ bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const cl
     return true;
 }
 
-bool WriteStdTags(const clString& path, const IDTags& tags, int family, const clLogTarget* log) {
-    static constexpr char kLabel[] = "WriteStdTags";
-    clFile file(path);
-    if (!file.Open(clFile::kReadWrite)) {
-        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kLabel);
-        return false;
-    }
-    TagID3v1 id3v1(file);
-    TagID3v2 id3v2(file);
-    TagAPEv2 ape(file);
+namespace {
 
-    // An ID3v1 tag is only ever updated, never created.
-    FileTail tail;
-    if (ReadFileTail(file, tail) && tail.HasId3v1() && !id3v1.Write(tags, true)) {
-        clLog::Error(u"Could not write ID3 tag", log, kLabel);
+// The engines of one write, and which of them take part.
+struct StdWrite {
+    explicit StdWrite(const clFile& file) : id3v1(file), id3v2(file), ape(file) {}
+    TagID3v1 id3v1;
+    TagID3v2 id3v2;
+    TagAPEv2 ape;
+    bool withId3v1 = false, withId3v2 = false, withApe = false;
+};
+
+constexpr char kWriteLabel[] = "WriteStdTags";
+constexpr char16_t kId3v1Words[] = u"Could not write ID3 tag";
+constexpr char16_t kId3v2Words[] = u"Could not write ID3v2 tag";
+constexpr char16_t kApeWords[] = u"Could not write APE tag";
+constexpr char16_t kTagsOverlap[] = u"The ID3v2 tag at the start reaches into the tags at the end; the file was left as it was.";
+constexpr char16_t kTailUnread[] = u"The tags at the file's end could not be read; the file was left as it was.";
+
+// Every engine builds and checks its new tag before any of them writes: a
+// refusal anywhere leaves the file as it was.
+bool PrepareAll(StdWrite& w, const IDTags& tags, const clLogTarget* log) {
+    if (w.withId3v1 && !w.id3v1.Prepare(tags, true)) {
+        clLog::Error(kId3v1Words, log, kWriteLabel);
         return false;
     }
-    bool id3v2Handled = false;
-    if (id3v2.tagSizeOnDisk() != 0) {
-        if (!id3v2.Write(tags, false)) {
-            LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
-            return false;
-        }
-        id3v2Handled = true;
-    }
-    bool writeApe = ape.Exists() || (!id3v2Handled && family == kFamilyApe);
-    if (writeApe && !ape.Write(tags, true)) {
-        LogFailure(u"Could not write APE tag", ape.Failure, log, kLabel);
+    if (w.withId3v2 && !w.id3v2.Prepare(tags, false)) {
+        LogFailure(kId3v2Words, w.id3v2.Failure, log, kWriteLabel);
         return false;
     }
-    if (!writeApe && !id3v2Handled && family == kFamilyId3v2 && !id3v2.Write(tags, false)) {
-        LogFailure(u"Could not write ID3v2 tag", id3v2.Failure, log, kLabel);
+    if (w.withApe && !w.ape.Prepare(tags, true)) {
+        LogFailure(kApeWords, w.ape.Failure, log, kWriteLabel);
         return false;
     }
     return true;
+}
+
+// The tags at the end go first, from the APE tag's old start: the ID3v1 tag
+// is found from the file's end, so the APE rewrite in front of it doesn't
+// move it for this purpose. The ID3v2 tag goes last, since its change moves
+// everything behind it. When a write fails, the tail's old bytes go back, so
+// that the file is as it was unless restoring it failed too.
+bool CommitAll(StdWrite& w, clFile& file, const clLogTarget* log) {
+    const bool apeChanges = w.withApe && w.ape.Changes();
+    const bool id3v1Changes = w.withId3v1 && w.id3v1.Changes();
+    TailSnapshot tail;
+    if (apeChanges || id3v1Changes) {
+        bool failed = false;
+        const int64_t size = file.Size(&failed);
+        const int64_t from = apeChanges ? w.ape.TagStart : size - static_cast<int64_t>(kId3v1Bytes);
+        if (w.withId3v2 && from < static_cast<int64_t>(w.id3v2.tagSizeOnDisk())) {
+            LogFailure(kId3v2Words, kTagsOverlap, log, kWriteLabel);
+            return false;
+        }
+        if (failed || !tail.Take(file, from)) {
+            LogFailure(apeChanges ? kApeWords : kId3v1Words, kTailUnread, log, kWriteLabel);
+            return false;
+        }
+    }
+    const char16_t* words = nullptr;
+    const char16_t* reason = nullptr;
+    if (apeChanges && !w.ape.Commit()) {
+        words = kApeWords;
+        reason = w.ape.Failure;
+    } else if (id3v1Changes && !w.id3v1.Commit()) {
+        words = kId3v1Words;
+    } else if (w.withId3v2 && !w.id3v2.Commit()) {
+        words = kId3v2Words;
+        reason = w.id3v2.Failure;
+        // The audio behind the tag didn't go back: the tail's old place is unknown.
+        if (reason == kChangeDamaged) {
+            LogFailure(words, reason, log, kWriteLabel);
+            return false;
+        }
+    }
+    if (!words) return true;
+    const bool restored = !(apeChanges || id3v1Changes) || tail.Restore(file);
+    if (!restored) reason = kChangeDamaged;
+    else if (!reason || reason == kChangeDamaged) reason = kChangeRestored;
+    LogFailure(words, reason, log, kWriteLabel);
+    return false;
+}
+
+}  // namespace
+
+bool WriteStdTags(const clString& path, const IDTags& tags, int family, const clLogTarget* log) {
+    clFile file(path);
+    if (!file.Open(clFile::kReadWrite)) {
+        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kWriteLabel);
+        return false;
+    }
+    // Nothing to change: no tag is rewritten.
+    if (tags.Count() == 0) return true;
+    StdWrite w(file);
+    // An ID3v1 tag is only ever updated, never created.
+    FileTail tail;
+    w.withId3v1 = ReadFileTail(file, tail) && tail.HasId3v1();
+    const bool hasId3v2 = w.id3v2.tagSizeOnDisk() != 0;
+    w.withApe = w.ape.Exists() || (!hasId3v2 && family == kFamilyApe);
+    w.withId3v2 = hasId3v2 || (!w.withApe && family == kFamilyId3v2);
+    return PrepareAll(w, tags, log) && CommitAll(w, file, log);
 }
 
 bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarget* log) {

@@ -7,7 +7,9 @@
 // rewritten, since that would lose them.
 
 #include <cstdint>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/clBuffer.h"
 #include "tags/apeformat.h"
@@ -24,7 +26,13 @@ public:
     // With `keepRaw` names and values stay in the file's form: the writer's form.
     bool ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw);
     bool Exists() override;
-    bool Write(const IDTags& tags, bool merge) override;
+    bool Write(const IDTags& tags, bool merge) override { return Prepare(tags, merge) && Commit(); }
+    // Builds and checks the new tag in memory; the file doesn't change.
+    bool Prepare(const IDTags& tags, bool merge);
+    // Puts what Prepare built in place of the old tag; a failed write is undone.
+    bool Commit();
+    // After Prepare: whether Commit will change the file.
+    bool Changes() const { return pendingChange_; }
     void Delete() override;
     void DeleteTag(const clString& name) override;
 
@@ -64,6 +72,21 @@ private:
     const char16_t* ReplaceTail(const clBuffer& bytes);
 
     Extent extent_ = Extent::kNone;
+    // What Commit puts from TagStart to the file's end.
+    clBuffer pending_;
+    bool pendingChange_ = false;
+    clString failureText_;   // a refusal that names what it refuses
+    // The file names that the covers of the last read were stored under, by
+    // their bytes: a cover whose bytes stay keeps its name, since a rewrite is
+    // no reason to rename it.
+    struct StoredName {
+        uint64_t size;
+        size_t fingerprint;
+        std::string fileName;   // with its NUL
+    };
+    std::vector<StoredName> storedNames_;
+    static size_t Fingerprint(const uint8_t* bytes, size_t size);
+    const std::string* StoredNameOf(const IDTag& entry) const;
     enum class Footer { kFailed, kAbsent, kPresent };
     struct Lookup {
         int64_t tagEnd = -1;      // the footer's end
@@ -71,7 +94,9 @@ private:
         ApeFrame footer;
     };
     Footer FindFooter(Lookup& lookup);
-    static void MergeInto(IDTags& result, const IDTags& tags, bool merge);
+    // False, with Failure set, when a new entry's key may not be written.
+    // `changed` tells whether the result differs from what it was.
+    bool MergeInto(IDTags& result, const IDTags& old, const IDTags& tags, bool merge, bool& changed);
     // True when the walk read `count` items or fewer that fill `size` exactly.
     bool WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint32_t count);
     void AddItem(IDTags& tags, const clString& name, bool isArt, uint32_t flags, const uint8_t* value,

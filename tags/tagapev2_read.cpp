@@ -98,6 +98,8 @@ void TagAPEv2::AddItem(IDTags& tags, const clString& name, bool isArt, uint32_t 
         uint32_t skip = static_cast<uint32_t>(static_cast<const uint8_t*>(nul) - value) + 1;
         if (skip == valueSize) return;
         tags.AddBinary(name, value + skip, valueSize - skip);
+        storedNames_.push_back(StoredName{valueSize - skip, Fingerprint(value + skip, valueSize - skip),
+                                          std::string(reinterpret_cast<const char*>(value), skip)});
         return;
     }
     default:
@@ -132,6 +134,7 @@ bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
     TagStart = -1;
     TagVersionNumber = 0;
     std::memset(SavedID3v1, 0, sizeof SavedID3v1);
+    storedNames_.clear();
     extent_ = Extent::kUnreadable;
     if (!file.IsOpen()) return false;
 

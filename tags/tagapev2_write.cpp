@@ -2,7 +2,9 @@
 // one buffer before the file changes, then written in one piece over where the
 // old tag began; no audio byte moves.
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,7 +50,8 @@ std::string Encode(const clString& text, uint32_t version) {
     return version >= kApeVersion2 ? text.ToUtf8() : text.ToAnsi();
 }
 
-ApeItem MakeItem(const IDTag& entry, uint32_t version) {
+// `storedName`: the name a cover was read with, kept in front of the same bytes.
+ApeItem MakeItem(const IDTag& entry, uint32_t version, const std::string* storedName) {
     ApeItem item;
     bool isArt = false;
     clString key = ApeKeyOfTagName(entry.Name, isArt);
@@ -56,7 +59,7 @@ ApeItem MakeItem(const IDTag& entry, uint32_t version) {
     if (entry.Value.Empty() && !entry.Data.Empty()) {
         item.type = kApeBinary;
         item.data = &entry.Data;
-        if (isArt) item.value = PretendFileName(entry.Data);
+        if (isArt) item.value = storedName ? *storedName : PretendFileName(entry.Data);
         return item;
     }
     item.value = Encode(entry.Value, version);
@@ -105,35 +108,76 @@ void TagAPEv2::AdjustJukeBoxName(clString& name, const IDTags& existing) {
     }
 }
 
+namespace {
+
+bool SameData(const IDTag& a, const IDTag& b) {
+    return a.Data.Size() == b.Data.Size() &&
+           (a.Data.Size() == 0 || std::memcmp(a.Data.Data(), b.Data.Data(), a.Data.Size()) == 0);
+}
+
+bool SameEntry(const IDTag& a, const IDTag& b) {
+    return a.Name == b.Name && a.Value == b.Value && SameData(a, b);
+}
+
+}  // namespace
+
+size_t TagAPEv2::Fingerprint(const uint8_t* bytes, size_t size) {
+    return std::hash<std::string_view>{}(std::string_view(reinterpret_cast<const char*>(bytes), size));
+}
+
+const std::string* TagAPEv2::StoredNameOf(const IDTag& entry) const {
+    if (storedNames_.empty()) return nullptr;
+    const size_t fingerprint = Fingerprint(entry.Data.Data(), entry.Data.Size());
+    for (const StoredName& stored : storedNames_) {
+        if (stored.size == entry.Data.Size() && stored.fingerprint == fingerprint) return &stored.fileName;
+    }
+    return nullptr;
+}
+
 // New entries replace those of the same name, art keys by number and type
 // alone, or join at the end. An item that another application wrote under its
-// prefix keeps the prefix.
-void TagAPEv2::MergeInto(IDTags& result, const IDTags& tags, bool merge) {
+// prefix keeps the prefix. A key that `old` doesn't hold must be one the
+// format allows.
+bool TagAPEv2::MergeInto(IDTags& result, const IDTags& old, const IDTags& tags, bool merge, bool& changed) {
+    changed = !merge;
     IDTags incoming(tags);
     for (int i = 0; i < incoming.Count(); ++i) {
         IDTag& entry = incoming[i];
         // Without merge the entries come in the file's form already.
         if (merge && EqualsNoCase(entry.Name.View(), u"rating")) entry.Value = HalvedRating(entry.Value);
-        AdjustJukeBoxName(entry.Name, result);
+        AdjustJukeBoxName(entry.Name, old);
+        bool isArt = false;
+        const std::string key = Encode(ApeKeyOfTagName(entry.Name, isArt), TagVersionNumber);
+        if (!old.Find(entry.Name, true) && !IsWritableApeKey(key)) {
+            failureText_ = clString::Format(u"\"%s\" can't be an APE item key: a key is 2 to 255 characters from "
+                                            u"space to tilde, and not ID3, TAG, OggS or MP+.",
+                                            entry.Name.Text());
+            return Refuse(failureText_.Text());
+        }
     }
     for (int i = 0; i < incoming.Count(); ++i) {
         IDTag* existing = result.Find(incoming[i].Name, true);
+        if (existing && SameEntry(*existing, incoming[i])) continue;
+        changed = true;
         if (existing) {
             *existing = incoming[i];
         } else {
             result.AddCopy(incoming[i]);
         }
     }
+    return true;
 }
 
 namespace {
 
 // Items and the tag size; false for a value or a tag that the reader would refuse.
-bool PrepareItems(const IDTags& entries, uint32_t version, std::vector<ApeItem>& items, uint64_t& tagSize) {
+template <class NameOf>
+bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, std::vector<ApeItem>& items,
+                  uint64_t& tagSize) {
     items.reserve(static_cast<size_t>(entries.Count()));
     tagSize = kApeHeaderBytes;
     for (int i = 0; i < entries.Count(); ++i) {
-        items.push_back(MakeItem(entries[i], version));
+        items.push_back(MakeItem(entries[i], version, storedName(entries[i])));
         if (items.back().ValueSize() > kApeLargestValue) return false;
         tagSize += items.back().Size();
     }
@@ -190,38 +234,49 @@ const char16_t* TagAPEv2::RewriteRefusal() const {
 // old tags are still whole. The old bytes are kept, so that a write or a cut
 // that fails puts them back. Null when the tail was replaced, else why not.
 const char16_t* TagAPEv2::ReplaceTail(const clBuffer& bytes) {
-    bool failed = false;
-    const int64_t size = file.Size(&failed);
-    if (failed || TagStart < 0 || TagStart > size) return kNotChanged;
-    std::vector<uint8_t> old(static_cast<size_t>(size - TagStart));
-    const auto oldCount = static_cast<uint32_t>(old.size());
-    if (!file.Seek(TagStart) || file.Read(old.data(), oldCount, &failed) != oldCount || failed) return kNotChanged;
+    TailSnapshot old;
+    if (!old.Take(file, TagStart)) return kNotChanged;
+    const int64_t size = old.FileSize();
     const int64_t newSize = TagStart + bytes.Size();
     if (newSize > size && !file.SetLength(newSize)) return file.SetLength(size) ? kNotChanged : kChangeDamaged;
     const bool replaced = (bytes.Size() == 0 || (file.Seek(TagStart) && file.Write(bytes.Data(), bytes.Size()))) &&
                           (newSize >= size || file.SetLength(newSize));
     if (replaced) return nullptr;
-    const bool restored = file.Seek(TagStart) && file.Write(old.data(), oldCount) && file.SetLength(size);
-    return restored ? kChangeRestored : kChangeDamaged;
+    return old.Restore(file) ? kChangeRestored : kChangeDamaged;
 }
 
-bool TagAPEv2::Write(const IDTags& tags, bool merge) {
+bool TagAPEv2::Prepare(const IDTags& tags, bool merge) {
+    Failure = nullptr;
+    pendingChange_ = false;
+    pending_.Clear();
     if (!file.IsOpen()) return Refuse(kUnreadableFile);
-    IDTags result;
-    ReadRaw(result, false, true);   // for TagStart, the version and SavedID3v1
+    IDTags old;
+    ReadRaw(old, false, true);   // for TagStart, the version and SavedID3v1
     if (const char16_t* refusal = RewriteRefusal()) return Refuse(refusal);
-    if (!merge) result.Clear();
-    MergeInto(result, tags, merge);
     if (TagVersionNumber == 0) TagVersionNumber = WriteVersion1 ? kApeVersion1 : kApeVersion2;
+    IDTags replaced;
+    IDTags& result = merge ? old : replaced;
+    bool changed = false;
+    if (!MergeInto(result, old, tags, merge, changed)) return false;
+    // Nothing to change: the old tag stays as it is, byte for byte.
+    if (!changed) return true;
 
-    // Everything is built before the file is touched: a tag that the reader
-    // would refuse, or one that finds no memory, leaves the old tags.
+    // A tag that the reader would refuse, or one that finds no memory, is
+    // refused here, before the file is touched.
     std::vector<ApeItem> items;
     uint64_t tagSize = 0;
-    if (!PrepareItems(result, TagVersionNumber, items, tagSize)) return Refuse(kTooLarge);
-    clBuffer bytes;
-    if (!BuildTail(items, tagSize, TagVersionNumber, SavedID3v1, bytes)) return Refuse(kNoMemory);
-    const char16_t* reason = ReplaceTail(bytes);
+    const auto storedName = [this](const IDTag& entry) { return StoredNameOf(entry); };
+    if (!PrepareItems(result, TagVersionNumber, storedName, items, tagSize)) return Refuse(kTooLarge);
+    if (!BuildTail(items, tagSize, TagVersionNumber, SavedID3v1, pending_)) return Refuse(kNoMemory);
+    pendingChange_ = true;
+    return true;
+}
+
+bool TagAPEv2::Commit() {
+    if (!pendingChange_) return true;
+    pendingChange_ = false;
+    const char16_t* reason = ReplaceTail(pending_);
+    pending_.Clear();
     return reason == nullptr || Refuse(reason);
 }
 

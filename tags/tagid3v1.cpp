@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "tags/filetail.h"
 #include "tags/id3v1genres.h"
@@ -105,11 +106,13 @@ bool TagID3v1::Read(IDTags& tags, bool wantVersion) {
     return true;
 }
 
-bool TagID3v1::Write(const IDTags& tags, bool merge) {
+bool TagID3v1::Prepare(const IDTags& tags, bool merge) {
+    change_ = Change::kNone;
     if (!file.IsOpen()) return false;
     IDTags result;
     Read(result, false);
-    const bool present = Exists();
+    FileTail old;
+    const bool present = ReadFileTail(file, old) && old.HasId3v1();
     const bool hadEntries = result.Count() > 0;
     if (!merge) result.Clear();
     for (int i = 0; i < tags.Count(); ++i) {
@@ -121,7 +124,8 @@ bool TagID3v1::Write(const IDTags& tags, bool merge) {
         }
     }
 
-    uint8_t tag[kId3v1Bytes] = {};
+    uint8_t* tag = pending_;
+    std::memset(tag, 0, kId3v1Bytes);
     std::memcpy(tag, "TAG", 3);
     tag[kGenreAt] = kNoGenre;
     bool content = false;
@@ -148,20 +152,27 @@ bool TagID3v1::Write(const IDTags& tags, bool merge) {
             content = true;
         }
     }
-    return Put(tag, content, present, hadEntries);
+    // The new tag goes over the old one in place, also over one whose fields
+    // are all blank: behind it, it would hide an APE tag in front of it. With
+    // nothing to write, a tag that held entries goes and a blank one stays.
+    if (present && content && std::memcmp(old.Id3v1(), tag, kId3v1Bytes) != 0) change_ = Change::kOverwrite;
+    if (present && !content && hadEntries) change_ = Change::kCut;
+    if (!present && content) change_ = Change::kAppend;
+    return true;
 }
 
-// The new tag goes over the old one in place, also over one whose fields are
-// all blank: behind it, it would hide an APE tag in front of it. With nothing
-// to write, a tag that held entries goes and a blank one stays.
-bool TagID3v1::Put(const uint8_t* tag, bool content, bool present, bool hadEntries) {
+// The tag's place is taken from the file's size now: an APE tag rewritten in
+// front of it moves it.
+bool TagID3v1::Commit() {
+    const Change change = std::exchange(change_, Change::kNone);
+    if (change == Change::kNone) return true;
     bool failed = false;
     int64_t size = file.Size(&failed);
     if (failed) return false;
     int64_t at = size - static_cast<int64_t>(kId3v1Bytes);
-    if (present && content) return file.Seek(at) && file.Write(tag, kId3v1Bytes);
-    if (present) return !hadEntries || file.SetLength(at);
-    return !content || file.Write(tag, kId3v1Bytes, clFile::kAtEnd);
+    if (change == Change::kOverwrite) return file.Seek(at) && file.Write(pending_, kId3v1Bytes);
+    if (change == Change::kCut) return file.SetLength(at);
+    return file.Write(pending_, kId3v1Bytes, clFile::kAtEnd);
 }
 
 void TagID3v1::Delete() {

@@ -14,13 +14,20 @@ public:
     clString TagName() const override { return clString(u"ID3v1"); }
     bool Read(IDTags& tags, bool wantVersion) override;
     bool Exists() override;
-    bool Write(const IDTags& tags, bool merge) override;
+    bool Write(const IDTags& tags, bool merge) override { return Prepare(tags, merge) && Commit(); }
+    // Builds the new tag in memory; the file doesn't change.
+    bool Prepare(const IDTags& tags, bool merge);
+    // Puts what Prepare built at the file's end; false when the file couldn't be changed.
+    bool Commit();
+    // After Prepare: whether Commit will change the file.
+    bool Changes() const { return change_ != Change::kNone; }
     void Delete() override;
     void DeleteTag(const clString& name) override;
 
     bool WriteVersion10 = false;   // "ID3v1Write10": no track number, comment of 30 bytes
 
 private:
-    // Puts the built tag into the file; false when the file couldn't be changed.
-    bool Put(const uint8_t* tag, bool content, bool present, bool hadEntries);
+    enum class Change { kNone, kOverwrite, kCut, kAppend };
+    Change change_ = Change::kNone;
+    uint8_t pending_[128] = {};
 };

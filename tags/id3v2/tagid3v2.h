@@ -17,7 +17,11 @@ public:
     bool Read(IDTags& tags, bool wantVersion) override;
     bool Exists() override { return tagSizeOnDisk() != 0; }
     // `deleteOnly`: the names in `tags` are removed, their values don't matter.
-    bool Write(const IDTags& tags, bool deleteOnly) override;
+    bool Write(const IDTags& tags, bool deleteOnly) override { return Prepare(tags, deleteOnly) && Commit(); }
+    // Renders the new tag to memory; the file doesn't change.
+    bool Prepare(const IDTags& tags, bool deleteOnly);
+    // Puts what Prepare rendered in place of the old tag; a failed write is undone.
+    bool Commit();
     void Delete() override;
     void DeleteTag(const clString& name) override;
 
@@ -43,6 +47,12 @@ public:
     const char16_t* Failure = nullptr;
 
 private:
+    // What Prepare left for Commit: the new tag and the old tag's bytes.
+    std::vector<uint8_t> rendered_;
+    std::vector<uint8_t> old_;
+    int64_t oldSize_ = 0;
+    bool prepared_ = false;
+
     void applyFrameNames(id3parser::id3tag& tag) const;
     int64_t provenTagSize(id3parser::id3tag& tag);
     bool Refuse(const char16_t* reason);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 #include "tags/changetexts.h"
 #include "tags/id3v2/id3text.h"
@@ -204,10 +205,13 @@ const char16_t* TagID3v2::putTag(const std::vector<uint8_t>& rendered, const std
     return restored ? kChangeRestored : kChangeDamaged;
 }
 
-bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
+bool TagID3v2::Prepare(const IDTags& tags, bool deleteOnly) {
     Failure = nullptr;
-    std::vector<uint8_t> rendered;
-    int64_t oldSize = 0;
+    prepared_ = false;
+    std::vector<uint8_t>& rendered = rendered_;
+    int64_t& oldSize = oldSize_;
+    rendered.clear();
+    oldSize = 0;
     try {
         id3tag tag;
         applyFrameNames(tag);
@@ -261,13 +265,23 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
         return Refuse(kNotBuilt);   // nothing has reached the file
     }
     // The old tag's bytes, to put back when the new ones can't be written.
-    std::vector<uint8_t> old;
+    std::vector<uint8_t>& old = old_;
+    old.clear();
     if (!rendered.empty() && oldSize > 0) {
         old.resize(static_cast<size_t>(oldSize));
         if (!file.Seek(static_cast<int64_t>(tagOffset)) ||
             file.Read(old.data(), static_cast<uint32_t>(old.size())) != old.size())
             return Refuse(kNotChanged);
     }
+    prepared_ = true;
+    return true;
+}
+
+bool TagID3v2::Commit() {
+    if (!std::exchange(prepared_, false)) return Refuse(kNotBuilt);
+    const std::vector<uint8_t>& rendered = rendered_;
+    const std::vector<uint8_t>& old = old_;
+    const int64_t oldSize = oldSize_;
     const int64_t delta = static_cast<int64_t>(rendered.size()) - oldSize;
     if (const char16_t* reason = moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return Refuse(reason);
     if (rendered.empty()) return true;

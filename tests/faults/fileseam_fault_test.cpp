@@ -18,7 +18,7 @@ namespace {
 
 constexpr size_t kAudioSize = 80000;
 
-enum class Start { Ape, Id3v2 };
+enum class Start { Ape, Id3v2, Both };
 enum class Op { Write, Delete, Read };
 
 std::string SyncSafe(uint32_t value) {
@@ -37,7 +37,8 @@ std::string Id3v2Title(const std::string& title) {
 std::string StartBytes(Start start) {
     const std::string audio = AudioBytes(kAudioSize);
     if (start == Start::Ape) return audio + ApeTag({{"Title", "Old"}}).Bytes();
-    return Id3v2Title("Old") + audio;
+    if (start == Start::Id3v2) return Id3v2Title("Old") + audio;
+    return Id3v2Title("Old") + audio + ApeTag({{"Title", "Old"}}).Bytes();
 }
 
 // Where the audio starts: behind an ID3v2 tag at the front, if any.
@@ -125,6 +126,10 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
     const P interrupts = With(&P::interrupt, true);
     const auto readFailsAfter = [](int64_t bytes) { return With(&P::readFailAfter, bytes); };
     const auto writeFailsAfter = [](int64_t bytes) { return With(&P::writeFailAfter, bytes); };
+    // Behind where the old end lands once the ID3v2 tag has grown: only a write of the APE tag reaches it.
+    const std::string both = StartBytes(Start::Both);
+    const auto grown = static_cast<int64_t>(AudioStart(RunOp(Start::Both, Op::Write, nullptr).file) - AudioStart(both));
+    const int64_t pastOldEnd = static_cast<int64_t>(both.size()) + grown + 100;
     const Row rows[] = {
         {"APE write, 7-byte pieces", Start::Ape, Op::Write, chunks(7), Expect::Same, ""},
         {"APE write, EINTR", Start::Ape, Op::Write, interrupts, Expect::Same, ""},
@@ -147,6 +152,8 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
          Expect::Reported, "Could not delete ID3v2 tag"},
         {"APE write, write fails once over the old tag", Start::Ape, Op::Write, FailsAt(false, kAudioSize + 20, true),
          Expect::Restored, "restored as it was"},
+        {"ID3v2 and APE write, write fails once in the new APE tag", Start::Both, Op::Write,
+         FailsAt(false, pastOldEnd, true), Expect::Restored, "Could not write ID3v2 tag"},
         {"APE read, read fails half-way", Start::Ape, Op::Read, readFailsAfter(16), Expect::Refused, ""},
         {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, readFailsAfter(12), Expect::Refused, ""},
         {"APE write, read fails half-way", Start::Ape, Op::Write, readFailsAfter(40), Expect::Refused, ""},

@@ -106,9 +106,11 @@ TEST_F(HostileApeTest, WritesAndDeletesTellTheTruthAndKeepTheAudio) {
     const std::string id3v1 = Id3v1("Old", "Artist", "Album");
     for (const HostileCase& c : Cases()) {
         for (bool withId3v1 : {false, true}) {
-            // ID3v1 goes first in both flows: it is updated even when the APE tag is refused.
+            // A refused write changes no tag; a delete still removes from ID3v1 first.
             const std::string before = withId3v1 ? id3v1 : "";
-            Check(c, before, withId3v1 ? Id3v1("New", "Artist", "Album") : "", "write", c.afterWrite, WriteTitle);
+            const bool writeRefused = c.afterWrite == kRefusedFlag;
+            Check(c, before, withId3v1 && !writeRefused ? Id3v1("New", "Artist", "Album") : before, "write",
+                  c.afterWrite, WriteTitle);
             Check(c, before, "", "delete", c.afterDelete, DeleteAll);
             Check(c, before, withId3v1 ? Id3v1("Old", "Artist") : "", "delete Album", c.afterDeleteAlbum,
                   DeleteAlbum);
@@ -131,17 +133,37 @@ TEST_F(HostileApeTest, BlankID3v1KeepsTheAPETagReachable) {
     EXPECT_EQ(log.Text(), "");
 }
 
-// A write the reader would refuse fails before any byte moves and leaves the
-// old tags (a write that finds no room: filesizelimit_posix.cpp).
-TEST_F(HostileApeTest, TooLargeATagLeavesTheOldTags) {
-    const std::string old = ApeTag({kTitle, kAlbum}).Bytes();
-    IDTags tooLarge;
+// A write that the reader would refuse, or one under a key that the format
+// doesn't allow, fails before any tag changes (a write that finds no room:
+// filesizelimit_posix.cpp).
+TEST_F(HostileApeTest, RefusedWritesLeaveTheFileAsItWas) {
+    const std::string before = ApeTag({kTitle, kAlbum}).Bytes() + Id3v1("Old");
     const std::string huge(0x1000001, 'x');
-    tooLarge.AddBinary(S("Big"), huge.data(), static_cast<uint32_t>(huge.size()));
-    Make(old);
-    EXPECT_FALSE(WriteStdTags(S(path), tooLarge, kFamilyApe, log.Target()));
-    EXPECT_EQ(Tail(), old);
-    EXPECT_NE(log.Text().find("Could not write APE tag  [WriteStdTags]\r\nThe APE tag would be too large."),
-              std::string::npos)
-        << log.Text();
+    const struct {
+        std::string name;
+        const char* reason;
+    } rows[] = {
+        {"Big", "The APE tag would be too large."},
+        {"T", "\"T\" can't be an APE item key"},
+        {std::string(256, 'k'), "can't be an APE item key"},
+        {"Tab\there", "can't be an APE item key"},
+        {"T\xC3\xADtle", "can't be an APE item key"},
+        {"id3", "can't be an APE item key"},
+        {"Tag", "can't be an APE item key"},
+        {"OGGS", "can't be an APE item key"},
+        {"mp+", "can't be an APE item key"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name.substr(0, 10));
+        IDTags tags = Tags({{"Title", "New"}});
+        if (row.name == "Big") tags.AddBinary(S("Big"), huge.data(), static_cast<uint32_t>(huge.size()));
+        else tags.Add(S(row.name), S("v"));
+        Make(before);
+        const size_t logBefore = log.Text().size();
+        EXPECT_FALSE(WriteStdTags(S(path), tags, kFamilyApe, log.Target()));
+        EXPECT_EQ(Tail(), before);
+        const std::string logged = log.Text().substr(logBefore);
+        EXPECT_NE(logged.find("Could not write APE tag  [WriteStdTags]\r\n"), std::string::npos) << logged;
+        EXPECT_NE(logged.find(row.reason), std::string::npos) << logged;
+    }
 }

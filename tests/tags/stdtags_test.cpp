@@ -67,7 +67,17 @@ TEST_F(StdTagsTest, WriteUpdatesWhatThereIsAndCreatesOnlyAPE) {
     Make(Id3v1("Old", "", "Album"));
     ASSERT_TRUE(Write());
     EXPECT_EQ(Tail(), newApe + Id3v1("New", "A; B", "Album"));
-    // Both: HostileApeTest's intact tag with ID3v1.
+    // Both: HostileApeTest's intact tag with ID3v1. Nothing to change rewrites
+    // nothing, and a rewrite keeps the name that a cover was stored under.
+    const ApeItem cover{"Cover Art (front)", "cover.png\0\x89PNG\r\n"s, 2};
+    const std::string tagged = ApeTag({{"Title", "t"}, cover}).Bytes() + Id3v1("t");
+    for (const IDTags& same : {IDTags(), Tags({{"Title", "t"}})}) {
+        Make(tagged);
+        ASSERT_TRUE(WriteStdTags(S(path), same, 1, log.Target()));
+        EXPECT_EQ(Tail(), tagged);
+    }
+    ASSERT_TRUE(WriteStdTags(S(path), Tags({{"Title", "New"}}), 1, log.Target()));
+    EXPECT_EQ(Tail(), ApeTag({{"Title", "New"}, cover}).Bytes() + Id3v1("New"));
     EXPECT_EQ(log.Text(), "");
 }
 
