@@ -12,6 +12,9 @@
 
 namespace {
 
+constexpr char16_t kApeItemsDamaged[] =
+    u"The APE tag has an item that can't be read; only the items in front of it are shown.";
+
 // Family 1 creates an APE tag where the file has none; 3 would create an ID3v2 tag.
 constexpr int kFamilyApe = 1;
 constexpr int kFamilyId3v2 = 3;
@@ -40,13 +43,16 @@ void LogFailure(const char16_t* words, const char16_t* reason, const clLogTarget
 
 }  // namespace
 
-bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const clLogTarget* log) {
+bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const clLogTarget* log,
+                 clString* failure) {
     static constexpr char kLabel[] = "ReadStdTags";
     tags.Clear();
     version.Clear();
     clFile file(path);
     if (!file.Open(clFile::kRead)) {
-        clLog::Error(WithText(u"Couldn't read tags from file: %s", clFile::OpenErrorText(path)), log, kLabel);
+        const clString why = WithText(u"Couldn't read tags from file: %s", clFile::OpenErrorText(path));
+        if (failure) *failure = why;
+        else clLog::Error(why, log, kLabel);
         return false;
     }
     TagAPEv2 ape(file);
@@ -56,9 +62,12 @@ bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const cl
     for (BaseTag* engine : engines) {
         IDTags found;
         if (!engine->Read(found, true)) {
-            clLog::Error(u"Reading tags failed.", log, kLabel);
+            if (failure) *failure = WithText(u"Reading the %s tag failed.", engine->TagName());
+            else clLog::Error(u"Reading tags failed.", log, kLabel);
             return false;
         }
+        // What stands in front of a damaged item is shown; that more was there is said.
+        if (engine == &ape && ape.ItemsDamaged()) clLog::Error(kApeItemsDamaged, log, kLabel);
         AppendVersion(version, found.TakeVersion());
         MergeFirstWins(tags, found);
     }

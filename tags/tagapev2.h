@@ -26,6 +26,8 @@ public:
     // With `keepRaw` names and values stay in the file's form: the writer's form.
     bool ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw);
     bool Exists() override;
+    // After a read: the footer states items, and not all of them could be read.
+    bool ItemsDamaged() const { return itemsDamaged_; }
     bool Write(const IDTags& tags, bool merge) override { return Prepare(tags, merge) && Commit(); }
     // Builds and checks the new tag in memory; the file doesn't change.
     bool Prepare(const IDTags& tags, bool merge);
@@ -72,6 +74,7 @@ private:
     const char16_t* ReplaceTail(const clBuffer& bytes);
 
     Extent extent_ = Extent::kNone;
+    bool itemsDamaged_ = false;
     // What Commit puts from TagStart to the file's end.
     clBuffer pending_;
     bool pendingChange_ = false;

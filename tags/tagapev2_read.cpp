@@ -135,6 +135,7 @@ bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
     TagVersionNumber = 0;
     std::memset(SavedID3v1, 0, sizeof SavedID3v1);
     storedNames_.clear();
+    itemsDamaged_ = false;
     extent_ = Extent::kUnreadable;
     if (!file.IsOpen()) return false;
 
@@ -165,6 +166,7 @@ bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
     }
 
     bool filled = WalkItems(tags, items.Data(), itemBytes, footer.count);
+    itemsDamaged_ = !filled && footer.count > 0;
     int64_t headerAt = tagEnd - size - kApeHeaderBytes;
     bool header = (footer.flags & kApeHasHeader) && HeaderAt(headerAt, footer);
     if (filled) {

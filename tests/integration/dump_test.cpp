@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -121,22 +122,32 @@ TEST(Dump, OneEncoderPerAudioStreamNoneForTheCover) {
     it::TempDir dir;
     const std::string two = dir.File("two.mka");
     it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-f", "lavfi", "-i", "sine=duration=1:frequency=880", "-map",
-                "0", "-map", "1", "-c:a:0", "ac3", "-c:a:1", "flac", two});
+                "0", "-map", "1", "-c:a:0", "ac3", "-c:a:1", "flac", "-metadata", "title=Two", two});
+    // Cut short, the Matroska engine can't read it, ffprobe can; as a URL, no engine reads it.
+    const std::string truncated = dir.File("truncated.mka");
+    it::WriteFile(truncated, it::ReadFile(two).substr(0, 20000));
     it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=32x32", "-frames:v", "1", dir.File("cover.png")});
     const std::string withCover = dir.File("cover.flac");
     it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-i", dir.File("cover.png"), "-map", "0", "-map", "1", "-c:a",
                 "flac", "-c:v", "copy", "-disposition:v", "attached_pic", withCover});
-    for (const std::string& path : {two, withCover}) {
+    for (const std::string& path : {two, withCover, truncated, "file://" + two}) {
         SCOPED_TRACE(path);
         Entries expected;
         for (const std::string& codec : Probe(path, {"-select_streams", "a", "-show_entries", "stream=codec_name"})) {
             expected.emplace_back("Encoder", codec);
         }
-        EXPECT_EQ(expected.size(), path == two ? 2u : 1u);
+        EXPECT_EQ(expected.size(), path == withCover ? 1u : 2u);
         it::TestDecoder decoder;
         DecoderOpenInfo info{};
-        ASSERT_TRUE(decoder.Open(path, kOpenWantInfo, &info));
+        ASSERT_TRUE(decoder.Open(path, kOpenWantTags | kOpenWantInfo, &info)) << decoder.ErrorLog();
         EXPECT_EQ(Parse(info.info, info.infoSize), expected);
+        if (path == withCover || path == two) continue;
+        // The worker's metadata: the title that ffmpeg put in the segment's info.
+        const Entries tags = Parse(info.tags, info.tagsSize);
+        EXPECT_TRUE(std::ranges::any_of(tags, [](const auto& e) { return e.second == "Two"; })) << tags.size();
+        EXPECT_EQ(decoder.ErrorLog(), path != truncated ? "" :
+                  "Couldn't parse Matroska tags: Corrupted file or unsupported format. The tags shown are the "
+                  "metadata that FFmpeg read.  [clDecoder_ffmpeg::Open]\r\n");
     }
 }
 

@@ -127,8 +127,8 @@ TEST_F(PluginTest, CanWriteIDTagsByExtension) {
     const std::pair<const char16_t*, int> cases[] = {
         {u"song.MKA", 1}, {u"/music/a.tak/noext", 0}, {u"noext", 0},  {u"/x/a.TaK", 1},     {u"a.tta", 1},
         {u"a.dts", 1},    {u"a.DTSHD", 1},            {u"a.mkv", 1},  {u"a.webm", 1},       {u"a.weba", 1},
-        {u"a.flac", 0},   {u"a.mka.flac", 0},         {u"a.", 0},     {u"http://host/x.mka", 1},
-        {u"/music/\u00e9t\u00e9.tak", 1},
+        {u"a.flac", 0},   {u"a.mka.flac", 0},         {u"a.", 0},     {u"http://host/x.mka", 0},
+        {u"file:///x.tta", 0}, {u"/music/\u00e9t\u00e9.tak", 1},
     };
     for (const auto& [path, expected] : cases) {
         DecoderParam param = Patterned();

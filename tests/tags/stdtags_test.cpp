@@ -46,6 +46,11 @@ TEST_F(StdTagsTest, ReadMergesSourcesFirstWins) {
     EXPECT_EQ(ReadAll(version), "Title=id3;");
     EXPECT_EQ(version, "ID3v1.0");
     EXPECT_EQ(log.Text(), "");
+    // Items that the walk can't read: those in front are shown, and the log says more was there.
+    Make(ApeTag({{"Title", "t"}, {"Album", "a"}}, 2000, false).Stating(-1, 1).Bytes());
+    EXPECT_EQ(ReadAll(version), "Title=t;");
+    EXPECT_EQ(log.Text(), "The APE tag has an item that can't be read; only the items in front of it are shown."
+                          "  [ReadStdTags]\r\n");
 
     IDTags tags;
     clString joined;
@@ -129,6 +134,14 @@ TEST_F(StdTagsTest, WriteIDTagsDispatchesByExtension) {
     }
     EXPECT_NE(log.Text().find("Tagging not supported for this format.  [clDecoder_ffmpeg::WriteIDTags]\r\n"),
               std::string::npos) << log.Text();
+    // A URL is no file that the engines may touch, whatever its name.
+    const std::string tta = dir.File("a.tta"), before = ReadFile(tta), url = "file://" + tta;
+    const size_t logged = log.Text().size();
+    EXPECT_FALSE(clDecoder_ffmpeg::WriteIDTags(&decoder, S(url).Text(), blob.Data(), blob.Size()));
+    EXPECT_FALSE(decoder.DeleteATag(S(url).Text(), nullptr));
+    EXPECT_EQ(ReadFile(tta), before);
+    EXPECT_EQ(log.Text().substr(logged), "Tagging not supported for this format.  [clDecoder_ffmpeg::WriteIDTags]\r\n"
+                                         "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n");
 }
 
 TEST_F(StdTagsTest, FlowsLeaveNoDescriptorOpen) {

@@ -55,7 +55,11 @@ std::span<const char16_t* const> StreamingDecodesTable() { return kStreamingDeco
 
 std::span<const TagFamilyRow> TagFamilyTable() { return kTagFamilies; }
 
+bool IsUrl(const clString& path) { return path.Find(u"://") != 0; }
+
 int TagFamilyOf(const clString& path) {
+    // The engines work on local files only; a stream's tags are what the worker reads.
+    if (IsUrl(path)) return kTagFamilyNone;
     const clString extension = path.FileExtension();
     for (const TagFamilyRow& row : kTagFamilies) {
         if (clString::EqualsNoCase(extension.Text(), row.extension)) return row.family;

@@ -32,5 +32,8 @@ std::span<const char16_t* const> StreamingDecodesTable();
 // Extension to tag family, compared in this order.
 std::span<const TagFamilyRow> TagFamilyTable();
 
-// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case ignored.
+// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case
+// ignored. A URL has none.
 int TagFamilyOf(const clString& path);
+// Anything with "://" is a URL, not a local path.
+bool IsUrl(const clString& path);

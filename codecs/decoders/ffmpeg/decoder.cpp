@@ -26,14 +26,6 @@ constexpr const char* kDecodeLabel = "clDecoder_ffmpeg::DecodeBlock";
 
 constexpr uint32_t kFramesPerBlock = 4096;
 
-bool StartsWithNoCase(const clString& text, const char16_t* prefix) {
-    return clString::Compare(text.Text(), prefix, -1, true) == 0;
-}
-
-bool IsUrl(const clString& path) {
-    return StartsWithNoCase(path, u"http://") || StartsWithNoCase(path, u"https://");
-}
-
 uint32_t LittleU32(const uint8_t* bytes) {
     return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
            uint32_t{bytes[3]} << 24;
@@ -168,8 +160,18 @@ bool clDecoder_ffmpeg::ReadOwnTags(DecoderOpenInfo* info) {
     if (family == 0) return true;
     IDTags tags;
     clString version;
-    const bool read = family == 4 ? MatroskaTags::Read(path, tags, Log()) : ReadStdTags(path, tags, version, Log());
-    if (!read) return false;
+    clString failure;
+    const bool read = family == 4 ? MatroskaTags::Read(path, tags, Log(), &failure)
+                                  : ReadStdTags(path, tags, version, Log(), &failure);
+    if (!read) {
+        // An abort ends the Open silently. Tags that can't be read are no
+        // reason to refuse audio that the worker decodes: its metadata stays.
+        if (failure.Empty()) return false;
+        if (!failure.View().ends_with(u'.')) failure.Append(u".");
+        failure.Append(u" The tags shown are the metadata that FFmpeg read.");
+        clLog::Error(failure, Log(), kOpenLabel);
+        return true;
+    }
     if (info->flags & kOpenWantTags) SetTagBlob(tags, tagBlob, info);
     if ((info->flags & kOpenWantInfo) && !version.Empty()) {
         IDTags information;

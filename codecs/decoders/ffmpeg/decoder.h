@@ -80,5 +80,7 @@ private:
     void ReportUndecodable();
 };
 
-// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case ignored.
+// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case
+// ignored. A URL has none.
 int TagFamilyOf(const clString& path);
+bool IsUrl(const clString& path);

@@ -9,8 +9,9 @@
 
 namespace MatroskaTags {
 
-// Text tags from the Tags elements, pictures from the Attachments.
-bool Read(const clString& path, IDTags& tags, const clLogTarget* log);
+// Text tags from the Tags elements, pictures from the Attachments. With
+// `failure`, the reason for a false goes there instead of the log.
+bool Read(const clString& path, IDTags& tags, const clLogTarget* log, clString* failure = nullptr);
 // Merges `tags` into the file's Tags (and its pictures, when `tags` holds a
 // picture numbered 1) in place.
 bool Write(const clString& path, const IDTags& tags, const clLogTarget* log);

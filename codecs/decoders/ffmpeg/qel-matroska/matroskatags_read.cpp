@@ -28,12 +28,21 @@ void ReadAll(streamImpl& stream, IDTags& tags) {
 
 }  // namespace
 
-bool Read(const clString& path, IDTags& tags, const clLogTarget* log) {
+// The failure's text goes to `failure` when the caller wants it, else to the log.
+void Report(const clString& text, const clLogTarget* log, clString* failure) {
+    if (failure) {
+        *failure = text;
+        return;
+    }
+    clLog::Error(text, log, kReadLabel);
+}
+
+bool Read(const clString& path, IDTags& tags, const clLogTarget* log, clString* failure) {
     tags.Clear();
     streamImpl stream(path);
     if (!stream.Open(clFile::kRead)) {
         const clString why = clFile::OpenErrorText(path);
-        clLog::Error(clString::Format(u"Couldn't read tags from file: %s", why.Text()), log, kReadLabel);
+        Report(clString::Format(u"Couldn't read tags from file: %s", why.Text()), log, failure);
         return false;
     }
     try {
@@ -44,7 +53,7 @@ bool Read(const clString& path, IDTags& tags, const clLogTarget* log) {
     } catch (const std::exception& error) {
         clString message(u"Couldn't parse Matroska tags: ");
         message.Append(clString::FromUtf8(error.what()));
-        clLog::Error(message, log, kReadLabel);
+        Report(message, log, failure);
         return false;
     }
 }
