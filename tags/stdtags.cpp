@@ -4,9 +4,9 @@
 
 #include "support/clFile.h"
 #include "support/clList.h"
-#include "tags/changetexts.h"
 #include "tags/filetail.h"
 #include "tags/id3v2/tagid3v2.h"
+#include "tags/stdtagschange.h"
 #include "tags/tagapev2.h"
 #include "tags/tagid3v1.h"
 
@@ -33,12 +33,6 @@ void MergeFirstWins(IDTags& tags, const IDTags& source) {
 void AppendVersion(clString& version, const clString& taken) {
     if (!version.Empty() && !taken.Empty()) version.Append(u" & ");
     version.Append(taken);
-}
-
-// The flow's words, then the engine's reason when it gave one.
-void LogFailure(const char16_t* words, const char16_t* reason, const clLogTarget* log, const char* label) {
-    clLog::Error(words, log, label);
-    if (reason) clLog::Error(reason, log, label);
 }
 
 }  // namespace
@@ -74,106 +68,30 @@ bool ReadStdTags(const clString& path, IDTags& tags, clString& version, const cl
     return true;
 }
 
-namespace {
-
-// The engines of one write, and which of them take part.
-struct StdWrite {
-    explicit StdWrite(const clFile& file) : id3v1(file), id3v2(file), ape(file) {}
-    TagID3v1 id3v1;
-    TagID3v2 id3v2;
-    TagAPEv2 ape;
-    bool withId3v1 = false, withId3v2 = false, withApe = false;
-};
-
-constexpr char kWriteLabel[] = "WriteStdTags";
-constexpr char16_t kId3v1Words[] = u"Could not write ID3 tag";
-constexpr char16_t kId3v2Words[] = u"Could not write ID3v2 tag";
-constexpr char16_t kApeWords[] = u"Could not write APE tag";
-constexpr char16_t kTagsOverlap[] = u"The ID3v2 tag at the start reaches into the tags at the end; the file was left as it was.";
-constexpr char16_t kTailUnread[] = u"The tags at the file's end could not be read; the file was left as it was.";
-
-// Every engine builds and checks its new tag before any of them writes: a
-// refusal anywhere leaves the file as it was.
-bool PrepareAll(StdWrite& w, const IDTags& tags, const clLogTarget* log) {
-    if (w.withId3v1 && !w.id3v1.Prepare(tags, true)) {
-        clLog::Error(kId3v1Words, log, kWriteLabel);
-        return false;
-    }
-    if (w.withId3v2 && !w.id3v2.Prepare(tags, false)) {
-        LogFailure(kId3v2Words, w.id3v2.Failure, log, kWriteLabel);
-        return false;
-    }
-    if (w.withApe && !w.ape.Prepare(tags, true)) {
-        LogFailure(kApeWords, w.ape.Failure, log, kWriteLabel);
-        return false;
-    }
-    return true;
-}
-
-// The tags at the end go first, from the APE tag's old start: the ID3v1 tag
-// is found from the file's end, so the APE rewrite in front of it doesn't
-// move it for this purpose. The ID3v2 tag goes last, since its change moves
-// everything behind it. When a write fails, the tail's old bytes go back, so
-// that the file is as it was unless restoring it failed too.
-bool CommitAll(StdWrite& w, clFile& file, const clLogTarget* log) {
-    const bool apeChanges = w.withApe && w.ape.Changes();
-    const bool id3v1Changes = w.withId3v1 && w.id3v1.Changes();
-    TailSnapshot tail;
-    if (apeChanges || id3v1Changes) {
-        bool failed = false;
-        const int64_t size = file.Size(&failed);
-        const int64_t from = apeChanges ? w.ape.TagStart : size - static_cast<int64_t>(kId3v1Bytes);
-        if (w.withId3v2 && from < static_cast<int64_t>(w.id3v2.tagSizeOnDisk())) {
-            LogFailure(kId3v2Words, kTagsOverlap, log, kWriteLabel);
-            return false;
-        }
-        if (failed || !tail.Take(file, from)) {
-            LogFailure(apeChanges ? kApeWords : kId3v1Words, kTailUnread, log, kWriteLabel);
-            return false;
-        }
-    }
-    const char16_t* words = nullptr;
-    const char16_t* reason = nullptr;
-    if (apeChanges && !w.ape.Commit()) {
-        words = kApeWords;
-        reason = w.ape.Failure;
-    } else if (id3v1Changes && !w.id3v1.Commit()) {
-        words = kId3v1Words;
-    } else if (w.withId3v2 && !w.id3v2.Commit()) {
-        words = kId3v2Words;
-        reason = w.id3v2.Failure;
-        // The audio behind the tag didn't go back: the tail's old place is unknown.
-        if (reason == kChangeDamaged) {
-            LogFailure(words, reason, log, kWriteLabel);
-            return false;
-        }
-    }
-    if (!words) return true;
-    const bool restored = !(apeChanges || id3v1Changes) || tail.Restore(file);
-    if (!restored) reason = kChangeDamaged;
-    else if (!reason || reason == kChangeDamaged) reason = kChangeRestored;
-    LogFailure(words, reason, log, kWriteLabel);
-    return false;
-}
-
-}  // namespace
-
 bool WriteStdTags(const clString& path, const IDTags& tags, int family, const clLogTarget* log) {
+    static constexpr char kLabel[] = "WriteStdTags";
     clFile file(path);
     if (!file.Open(clFile::kReadWrite)) {
-        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kWriteLabel);
+        clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kLabel);
         return false;
     }
     // Nothing to change: no tag is rewritten.
     if (tags.Count() == 0) return true;
-    StdWrite w(file);
+    StdTagsChange change(file, {u"Could not write ID3 tag", u"Could not write ID3v2 tag", u"Could not write APE tag",
+                                kLabel});
     // An ID3v1 tag is only ever updated, never created.
     FileTail tail;
-    w.withId3v1 = ReadFileTail(file, tail) && tail.HasId3v1();
-    const bool hasId3v2 = w.id3v2.tagSizeOnDisk() != 0;
-    w.withApe = w.ape.Exists() || (!hasId3v2 && family == kFamilyApe);
-    w.withId3v2 = hasId3v2 || (!w.withApe && family == kFamilyId3v2);
-    return PrepareAll(w, tags, log) && CommitAll(w, file, log);
+    change.withId3v1 = ReadFileTail(file, tail) && tail.HasId3v1();
+    const bool hasId3v2 = change.id3v2.tagSizeOnDisk() != 0;
+    change.withApe = change.ape.Exists() || (!hasId3v2 && family == kFamilyApe);
+    change.withId3v2 = hasId3v2 || (!change.withApe && family == kFamilyId3v2);
+
+    const StdTagsChange::Words& words = change.words;
+    if (change.withId3v1 && !change.id3v1.Prepare(tags, true)) return change.Refused(words.id3v1, nullptr, log);
+    if (change.withId3v2 && !change.id3v2.Prepare(tags, false))
+        return change.Refused(words.id3v2, change.id3v2.Failure, log);
+    if (change.withApe && !change.ape.Prepare(tags, true)) return change.Refused(words.ape, change.ape.Failure, log);
+    return change.Commit(file, log);
 }
 
 bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarget* log) {
@@ -183,31 +101,26 @@ bool DeleteStdTags(const clString& path, const char16_t* names, const clLogTarge
         clLog::Error(WithText(u"Couldn't open file for updating: %s", clFile::OpenErrorText(path)), log, kLabel);
         return false;
     }
-    bool wholeTags = !names || names[0] == 0;
+    const bool wholeTags = !names || names[0] == 0;
     clStringList list;
     if (!wholeTags) list.FromMultiString(names);   // "[Empty]" stands for an empty name
+    const clStringList* named = wholeTags ? nullptr : &list;
 
-    TagID3v1 id3v1(file);
-    TagID3v2 id3v2(file);
-    TagAPEv2 ape(file);
-    BaseTag* engines[] = {&id3v1, &id3v2, &ape};
-    for (BaseTag* engine : engines) {
-        if (!engine->Exists()) continue;
-        if (wholeTags) {
-            engine->Delete();
-            continue;
-        }
-        for (int i = 0; i < list.Count(); ++i) engine->DeleteTag(list[i]);
-    }
-    // A tag that couldn't be removed is no success.
-    bool removed = true;
-    if (id3v2.Failure) {
-        LogFailure(u"Could not delete ID3v2 tag", id3v2.Failure, log, kLabel);
-        removed = false;
-    }
-    if (ape.Failure) {
-        LogFailure(u"Could not delete APE tag", ape.Failure, log, kLabel);
-        removed = false;
-    }
-    return removed;
+    StdTagsChange change(file, {u"Could not delete ID3 tag", u"Could not delete ID3v2 tag",
+                                u"Could not delete APE tag", kLabel});
+    change.withId3v1 = change.id3v1.Exists();
+    change.withId3v2 = change.id3v2.Exists();
+    change.withApe = change.ape.Exists();
+    change.deleteId3v2 = wholeTags;
+
+    const StdTagsChange::Words& words = change.words;
+    if (change.withId3v1 && !change.id3v1.PrepareDelete(named)) return change.Refused(words.id3v1, nullptr, log);
+    // A whole ID3v2 tag goes only when it is proven to be one: the rendering of
+    // a change that keeps everything finds out without touching the file.
+    IDTags removals;
+    for (int i = 0; i < list.Count(); ++i) removals.Add(list[i], clString());
+    if (change.withId3v2 && !change.id3v2.Prepare(removals, true))
+        return change.Refused(words.id3v2, change.id3v2.Failure, log);
+    if (change.withApe && !change.ape.PrepareDelete(named)) return change.Refused(words.ape, change.ape.Failure, log);
+    return change.Commit(file, log);
 }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/clBuffer.h"
+#include "support/clList.h"
 #include "tags/apeformat.h"
 #include "tags/basetag.h"
 #include "tags/filetail.h"
@@ -35,6 +36,9 @@ public:
     bool Commit();
     // After Prepare: whether Commit will change the file.
     bool Changes() const { return pendingChange_; }
+    // Builds what deleting the whole tag (`names` null) or the entries of
+    // `names` leaves; Commit writes it.
+    bool PrepareDelete(const clStringList* names);
     void Delete() override;
     void DeleteTag(const clString& name) override;
 

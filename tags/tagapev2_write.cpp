@@ -280,42 +280,46 @@ bool TagAPEv2::Commit() {
     return reason == nullptr || Refuse(reason);
 }
 
-void TagAPEv2::Delete() {
+bool TagAPEv2::PrepareDelete(const clStringList* names) {
+    Failure = nullptr;
+    pendingChange_ = false;
+    pending_.Clear();
     IDTags tags;
     ReadRaw(tags, false, true);
-    if (extent_ == Extent::kNone) return;
-    // A tag with damaged items still goes whole when a header brackets it.
-    if (extent_ == Extent::kUnknown || extent_ == Extent::kUnreadable) {
-        Refuse(RewriteRefusal());
-        return;
+    if (!names) {
+        if (extent_ == Extent::kNone) return true;
+        // A tag with damaged items still goes whole when a header brackets it.
+        if (extent_ == Extent::kUnknown || extent_ == Extent::kUnreadable) return Refuse(RewriteRefusal());
+        if (SavedID3v1[0] != 0 && !pending_.Assign(SavedID3v1, kId3v1Bytes)) return Refuse(kNoMemory);
+        pendingChange_ = true;
+        return true;
     }
-    clBuffer id3v1;
-    if (SavedID3v1[0] != 0 && !id3v1.Assign(SavedID3v1, kId3v1Bytes)) {
-        Refuse(kNoMemory);
-        return;
+    // An item that can't be read may be the one named: say so rather than claim it gone.
+    if (const char16_t* refusal = RewriteRefusal()) return Refuse(refusal);
+    bool removed = false;
+    for (int i = 0; i < names->Count(); ++i) {
+        const clString& name = (*names)[i];
+        if (IsArtKey(name)) {
+            clString type;
+            clString description;
+            SplitArtKey(name, type, description);
+            removed |= tags.RemoveArt(type, description);
+            continue;
+        }
+        clString adjusted = name;
+        AdjustJukeBoxName(adjusted, tags);
+        removed |= tags.Remove(adjusted);
     }
-    if (const char16_t* reason = ReplaceTail(id3v1)) Refuse(reason);
+    // The collection is in the file's form, so Prepare must not convert it again.
+    return !removed || Prepare(tags, false);
+}
+
+void TagAPEv2::Delete() {
+    if (PrepareDelete(nullptr)) Commit();
 }
 
 void TagAPEv2::DeleteTag(const clString& name) {
-    IDTags tags;
-    ReadRaw(tags, false, true);
-    // An item that can't be read may be the one named: say so rather than claim it gone.
-    if (const char16_t* refusal = RewriteRefusal()) {
-        Refuse(refusal);
-        return;
-    }
-    bool removed = false;
-    if (IsArtKey(name)) {
-        clString type;
-        clString description;
-        SplitArtKey(name, type, description);
-        removed = tags.RemoveArt(type, description);
-    } else {
-        clString adjusted = name;
-        AdjustJukeBoxName(adjusted, tags);
-        removed = tags.Remove(adjusted);
-    }
-    // The collection is in the file's form, so Write must not convert it again.
-    if (removed) Write(tags, false);
+    clStringList names;
+    names.AddCopy(name);
+    if (PrepareDelete(&names)) Commit();
 }

@@ -175,15 +175,25 @@ bool TagID3v1::Commit() {
     return file.Write(pending_, kId3v1Bytes, clFile::kAtEnd);
 }
 
+bool TagID3v1::PrepareDelete(const clStringList* names) {
+    change_ = Change::kNone;
+    if (!names) {
+        if (Exists()) change_ = Change::kCut;
+        return true;
+    }
+    IDTags tags;
+    if (!Read(tags, false)) return true;
+    bool removed = false;
+    for (int i = 0; i < names->Count(); ++i) removed |= tags.Remove((*names)[i]);
+    return !removed || Prepare(tags, false);
+}
+
 void TagID3v1::Delete() {
-    bool failed = false;
-    int64_t size = file.Size(&failed);
-    if (failed || size < static_cast<int64_t>(kId3v1Bytes)) return;
-    if (Exists()) file.SetLength(size - kId3v1Bytes);
+    if (PrepareDelete(nullptr)) Commit();
 }
 
 void TagID3v1::DeleteTag(const clString& name) {
-    IDTags tags;
-    if (!Read(tags, false)) return;
-    if (tags.Remove(name)) Write(tags, false);
+    clStringList names;
+    names.AddCopy(name);
+    if (PrepareDelete(&names)) Commit();
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "support/clList.h"
 #include "tags/basetag.h"
 
 class TagID3v1 : public BaseTag {
@@ -21,6 +22,9 @@ public:
     bool Commit();
     // After Prepare: whether Commit will change the file.
     bool Changes() const { return change_ != Change::kNone; }
+    // Builds what deleting the whole tag (`names` null) or the entries of
+    // `names` leaves; Commit writes it.
+    bool PrepareDelete(const clStringList* names);
     void Delete() override;
     void DeleteTag(const clString& name) override;
 

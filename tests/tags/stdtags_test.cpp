@@ -73,16 +73,13 @@ TEST_F(StdTagsTest, WriteUpdatesWhatThereIsAndCreatesOnlyAPE) {
     ASSERT_TRUE(Write());
     EXPECT_EQ(Tail(), newApe + Id3v1("New", "A; B", "Album"));
     // Both: HostileApeTest's intact tag with ID3v1. Nothing to change rewrites
-    // nothing, and a rewrite keeps the name that a cover was stored under.
-    const ApeItem cover{"Cover Art (front)", "cover.png\0\x89PNG\r\n"s, 2};
-    const std::string tagged = ApeTag({{"Title", "t"}, cover}).Bytes() + Id3v1("t");
+    // nothing (a rewrite keeps a cover's stored name: MutagenInterop).
+    const std::string tagged = ApeTag({{"Title", "t"}, {"Cover Art (front)", "cover.png\0\x89PNG"s, 2}}).Bytes();
     for (const IDTags& same : {IDTags(), Tags({{"Title", "t"}})}) {
-        Make(tagged);
+        Make(tagged + Id3v1("t"));
         ASSERT_TRUE(WriteStdTags(S(path), same, 1, log.Target()));
-        EXPECT_EQ(Tail(), tagged);
+        EXPECT_EQ(Tail(), tagged + Id3v1("t"));
     }
-    ASSERT_TRUE(WriteStdTags(S(path), Tags({{"Title", "New"}}), 1, log.Target()));
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "New"}, cover}).Bytes() + Id3v1("New"));
     EXPECT_EQ(log.Text(), "");
 }
 
