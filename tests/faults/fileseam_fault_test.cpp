@@ -36,9 +36,8 @@ std::string Id3v2Title(const std::string& title) {
 
 std::string StartBytes(Start start) {
     const std::string audio = AudioBytes(kAudioSize);
-    if (start == Start::Ape) return audio + ApeTag({{"Title", "Old"}}).Bytes();
-    if (start == Start::Id3v2) return Id3v2Title("Old") + audio;
-    return Id3v2Title("Old") + audio + ApeTag({{"Title", "Old"}}).Bytes();
+    return (start == Start::Ape ? "" : Id3v2Title("Old")) + audio +
+           (start == Start::Id3v2 ? "" : ApeTag({{"Title", "Old"}}).Bytes());
 }
 
 // Where the audio starts: behind an ID3v2 tag at the front, if any.
@@ -127,9 +126,8 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
     const auto readFailsAfter = [](int64_t bytes) { return With(&P::readFailAfter, bytes); };
     const auto writeFailsAfter = [](int64_t bytes) { return With(&P::writeFailAfter, bytes); };
     // Behind where the old end lands once the ID3v2 tag has grown: only a write of the APE tag reaches it.
-    const std::string both = StartBytes(Start::Both);
-    const auto grown = static_cast<int64_t>(AudioStart(RunOp(Start::Both, Op::Write, nullptr).file) - AudioStart(both));
-    const int64_t pastOldEnd = static_cast<int64_t>(both.size()) + grown + 100;
+    const std::string both = StartBytes(Start::Both), written = RunOp(Start::Both, Op::Write, nullptr).file;
+    const auto pastOldEnd = static_cast<int64_t>(both.size() + AudioStart(written) - AudioStart(both) + 100);
     const Row rows[] = {
         {"ID3v2 and APE write, 7-byte pieces", Start::Both, Op::Write, chunks(7), Expect::Same, ""},
         {"ID3v2 and APE write, EINTR", Start::Both, Op::Write, interrupts, Expect::Same, ""},

@@ -137,15 +137,11 @@ TEST_F(APETest, DamagedTagsNeitherFailWildlyNorClaimAudio) {
 }
 
 TEST_F(APETest, NewTagsAndTheirItems) {
+    // A CR stays inside a value of a single-valued name; names map to keys (UTF-8, multiple values and rating:
+    // MutagenInterop).
     Make("");
-    ASSERT_TRUE(Write(Tags({{"Title", "T\xC3\xA9"}, {"Artist", "A\rB"}, {"Comment", "x\ry"}, {"rating", "7"},
-                            {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}}),
-                      true));
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "T\xC3\xA9"}, {"Artist", "A\0B"s}, {"Comment", "x\ry"}, {"rating", "3.5"},
-                              {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}})
-                          .Bytes());
-    EXPECT_EQ(Read().tags, "Title=T\xC3\xA9;Artist=A|B;Comment=x|y;rating=7;Encoded by=me;tempo=99;_crc=c;"
-                           "TagVersion=APEv2;");
+    ASSERT_TRUE(Write(Tags({{"Comment", "x\ry"}, {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}}), true));
+    EXPECT_EQ(Tail(), ApeTag({{"Comment", "x\ry"}, {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}}).Bytes());
 
     // Version 1000: no header, ANSI text, a NUL behind every value.
     Make("");
@@ -187,8 +183,6 @@ TEST_F(APETest, CoversAndDeletion) {
     EXPECT_EQ(Tail(), ApeTag({{"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
                               {"Cover Art (front)", "C:\\Pretend.jpg\0"s + jpeg, 2}, {"Blob", "\0\1"s, 2}})
                           .Bytes());
-    EXPECT_EQ(Read().tags, "_albumart_1_Back Album Cover=[38 bytes];_albumart_2_Front Album Cover=[34 bytes];"
-                           "Blob=[2 bytes];TagVersion=APEv2;");
     // Same number and type replace an old picture, whatever the description.
     IDTags replace;
     replace.AddBinary(S("_albumart_2_Front Album Cover<subdesc>New"), "NEW", 3);
@@ -197,10 +191,7 @@ TEST_F(APETest, CoversAndDeletion) {
     const ApeItem front("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2);
     EXPECT_EQ(Tail(), ApeTag({back, front, {"Blob", "\0\1"s, 2}}).Bytes());
 
-    Make(ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + Id3v1("t"));
-    std::string before = ReadFile(path);
-    DeleteTag("nothing");
-    EXPECT_EQ(ReadFile(path), before);
+    Make(ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + Id3v1("t"));   // "nothing": StdTagsTest
     DeleteTag("tempo");
     EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, back, front}).Bytes() + Id3v1("t"));
     // APE covers have no description, and an empty one matches every picture

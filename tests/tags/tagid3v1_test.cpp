@@ -70,7 +70,8 @@ TEST_F(ID3v1Test, WriteCutsFieldsAtTheirLimits) {
     EXPECT_EQ(Tail(), Id3v1("Title", "A; B", "Album", "2001", std::string(28, 'c'), 3, 17));
 }
 
-TEST_F(ID3v1Test, EmptyValuesDeleteAndDeleteTag) {
+// Deleting through the flows, by name and whole: HostileApeTest and StdTagsTest.
+TEST_F(ID3v1Test, EmptyValuesDeleteTheTag) {
     Make(Id3v1("Title", "Artist"));
     Write(Tags({{"Title", ""}, {"Artist", ""}}), true);
     EXPECT_EQ(Tail(), "");
@@ -81,16 +82,4 @@ TEST_F(ID3v1Test, EmptyValuesDeleteAndDeleteTag) {
     EXPECT_EQ(Tail(), Id3v1("  "));
     Write(Tags({{"Title", "t"}}), true);
     EXPECT_EQ(Tail(), Id3v1("t"));
-
-    Make(Id3v1("Title", "Artist"));
-    clFile file = OpenFile(path);
-    TagID3v1 engine(file);
-    engine.DeleteTag(S("nothing"));
-    EXPECT_EQ(Tail(), Id3v1("Title", "Artist"));
-    engine.DeleteTag(S("TITLE"));
-    EXPECT_EQ(Tail(), Id3v1("", "Artist"));
-    engine.Delete();
-    EXPECT_EQ(Tail(), "");
-    engine.Delete();
-    EXPECT_EQ(ReadFile(path), AudioBytes(kAudio));
 }
