@@ -145,7 +145,7 @@ bool TagAPEv2::MergeInto(IDTags& result, const IDTags& old, const IDTags& tags, 
         IDTag& entry = incoming[i];
         // Without merge the entries come in the file's form already.
         if (merge && EqualsNoCase(entry.Name.View(), u"rating")) entry.Value = HalvedRating(entry.Value);
-        AdjustJukeBoxName(entry.Name, old);
+        AdjustJukeBoxName(entry.Name, result);
         bool isArt = false;
         const std::string key = Encode(ApeKeyOfTagName(entry.Name, isArt), TagVersionNumber);
         if (!old.Find(entry.Name, true) && !IsWritableApeKey(key)) {
