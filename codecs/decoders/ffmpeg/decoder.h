@@ -73,7 +73,8 @@ private:
     // StartWorker from the launch on: the worker, its reader, the stream
     // header and, with a record, the parse of the error text.
     bool LaunchAndRead(int64_t position, DecoderOpenInfo* info);
-    // Open's step for the file's own tags; false when the engine failed.
+    // Open's step for the file's own tags; false only for an abort. Tags that
+    // an engine can't read leave the worker's metadata, with a line in the log.
     bool ReadOwnTags(DecoderOpenInfo* info);
     // The worker gave no usable stream: tells a file that can't be opened
     // from one that can't be decoded.
