@@ -27,8 +27,9 @@ Json FormatJson(const DecoderFormat& format) {
             {"avg_bytes_per_sec", U32At(wave + 8)},
             {"block_align", U16At(wave + 12)},
             {"bits_per_sample", U16At(wave + 14)},
-            {"bitrate", format.bitrate},
-            {"duration_ms", format.durationMs}};
+            // Copies: the record is packed, its fields can't be bound.
+            {"bitrate", uint32_t{format.bitrate}},
+            {"duration_ms", int64_t{format.durationMs}}};
 }
 
 // `withData`: binary data inline as base64, so that the output can be fed
