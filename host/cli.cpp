@@ -79,7 +79,7 @@ const CLI::Validator& NonEmpty() {
 
 int RunCommandLine(std::vector<std::string> args) {
     CLI::App app("fdhost drives the FFmpeg decoder plug-in as an audio application would.", "fdhost");
-    app.set_version_flag("--version", "fdhost " FD_HOST_VERSION);
+    app.set_version_flag("--version", "fdhost " FD_HOST_VERSION, "print fdhost's version");
     app.set_help_flag("-h,--help", "print this help, or with a command its options");
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.require_subcommand(0, 1);
