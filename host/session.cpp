@@ -19,10 +19,14 @@ Plugin LoadPlugin(const CommonOptions& options) {
     return Plugin(DefaultPluginPath());
 }
 
+// Started afresh, then appended to, so that every piece lands at the end even
+// when --trace-log names the same file.
 std::ofstream OpenCopy(const std::string& path) {
     std::ofstream copy;
     if (path.empty()) return copy;
     copy.open(Utf8Path(path), std::ios::binary | std::ios::trunc);
+    copy.close();
+    copy.open(Utf8Path(path), std::ios::binary | std::ios::app);
     if (!copy) throw HostError("cannot open the log file " + path);
     return copy;
 }
