@@ -8,7 +8,6 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
-#include "host/json.h"
 #include "host/plugin.h"
 #include "host/session.h"
 #include "host/text.h"
@@ -47,18 +46,13 @@ Capabilities AskCapabilities(const Decoder& decoder) {
     return caps;
 }
 
-void PrintCapsJson(const Capabilities& caps) {
-    JsonWriter json;
-    json.BeginObject().Key("description").String(caps.description);
-    json.Key("decodes").BeginArray();
-    for (const auto& [extension, description] : caps.decodes) {
-        json.BeginArray().String(extension).String(description).EndArray();
-    }
-    json.EndArray();
-    json.Key("streaming").BeginArray();
-    for (const std::string& mime : caps.streaming) json.String(mime);
-    json.EndArray().EndObject();
-    std::printf("%s\n", json.Text().c_str());
+void PrintCapsJson(const Capabilities& caps, const std::vector<std::string>& warnings) {
+    Json decodes = Json::array();
+    for (const auto& [extension, description] : caps.decodes) decodes.push_back({extension, description});
+    PrintJson({{"description", caps.description},
+               {"decodes", decodes},
+               {"streaming", caps.streaming},
+               {"warnings", warnings}});
 }
 
 void PrintCapsText(const Capabilities& caps) {
@@ -70,13 +64,18 @@ void PrintCapsText(const Capabilities& caps) {
     for (const std::string& mime : caps.streaming) std::printf("  %s\n", mime.c_str());
 }
 
+void DefineCaps(CLI::App& /*command*/, CommandArgs& /*args*/) {}
+
 int RunCaps(CommandContext& context) {
-    RequireArguments(context.args, 0, 0);
-    const Session session(context.options);
-    const Decoder decoder(session.plugin(), session.CreateInfo());
-    const Capabilities caps = AskCapabilities(decoder);
+    Session session(context.options);
+    Capabilities caps;
+    {
+        const Decoder decoder(session.plugin(), session.CreateInfo());
+        caps = AskCapabilities(decoder);
+    }
+    const std::vector<std::string> warnings = session.Warnings("caps");
     if (context.options.json) {
-        PrintCapsJson(caps);
+        PrintCapsJson(caps, warnings);
     } else {
         PrintCapsText(caps);
     }
@@ -84,22 +83,21 @@ int RunCaps(CommandContext& context) {
 }
 
 int RunCanTag(CommandContext& context) {
-    RequireArguments(context.args, 1, 1);
-    const std::string& path = context.args[0];
+    const std::string& path = context.args.path;
     const std::u16string widePath = Utf8ToUtf16(path);
-    const Session session(context.options);
-    const Decoder decoder(session.plugin(), session.CreateInfo());
+    Session session(context.options);
     DecoderParam param{};
     param.text = widePath.c_str();
-    if (decoder.Get(u"CanWriteIDTags", param) == 0) {
-        std::fprintf(stderr, "fdhost: the plug-in could not answer for %s\n", path.c_str());
-        return kExitFailed;
+    bool answered = false;
+    {
+        const Decoder decoder(session.plugin(), session.CreateInfo());
+        answered = decoder.Get(u"CanWriteIDTags", param) != 0;
     }
+    if (!answered) return session.Failed(path, "the plug-in could not answer");
+    const std::vector<std::string> warnings = session.Warnings(path);
     const int value = param.value != 0 ? 1 : 0;
     if (context.options.json) {
-        JsonWriter json;
-        json.BeginObject().Key("path").String(path).Key("value").Int(value).EndObject();
-        std::printf("%s\n", json.Text().c_str());
+        PrintJson({{"path", path}, {"value", value}, {"warnings", warnings}});
     } else {
         std::printf("%d\n", value);
     }
@@ -108,10 +106,9 @@ int RunCanTag(CommandContext& context) {
 
 }  // namespace
 
-const Command kCapsCommand = {
-    "caps", "[--json]", "list the extensions and stream types the plug-in decodes", RunCaps};
-const Command kCanTagCommand = {
-    "can-tag", "PATH [--json]", "tell whether the plug-in can write tags of PATH (1) or not (0)",
-    RunCanTag};
+const Command kCapsCommand = {"caps", "list the extensions and stream types the plug-in decodes", DefineCaps,
+                               RunCaps};
+const Command kCanTagCommand = {"can-tag", "print 1 when the plug-in can write tags of PATH, else 0", DefinePathArgument,
+                                RunCanTag};
 
 }  // namespace host

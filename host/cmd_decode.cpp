@@ -1,10 +1,15 @@
 // decode: the whole audio of a file through Open, SetPosition and
 // DecodeBlock, written as WAV (RF64 past 4 GiB) or as raw sample bytes.
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 #include <optional>
 #include <string>
 
+#include "host/cli.h"
 #include "host/commands.h"
 #include "host/console.h"
 #include "host/errors.h"
@@ -20,27 +25,36 @@
 namespace host {
 namespace {
 
-struct DecodeOptions {
-    std::string path;
-    std::string outPath;
-    bool raw = false;
-    bool quiet = false;
-    int64_t startFrame = 0;
-    int64_t frameLimit = -1;   // below 0: all
-};
+void DefineDecode(CLI::App& command, CommandArgs& args) {
+    DefinePathArgument(command, args);
+    command.add_option("-o,--output", args.outPath, "the output file; \"-\" is standard output")
+        ->type_name("OUT")
+        ->required()
+        ->check(NonEmpty());
+    command.add_flag("-y,--overwrite", args.overwrite, "replace OUT when it exists");
+    command.add_flag("--raw", args.raw, "raw sample bytes instead of WAV");
+    command.add_option("--start", args.startFrame, "start at this frame (SetPosition)")
+        ->type_name("FRAMES")
+        ->check(WholeNumber());
+    command.add_option("--frames", args.frameLimit, "decode at most N frames")->type_name("N")->check(WholeNumber());
+    command.add_flag("--quiet", args.quiet, "no progress bar");
+}
 
-DecodeOptions TakeDecodeOptions(std::vector<std::string>& args) {
-    DecodeOptions options;
-    if (!TakeOption(args, "-o", options.outPath)) throw UsageError("decode needs -o OUT (\"-\" for standard output)");
-    if (options.outPath.empty()) throw UsageError("option -o needs a value");
-    options.raw = TakeFlag(args, "--raw");
-    options.quiet = TakeFlag(args, "--quiet");
-    std::string text;
-    if (TakeOption(args, "--start", text)) options.startFrame = ParseCount("--start", text);
-    if (TakeOption(args, "--frames", text)) options.frameLimit = ParseCount("--frames", text);
-    RequireArguments(args, 1, 1);
-    options.path = args[0];
-    return options;
+// An output that is the input (same device and inode, whatever the names)
+// would be cut before it is read; an existing file is replaced only on
+// request. A device or a pipe (/dev/null) holds nothing to lose. Returns
+// whether the output may be replaced.
+bool CheckOutput(const CommandArgs& args) {
+    if (args.outPath == "-") return true;
+    std::error_code error;
+    const std::filesystem::path out = Utf8Path(args.outPath);
+    if (!std::filesystem::exists(out, error)) return false;
+    if (std::filesystem::equivalent(Utf8Path(args.path), out, error)) {
+        throw UsageError("the output " + args.outPath + " is the input");
+    }
+    if (!std::filesystem::is_regular_file(out, error)) return true;
+    if (!args.overwrite) throw UsageError("the output " + args.outPath + " exists (give -y to replace it)");
+    return true;
 }
 
 // Bytes that --frames allows; all ones when there is no limit.
@@ -52,14 +66,9 @@ uint64_t ByteLimit(int64_t frameLimit, uint16_t blockAlign) {
     return frames * blockAlign;
 }
 
-int Failed(const CommonOptions& options, const std::string& what) {
-    std::fprintf(stderr, "fdhost: %s (%s)\n", what.c_str(), WhereToSeeWhy(options).c_str());
-    return kExitFailed;
-}
-
 // Copies blocks until the stream ends or the limit is reached; false when a
 // DecodeBlock failed. The WAV header is made from the first block's format.
-bool CopyBlocks(const Decoder& decoder, const DecodeOptions& options, OutputFile& out, int64_t durationMs) {
+bool CopyBlocks(const Decoder& decoder, const CommandArgs& options, OutputFile& out, int64_t durationMs) {
     std::optional<WavWriter> wav;
     uint64_t limit = 0;
     uint64_t written = 0;
@@ -100,39 +109,46 @@ bool CopyBlocks(const Decoder& decoder, const DecodeOptions& options, OutputFile
 }
 
 int RunDecode(CommandContext& context) {
-    const DecodeOptions options = TakeDecodeOptions(context.args);
+    const CommandArgs& args = context.args;
+    const bool replace = CheckOutput(args);
     // A reader that goes away (fdhost decode -o - | head) is an error to
     // report, not a signal that kills fdhost before it cleans up.
     console::IgnoreBrokenPipe();
-    const Session session(context.options);
-    const Decoder decoder(session.plugin(), session.CreateInfo());
-    std::optional<QuitTimer> quit;
-    if (context.options.quitAfterMs >= 0) quit.emplace(decoder, context.options.quitAfterMs);
-
-    const std::u16string widePath = Utf8ToUtf16(options.path);
-    DecoderOpenInfo open{};
-    open.path = widePath.c_str();
-    if (decoder.Open(open) == 0) {
+    Session session(context.options);
+    const std::string& path = args.path;
+    bool complete = false;
+    bool removed = false;
+    {
+        const Decoder decoder(session.plugin(), session.CreateInfo());
+        const QuitTimer quit(decoder, context.options.quitAfterMs);
+        const std::u16string widePath = Utf8ToUtf16(path);
+        DecoderOpenInfo open{};
+        open.path = widePath.c_str();
+        if (decoder.Open(open) == 0) {
+            decoder.Close();
+            return session.Failed(path, "the plug-in could not open it");
+        }
+        if (args.startFrame > 0 && decoder.SetPosition(args.startFrame) == 0) {
+            decoder.Close();
+            return session.Failed(path, "the plug-in could not seek to frame " + std::to_string(args.startFrame));
+        }
+        OutputFile out(args.outPath, replace);
+        complete = CopyBlocks(decoder, args, out, open.format.durationMs);
         decoder.Close();
-        return Failed(context.options, "the plug-in could not open " + options.path);
+        if (complete) out.Close();   // otherwise the partial output goes with `out`
+        removed = !complete && out.RemovedUnlessClosed();
     }
-    if (options.startFrame > 0 && decoder.SetPosition(options.startFrame) == 0) {
-        decoder.Close();
-        return Failed(context.options, "the plug-in could not seek to frame " + std::to_string(options.startFrame));
+    if (!complete) {
+        return session.Failed(path, removed ? "decoding stopped early; the partial output was removed"
+                                            : "decoding stopped early");
     }
-    OutputFile out(options.outPath);
-    const bool complete = CopyBlocks(decoder, options, out, open.format.durationMs);
-    out.Close();
-    decoder.Close();
-    if (!complete) return Failed(context.options, "decoding " + options.path + " stopped early; the output holds what came");
+    session.Warnings(path);
     return kExitOk;
 }
 
 }  // namespace
 
-const Command kDecodeCommand = {
-    "decode", "PATH -o OUT [--raw] [--start FRAMES] [--frames N] [--quiet]",
-    "decode PATH to a WAV file (RF64 past 4 GiB), or to raw samples with --raw; OUT \"-\" is standard output",
-    RunDecode};
+const Command kDecodeCommand = {"decode", "decode PATH to a WAV file (RF64 past 4 GiB) or to raw samples",
+                                DefineDecode, RunDecode};
 
 }  // namespace host

@@ -7,7 +7,9 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
-#include "host/json.h"
+#include "host/base64.h"
+#include "host/console.h"
+#include "host/session.h"
 #include "host/littleendian.h"
 #include "host/openread.h"
 #include "host/sha256.h"
@@ -17,36 +19,35 @@
 namespace host {
 namespace {
 
-void FormatJson(JsonWriter& json, const DecoderFormat& format) {
+Json FormatJson(const DecoderFormat& format) {
     const uint8_t* wave = format.wave;
-    json.BeginObject();
-    json.Key("format_tag").UInt(U16At(wave));
-    json.Key("channels").UInt(U16At(wave + 2));
-    json.Key("sample_rate").UInt(U32At(wave + 4));
-    json.Key("avg_bytes_per_sec").UInt(U32At(wave + 8));
-    json.Key("block_align").UInt(U16At(wave + 12));
-    json.Key("bits_per_sample").UInt(U16At(wave + 14));
-    json.Key("bitrate").UInt(format.bitrate);
-    json.Key("duration_ms").Int(format.durationMs);
-    json.EndObject();
+    return {{"format_tag", U16At(wave)},
+            {"channels", U16At(wave + 2)},
+            {"sample_rate", U32At(wave + 4)},
+            {"avg_bytes_per_sec", U32At(wave + 8)},
+            {"block_align", U16At(wave + 12)},
+            {"bits_per_sample", U16At(wave + 14)},
+            // Copies: the record is packed, its fields can't be bound.
+            {"bitrate", uint32_t{format.bitrate}},
+            {"duration_ms", int64_t{format.durationMs}}};
 }
 
-void EntriesJson(JsonWriter& json, const std::vector<BlobEntry>& entries) {
-    json.BeginArray();
+// `withData`: binary data inline as base64, so that the output can be fed
+// back to `write --from-json`.
+Json EntriesJson(const std::vector<BlobEntry>& entries, bool withData) {
+    Json list = Json::array();
     for (const BlobEntry& entry : entries) {
-        json.BeginObject();
-        json.Key("name").String(std::u16string_view(entry.name));
-        json.Key("value").String(std::u16string_view(entry.value));
-        json.Key("data_size").UInt(entry.data.size());
-        json.Key("data_sha256");
-        if (entry.data.empty()) {
-            json.Null();
-        } else {
-            json.String(Sha256Hex(entry.data.data(), entry.data.size()));
+        Json item = {{"name", Utf16ToUtf8(entry.name)},
+                     {"value", Utf16ToUtf8(entry.value)},
+                     {"data_size", entry.data.size()},
+                     {"data_sha256", nullptr}};
+        if (!entry.data.empty()) {
+            item["data_sha256"] = Sha256Hex(entry.data.data(), entry.data.size());
+            if (withData) item["data_base64"] = Base64Encode(entry.data);
         }
-        json.EndObject();
+        list.push_back(std::move(item));
     }
-    json.EndArray();
+    return list;
 }
 
 void PrintFormatText(const DecoderFormat& format) {
@@ -64,12 +65,12 @@ void PrintFormatText(const DecoderFormat& format) {
 
 // A value's further lines (several values, or a text of several lines) stand
 // below its first, indented to the same column.
-std::string IndentedValue(const std::string& value, size_t column) {
-    std::string out;
-    for (char c : value) {
-        if (c == '\r' || c == '\n') {
-            out += '\n';
-            out.append(column, ' ');
+std::u16string IndentedValue(const std::u16string& value, size_t column) {
+    std::u16string out;
+    for (char16_t c : value) {
+        if (c == u'\r' || c == u'\n') {
+            out += u'\n';
+            out.append(column, u' ');
             continue;
         }
         out += c;
@@ -77,13 +78,19 @@ std::string IndentedValue(const std::string& value, size_t column) {
     return out;
 }
 
+// On a terminal, control characters in a tag are shown, not obeyed.
+std::string Shown(std::u16string_view text) {
+    std::string utf8 = Utf16ToUtf8(text);
+    return console::StandardOutputIsTerminal() ? EscapeControls(utf8) : utf8;
+}
+
 void PrintEntriesText(const char* title, const std::vector<BlobEntry>& entries) {
     std::printf("%s:%s\n", title, entries.empty() ? " none" : "");
     for (const BlobEntry& entry : entries) {
-        const std::string name = Utf16ToUtf8(entry.name);
+        const std::string name = Shown(entry.name);
         std::printf("  %s = ", name.c_str());
         const size_t column = 2 + name.size() + 3;
-        if (!entry.value.empty()) std::printf("%s", IndentedValue(Utf16ToUtf8(entry.value), column).c_str());
+        if (!entry.value.empty()) std::printf("%s", Shown(IndentedValue(entry.value, column)).c_str());
         if (!entry.data.empty()) {
             std::printf("%s[%zu bytes, sha256 %s]", entry.value.empty() ? "" : " ", entry.data.size(),
                         Sha256Hex(entry.data.data(), entry.data.size()).c_str());
@@ -93,21 +100,19 @@ void PrintEntriesText(const char* title, const std::vector<BlobEntry>& entries) 
 }
 
 int RunInfo(CommandContext& context) {
-    RequireArguments(context.args, 1, 1);
-    const std::string& path = context.args[0];
+    const std::string& path = context.args.path;
+    Session session(context.options);
     OpenResult result;
-    if (!OpenAndRead(context, path, kOpenWantTags | kOpenWantInfo, result)) return OpenFailed(context.options, path);
+    if (!OpenAndRead(session, context.options, path, kOpenWantTags | kOpenWantInfo, result)) {
+        return OpenFailed(session, path);
+    }
+    const std::vector<std::string> warnings = session.Warnings(path);
     if (context.options.json) {
-        JsonWriter json;
-        json.BeginObject();
-        json.Key("format");
-        FormatJson(json, result.format);
-        json.Key("tags");
-        EntriesJson(json, result.tags);
-        json.Key("info");
-        EntriesJson(json, result.info);
-        json.EndObject();
-        std::printf("%s\n", json.Text().c_str());
+        PrintJson({{"path", path},
+                   {"format", FormatJson(result.format)},
+                   {"tags", EntriesJson(result.tags, false)},
+                   {"info", EntriesJson(result.info, false)},
+                   {"warnings", warnings}});
         return kExitOk;
     }
     PrintFormatText(result.format);
@@ -117,14 +122,13 @@ int RunInfo(CommandContext& context) {
 }
 
 int RunTags(CommandContext& context) {
-    RequireArguments(context.args, 1, 1);
-    const std::string& path = context.args[0];
+    const std::string& path = context.args.path;
+    Session session(context.options);
     OpenResult result;
-    if (!OpenAndRead(context, path, kOpenWantTags, result)) return OpenFailed(context.options, path);
+    if (!OpenAndRead(session, context.options, path, kOpenWantTags, result)) return OpenFailed(session, path);
+    const std::vector<std::string> warnings = session.Warnings(path);
     if (context.options.json) {
-        JsonWriter json;
-        EntriesJson(json, result.tags);
-        std::printf("%s\n", json.Text().c_str());
+        PrintJson({{"path", path}, {"tags", EntriesJson(result.tags, true)}, {"warnings", warnings}});
         return kExitOk;
     }
     PrintEntriesText("Tags", result.tags);
@@ -133,8 +137,9 @@ int RunTags(CommandContext& context) {
 
 }  // namespace
 
-const Command kInfoCommand = {"info", "PATH [--json]",
-                              "show the format, tags and technical information of PATH", RunInfo};
-const Command kTagsCommand = {"tags", "PATH [--json]", "show the tags of PATH", RunTags};
+const Command kInfoCommand = {"info", "show the format, tags and technical information of PATH",
+                              DefinePathArgument, RunInfo};
+const Command kTagsCommand = {"tags", "show the tags of PATH (JSON: pictures inline, for write --from-json)",
+                              DefinePathArgument, RunTags};
 
 }  // namespace host

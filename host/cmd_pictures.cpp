@@ -1,6 +1,8 @@
 // pictures: writes every picture among a file's tags to a folder, one file
 // each, named after its art key with the extension of its detected type.
 
+#include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -9,7 +11,7 @@
 
 #include "host/commands.h"
 #include "host/errors.h"
-#include "host/json.h"
+#include "host/cli.h"
 #include "host/openread.h"
 #include "host/text.h"
 #include "image/imageinfo.h"
@@ -71,26 +73,17 @@ SavedPicture Save(const BlobEntry& entry, const std::filesystem::path& folder) {
     return saved;
 }
 
-void PrintJson(const std::vector<SavedPicture>& saved) {
-    JsonWriter json;
-    json.BeginArray();
+Json PicturesJson(const std::vector<SavedPicture>& saved) {
+    Json list = Json::array();
     for (const SavedPicture& picture : saved) {
-        json.BeginObject();
-        json.Key("path").String(picture.path);
-        json.Key("key").String(picture.key);
-        json.Key("type");
-        if (picture.info.name) {
-            json.String(picture.info.name);
-        } else {
-            json.Null();
-        }
-        json.Key("width").UInt(picture.info.width);
-        json.Key("height").UInt(picture.info.height);
-        json.Key("bytes").UInt(picture.bytes);
-        json.EndObject();
+        list.push_back({{"path", picture.path},
+                        {"key", picture.key},
+                        {"type", picture.info.name ? Json(picture.info.name) : Json(nullptr)},
+                        {"width", picture.info.width},
+                        {"height", picture.info.height},
+                        {"bytes", picture.bytes}});
     }
-    json.EndArray();
-    std::printf("%s\n", json.Text().c_str());
+    return list;
 }
 
 void PrintText(const std::vector<SavedPicture>& saved) {
@@ -101,13 +94,21 @@ void PrintText(const std::vector<SavedPicture>& saved) {
     }
 }
 
+void DefinePictures(CLI::App& command, CommandArgs& args) {
+    DefinePathArgument(command, args);
+    command.add_option("-o,--output", args.outPath, "the folder to write the pictures into (made when missing)")
+        ->type_name("DIR")
+        ->required()
+        ->check(NonEmpty());
+}
+
 int RunPictures(CommandContext& context) {
-    std::string folder;
-    if (!TakeOption(context.args, "-o", folder)) throw UsageError("no output folder given (-o DIR)");
-    RequireArguments(context.args, 1, 1);
-    const std::string& path = context.args[0];
+    const std::string& path = context.args.path;
+    const std::string& folder = context.args.outPath;
+    Session session(context.options);
     OpenResult result;
-    if (!OpenAndRead(context, path, kOpenWantTags, result)) return OpenFailed(context.options, path);
+    if (!OpenAndRead(session, context.options, path, kOpenWantTags, result)) return OpenFailed(session, path);
+    const std::vector<std::string> warnings = session.Warnings(path);
     std::error_code error;
     const std::filesystem::path folderPath = Utf8Path(folder);
     std::filesystem::create_directories(folderPath, error);
@@ -117,7 +118,7 @@ int RunPictures(CommandContext& context) {
         if (IsArtKey(entry.name)) saved.push_back(Save(entry, folderPath));
     }
     if (context.options.json) {
-        PrintJson(saved);
+        PrintJson({{"path", path}, {"pictures", PicturesJson(saved)}, {"warnings", warnings}});
     } else {
         PrintText(saved);
     }
@@ -126,7 +127,7 @@ int RunPictures(CommandContext& context) {
 
 }  // namespace
 
-const Command kPicturesCommand = {"pictures", "PATH -o DIR [--json]",
-                                  "write every picture of PATH's tags into DIR, one file each", RunPictures};
+const Command kPicturesCommand = {"pictures", "write every picture of PATH's tags into DIR, one file each",
+                                  DefinePictures, RunPictures};
 
 }  // namespace host

@@ -1,6 +1,9 @@
 #include "host/commands.h"
 
+#include <CLI/CLI.hpp>
+
 #include <array>
+#include <cstdio>
 
 namespace host {
 
@@ -12,11 +15,14 @@ std::span<const Command* const> AllCommands() {
     return table;
 }
 
-const Command* FindCommand(std::string_view name) {
-    for (const Command* command : AllCommands()) {
-        if (name == command->name) return command;
-    }
-    return nullptr;
+void DefinePathArgument(CLI::App& command, CommandArgs& args) {
+    command.add_option("PATH", args.path, "the file or URL")->required();
+}
+
+void PrintJson(const Json& document) {
+    // Text from files may hold bytes that are no UTF-8: they become U+FFFD.
+    const std::string text = document.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::printf("%s\n", text.c_str());
 }
 
 }  // namespace host

@@ -12,6 +12,7 @@ namespace host::console {
 std::vector<std::string> Arguments(int argc, char** argv);
 // Puts standard output and error into binary mode where a system translates.
 void PrepareStandardStreams();
+bool StandardOutputIsTerminal();
 bool StandardErrorIsTerminal();
 // A reader that went away becomes a write error instead of a signal that
 // ends fdhost (Windows has no such signal).

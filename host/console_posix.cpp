@@ -14,6 +14,8 @@ std::vector<std::string> Arguments(int argc, char** argv) {
 
 void PrepareStandardStreams() {}
 
+bool StandardOutputIsTerminal() { return ::isatty(STDOUT_FILENO) == 1; }
+
 bool StandardErrorIsTerminal() { return ::isatty(STDERR_FILENO) == 1; }
 
 void IgnoreBrokenPipe() { std::signal(SIGPIPE, SIG_IGN); }

@@ -33,6 +33,8 @@ void PrepareStandardStreams() {
     ::SetConsoleOutputCP(CP_UTF8);
 }
 
+bool StandardOutputIsTerminal() { return ::_isatty(::_fileno(stdout)) != 0; }
+
 bool StandardErrorIsTerminal() { return ::_isatty(::_fileno(stderr)) != 0; }
 
 void IgnoreBrokenPipe() {}

@@ -2,7 +2,9 @@
 // Seam: a log file opened for the plug-in. fdhost starts each log afresh per
 // run (truncate) and opens it for appending, so that every piece the plug-in
 // writes lands at the end even when both logs name the same file. The sink
-// word is a descriptor on Linux and a HANDLE on Windows.
+// word is a descriptor on Linux and a HANDLE on Windows. A temporary log,
+// which fdhost reads back to relay the plug-in's errors, has no name that
+// outlives the run.
 
 #include <cstdint>
 #include <string>
@@ -14,6 +16,8 @@ public:
     LogFile() = default;
     // Throws HostError when the file cannot be created.
     explicit LogFile(const std::string& path);
+    // A log of fdhost's own, readable, gone when closed; throws HostError.
+    static LogFile Temporary();
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
     LogFile(LogFile&& other) noexcept;
@@ -22,6 +26,8 @@ public:
 
     // The sink word for DecoderCreateInfo, or 0 for none.
     uint64_t Sink() const;
+    // The bytes from `offset` to the end; only for a temporary log.
+    std::string ReadFrom(uint64_t offset) const;
 
 private:
     void Reset();   // closes the file; the platform's part

@@ -8,6 +8,7 @@
 
 #include "codecs/decoders/ffmpeg/records.h"
 #include "host/commands.h"
+#include "host/session.h"
 #include "host/tagblob.h"
 
 namespace host {
@@ -20,9 +21,12 @@ struct OpenResult {
 
 // Open, copy out what the record points at (it lives only until Close), Close.
 // Returns false when Open failed.
-bool OpenAndRead(const CommandContext& context, const std::string& path, uint32_t flags, OpenResult& result);
+bool OpenAndRead(const Session& session, const CommonOptions& options, const std::string& path, uint32_t flags,
+                 OpenResult& result);
 
-// Reports a failed Open on standard error; returns the exit code.
-int OpenFailed(const CommonOptions& options, const std::string& path);
+// What a command that opens PATH says when that failed: the plug-in's reason.
+inline int OpenFailed(Session& session, const std::string& path) {
+    return session.Failed(path, "the plug-in could not open it");
+}
 
 }  // namespace host

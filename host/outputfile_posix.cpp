@@ -6,8 +6,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "host/errors.h"
+#include "host/text.h"
 
 namespace host {
 namespace {
@@ -22,20 +25,25 @@ bool IsSeekable(int fd) {
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
     if (path == "-") {
         handle_ = STDOUT_FILENO;
         path_ = "standard output";
     } else {
-        handle_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        const int replace = overwrite ? O_TRUNC : O_EXCL;
+        handle_ = ::open(path.c_str(), O_WRONLY | O_CREAT | replace | O_CLOEXEC, 0644);
         if (handle_ < 0) throw HostError("cannot create " + path + ": " + std::strerror(errno));
         owned_ = true;
+        filePath_ = path;
     }
     seekable_ = IsSeekable(Fd(handle_));
 }
 
 OutputFile::~OutputFile() {
     if (owned_ && handle_ >= 0) ::close(Fd(handle_));
+    std::error_code error;
+    // Only a regular file: never a device such as /dev/null.
+    if (owned_ && !kept_ && seekable_) std::filesystem::remove(Utf8Path(filePath_), error);
 }
 
 void OutputFile::Write(const void* bytes, size_t size) {
@@ -66,6 +74,7 @@ void OutputFile::Close() {
     const int fd = Fd(handle_);
     handle_ = -1;
     if (::close(fd) != 0) throw HostError("cannot write " + path_ + ": " + std::strerror(errno));
+    kept_ = true;
 }
 
 }  // namespace host

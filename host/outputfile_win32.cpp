@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <filesystem>
+#include <system_error>
+
 #include "host/errors.h"
 #include "host/text.h"
 
@@ -16,23 +19,28 @@ bool IsSeekable(HANDLE handle) { return ::GetFileType(handle) == FILE_TYPE_DISK;
 
 }  // namespace
 
-OutputFile::OutputFile(const std::string& path) : path_(path) {
+OutputFile::OutputFile(const std::string& path, bool overwrite) : path_(path) {
     if (path == "-") {
         handle_ = reinterpret_cast<intptr_t>(::GetStdHandle(STD_OUTPUT_HANDLE));
         path_ = "standard output";
     } else {
         const std::u16string wide = Utf8ToUtf16(path);
         const HANDLE created = ::CreateFileW(reinterpret_cast<const wchar_t*>(wide.c_str()), GENERIC_WRITE,
-                                             FILE_SHARE_READ, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+                                             FILE_SHARE_READ, nullptr, overwrite ? CREATE_ALWAYS : CREATE_NEW,
+                                             FILE_ATTRIBUTE_NORMAL, nullptr);
         if (created == INVALID_HANDLE_VALUE) throw HostError("cannot create " + path + ": " + LastErrorText());
         handle_ = reinterpret_cast<intptr_t>(created);
         owned_ = true;
+        filePath_ = path;
     }
     seekable_ = IsSeekable(Win(handle_));
 }
 
 OutputFile::~OutputFile() {
     if (owned_ && handle_ != -1) ::CloseHandle(Win(handle_));
+    std::error_code error;
+    // Only a regular file: never a device such as /dev/null.
+    if (owned_ && !kept_ && seekable_) std::filesystem::remove(Utf8Path(filePath_), error);
 }
 
 void OutputFile::Write(const void* bytes, size_t size) {
@@ -66,6 +74,7 @@ void OutputFile::Close() {
     const HANDLE handle = Win(handle_);
     handle_ = -1;
     if (!::CloseHandle(handle)) throw HostError("cannot write " + path_ + ": " + LastErrorText());
+    kept_ = true;
 }
 
 }  // namespace host

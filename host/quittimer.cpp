@@ -16,7 +16,8 @@ QuitTimer::QuitTimer(const Decoder& decoder, int64_t afterMs) {
         RemoveEvent();
         throw HostError("the plug-in refused the quit event " + name_);
     }
-    thread_ = std::thread([this, afterMs] { WaitThenSet(afterMs); });
+    CatchInterrupt();
+    if (afterMs >= 0) thread_ = std::thread([this, afterMs] { WaitThenSet(afterMs); });
 }
 
 QuitTimer::~QuitTimer() {
@@ -25,7 +26,8 @@ QuitTimer::~QuitTimer() {
         finished_ = true;
     }
     wake_.notify_all();
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
+    ReleaseInterrupt();
     RemoveEvent();
 }
 

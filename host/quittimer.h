@@ -1,9 +1,11 @@
 #pragma once
-// --quit-after-ms: fdhost makes a quit event of its own, hands its name to
-// the decoder, and sets the event from a helper thread when the time is up.
-// Gone with the scope: thread joined, event closed. Seam: on Linux the event
-// is a FIFO in a folder of its own (set = write one byte), removed at the
-// end; on Windows a named Win32 event.
+// fdhost's quit event: made, handed by name to the decoder, and set from a
+// helper thread when --quit-after-ms is up, or by Ctrl-C (SIGINT, SIGTERM),
+// so that an interrupted command ends through the plug-in's own cancel and
+// fdhost can clean up. Gone with the scope: thread joined, interrupt handler
+// restored, event closed. Seam: on Linux the event is a FIFO in a folder of
+// its own (set = write one byte), removed at the end; on Windows a named
+// Win32 event.
 
 #include <condition_variable>
 #include <cstdint>
@@ -17,7 +19,8 @@ namespace host {
 
 class QuitTimer {
 public:
-    // Throws HostError when the FIFO can't be made or the decoder refuses it.
+    // `afterMs` below 0: no timer, only the interrupt. Throws HostError when
+    // the event can't be made or the decoder refuses it.
     QuitTimer(const Decoder& decoder, int64_t afterMs);
     QuitTimer(const QuitTimer&) = delete;
     QuitTimer& operator=(const QuitTimer&) = delete;
@@ -31,6 +34,8 @@ private:
     void MakeEvent();
     void SignalEvent();
     void RemoveEvent();
+    void CatchInterrupt();
+    void ReleaseInterrupt();
 
     std::string folder_;                // Linux: the FIFO's folder
     std::string name_;

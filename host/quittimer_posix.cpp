@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -27,7 +29,37 @@ std::string TempFolder() {
     return buffer.data();
 }
 
+// The event that Ctrl-C sets. A signal handler reaches nothing but what is
+// global, so the descriptor waits here while a QuitTimer lives.
+std::atomic<int> interruptEvent{-1};
+
+extern "C" void SetOnInterrupt(int /*signal*/) {
+    const int fd = interruptEvent.load();
+    const char byte = 1;
+    if (fd < 0) return;
+    [[maybe_unused]] const ssize_t written = ::write(fd, &byte, 1);
+}
+
+void Handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    ::sigemptyset(&action.sa_mask);
+    ::sigaction(signal, &action, nullptr);
+}
+
 }  // namespace
+
+void QuitTimer::CatchInterrupt() {
+    interruptEvent.store(static_cast<int>(handle_));
+    Handle(SIGINT, SetOnInterrupt);
+    Handle(SIGTERM, SetOnInterrupt);
+}
+
+void QuitTimer::ReleaseInterrupt() {
+    Handle(SIGINT, SIG_DFL);
+    Handle(SIGTERM, SIG_DFL);
+    interruptEvent.store(-1);
+}
 
 void QuitTimer::MakeEvent() {
     folder_ = TempFolder();

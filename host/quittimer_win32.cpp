@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <string>
 
 #include "host/errors.h"
@@ -9,6 +10,30 @@
 #include "host/text.h"
 
 namespace host {
+namespace {
+
+// The event that Ctrl-C sets; the console calls the handler on a thread of
+// its own, which reaches nothing but what is global.
+std::atomic<HANDLE> interruptEvent{nullptr};
+
+BOOL WINAPI SetOnInterrupt(DWORD /*type*/) {
+    const HANDLE event = interruptEvent.load();
+    if (event == nullptr) return FALSE;
+    ::SetEvent(event);
+    return TRUE;
+}
+
+}  // namespace
+
+void QuitTimer::CatchInterrupt() {
+    interruptEvent.store(reinterpret_cast<HANDLE>(handle_));
+    ::SetConsoleCtrlHandler(SetOnInterrupt, TRUE);
+}
+
+void QuitTimer::ReleaseInterrupt() {
+    ::SetConsoleCtrlHandler(SetOnInterrupt, FALSE);
+    interruptEvent.store(nullptr);
+}
 
 void QuitTimer::MakeEvent() {
     name_ = "fdhost-quit-" + std::to_string(::GetCurrentProcessId()) + "-" +

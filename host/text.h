@@ -18,6 +18,10 @@ char32_t JoinSurrogates(char32_t high, char32_t low);
 // A NUL-terminated wide string from the plug-in; null gives an empty view.
 std::u16string_view WideView(const char16_t* text);
 
+// Control characters (below 0x20 and 0x7F) as \xNN, so that a tag value
+// can't move the cursor or change the colours of a terminal.
+std::string EscapeControls(std::string_view utf8);
+
 // File-system paths from and to UTF-8, whatever the system's own encoding.
 std::filesystem::path Utf8Path(std::string_view utf8);
 std::string PathUtf8(const std::filesystem::path& path);

@@ -8,12 +8,13 @@ set -euo pipefail
 
 packages=(
   cmake g++ clang ninja-build libclang-rt-14-dev
-  libgtest-dev libbenchmark-dev
+  libgtest-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev
   ffmpeg python3 python3-mutagen mkvtoolnix
   imagemagick libavif-bin libheif-examples libjxl-tools webp file
 )
 if [[ ${1:-} == windows ]]; then
-  packages=(cmake ninja-build ffmpeg g++-mingw-w64-x86-64-posix googletest wine wine64)
+  packages=(cmake ninja-build ffmpeg g++-mingw-w64-x86-64-posix googletest wine wine64
+    libcli11-dev nlohmann-json3-dev)
 fi
 
 missing=()

@@ -228,8 +228,7 @@ clString clFile::OpenErrorText(const clString& filePath) {
     message.Append(filePath);
     message.Append(u"', check no other program has it open.");
     if (error != 0) {
-        message.Append(u' ');
-        message.Append(clString::Format(platform::OpenErrorFormat(), error));
+        message.Append(clString(u" (" + platform::ErrorText(error) + u")"));
     }
     return message;
 }

@@ -252,5 +252,5 @@ bool clString::EqualsNoCase(const char16_t* a, const char16_t* b) {
 clString clString::LastErrorText() {
     const int error = platform::LastError();
     if (error == 0) return clString();
-    return Format(platform::LastErrorFormat(), error);
+    return clString(u"(" + platform::ErrorText(error) + u")");
 }

@@ -62,7 +62,7 @@ TEST(DecodeExact, EveryWritableExtensionDecodesToFfmpegsOwnBytes) {
         EXPECT_EQ(it::U16At(reference.format, 2), fixture.channels);
 
         const std::string raw = dir.File("out.raw");
-        const it::RunResult run = it::Fdhost({"decode", "--raw", "--quiet", input, "-o", raw});
+        const it::RunResult run = it::Fdhost({"decode", "--raw", "--quiet", "-y", input, "-o", raw});
         ASSERT_EQ(run.exitCode, 0) << run.err;
         const std::string samples = it::ReadFile(raw);
         EXPECT_EQ(samples.size(), reference.data.size());

@@ -171,19 +171,6 @@ TEST_F(QuitTest, AlreadySetRefusesAtOnceAndLosesNothing) {
     EXPECT_EQ(decoder.ErrorLog(), "");
 }
 
-// fdhost --quit-after-ms sets its own event: a decode that would wait for
-// ever ends with the failure status, within Close's grace time.
-TEST(Quit, FdhostQuitAfterMs) {
-    it::TempDir dir;
-    const std::string input = dir.File("silent.wav");
-    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
-    const auto start = Clock::now();
-    const it::RunResult run =
-        it::Fdhost({"decode", "--quiet", "--quit-after-ms", "200", input, "-o", dir.File("out.wav")});
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
-}
-
 // One run as a host makes it; false on any failure.
 bool OneCycle(it::TestDecoder& decoder, const std::string& path) {
     DecoderBlockInfo block{};

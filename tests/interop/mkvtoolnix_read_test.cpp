@@ -122,10 +122,11 @@ TEST_F(MatroskaToolsRead, MkvmergeTagsAndAttachments) {
         return "{\"path\":\"" + out + "/" + key + ext + "\",\"key\":\"" + key + "\",\"type\":\"" + type + "\"," +
                size + ",\"bytes\":" + std::to_string(ReadFile(image).size()) + "}";
     };
-    EXPECT_EQ(pictures.out, "[" + entry("_albumart_1_Front Album Cover", jpeg, "JPEG", "\"width\":40,\"height\":30") + "," +
+    EXPECT_EQ(pictures.out, "{\"path\":\"" + mka + "\",\"pictures\":[" + entry("_albumart_1_Front Album Cover", jpeg, "JPEG", "\"width\":40,\"height\":30") + "," +
                                 entry("_albumart_2_cover_land", png, "PNG", "\"width\":20,\"height\":10") + "," +
                                 entry("_albumart_3_Back Album Cover", png, "PNG", "\"width\":20,\"height\":10") + "," +
-                                entry("_albumart_4_booklet page", jpeg, "JPEG", "\"width\":40,\"height\":30") + "]\n");
+                                entry("_albumart_4_booklet page", jpeg, "JPEG", "\"width\":40,\"height\":30") +
+                                "],\"warnings\":[]}\n");
     EXPECT_EQ(ReadFile(out + "/_albumart_1_Front Album Cover.jpg"), ReadFile(jpeg));
     EXPECT_EQ(ReadFile(out + "/_albumart_3_Back Album Cover.png"), ReadFile(png));
 }

@@ -16,6 +16,8 @@ TEST(Fdhost, InstalledHostFindsItsPlugin) {
     ASSERT_EQ(install.exitCode, 0) << install.out << install.err;
     const std::filesystem::path home = std::filesystem::path(prefix.Path()) / FD_INSTALL_LIBDIR / "fdhost";
     EXPECT_TRUE(std::filesystem::is_regular_file(home / "plugins" / "ffmpeg_decoder.so"));
+    const std::filesystem::path headers = std::filesystem::path(prefix.Path()) / "include/ffmpeg_decoder/codecs/decoders/ffmpeg";
+    EXPECT_TRUE(std::filesystem::is_regular_file(headers / "exports.h") && std::filesystem::is_regular_file(headers / "records.h"));
     if (std::string(FD_FFMPEG_PATH).size() > 0) {
         ASSERT_TRUE(std::filesystem::is_symlink(home / "ffmpeg-lgpl"));
         EXPECT_EQ(std::filesystem::read_symlink(home / "ffmpeg-lgpl"), FD_FFMPEG_PATH);

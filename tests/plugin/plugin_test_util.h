@@ -52,5 +52,5 @@ inline std::string ExpectedCapsJson() {
     json += R"(,"streaming":[)";
     for (const char* mime : kExpectedStreaming) json += std::string("\"") + mime + "\",";
     json.back() = ']';
-    return json + "}\n";
+    return json + R"(,"warnings":[]})" + "\n";
 }

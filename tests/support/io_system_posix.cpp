@@ -9,5 +9,5 @@ bool Inheritable(intptr_t handle) { return (::fcntl(static_cast<int>(handle), F_
 
 std::u16string FileNotFoundErrorCode() {
     platform::SetLastError(ENOENT);
-    return u"(errno:2)";
+    return u"(No such file or directory)";
 }

@@ -10,5 +10,5 @@ bool Inheritable(intptr_t handle) {
 
 std::u16string FileNotFoundErrorCode() {
     platform::SetLastError(ERROR_FILE_NOT_FOUND);
-    return u"(win:2)";
+    return u"(" + platform::ErrorText(ERROR_FILE_NOT_FOUND) + u")";
 }

@@ -100,7 +100,7 @@ TEST(Win32Plugin, FdhostExeTakesWideArgumentsAndDecodes) {
     // Arguments come from the wide command line and leave as UTF-8.
     const it::RunResult canTag = it::Fdhost({"--json", "can-tag", "C:\\m\\s\xC3\xA5ng \xE2\x82\xAC.tta"});
     EXPECT_EQ(canTag.exitCode, 0) << canTag.err;
-    EXPECT_EQ(canTag.out, "{\"path\":\"C:\\\\m\\\\s\xC3\xA5ng \xE2\x82\xAC.tta\",\"value\":1}\n");
+    EXPECT_EQ(canTag.out, "{\"path\":\"C:\\\\m\\\\s\xC3\xA5ng \xE2\x82\xAC.tta\",\"value\":1,\"warnings\":[]}\n");
 
     it::TempDir dir;
     const std::string out = dir.Path() + "\\out.raw";
@@ -113,6 +113,9 @@ TEST(Win32Plugin, MissingInputAndDeadWorkerAreReported) {
     it::TestDecoder missing;
     EXPECT_FALSE(missing.Open(Recordings() + "\\missing.flac", 0));
     EXPECT_NE(missing.ErrorLog().find("[clDecoder_ffmpeg::"), std::string::npos) << missing.ErrorLog();
+    const it::RunResult info = it::Fdhost({"info", Recordings() + "\\missing.flac"});   // relayed, without the label
+    EXPECT_EQ(info.err.find("fdhost: " + Recordings() + "\\missing.flac: Error opening file '"), 0u) << info.err;
+    EXPECT_EQ(info.err.find("[clDecoder_ffmpeg::"), std::string::npos) << info.err;
 
     // A worker that dies mid-stream ends the stream early, as a short read.
     it::TempDir dir;

@@ -1,0 +1,257 @@
+// fdhost as a person or a script meets it, one row per case: the command,
+// the state of its input, the exit status, the whole of standard error, and
+// whether the file stayed byte for byte as it was or changed as it should
+// (its audio unchanged). Fixtures come from ffmpeg.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+#include "testkit.h"
+
+namespace {
+
+enum class Input { kNone, kTta, kTtaCover, kFolder, kEmpty, kText, kWav, kId3AndApe, kBadId3AndApe, kId3AndDamagedApe,
+                   kDamagedApeItem, kCutMka };
+
+struct Row {
+    std::vector<std::string> args;    // {in} {out} {png} {dir} are filled in
+    Input input;
+    int exitCode;
+    std::string err = "";             // all of standard error, filled in likewise
+    const char* tagsAfter = nullptr;  // nullptr: the input is unchanged; "": only its audio is left;
+                                      // else found in `tags --json` after, with the audio unchanged
+    const char* outHas = "";          // found on standard output
+};
+
+std::string Le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
+std::string ApeItem(const std::string& key, const std::string& value, uint32_t size) { return Le32(size) + Le32(0) + key + '\0' + value; }
+// Items and a footer; `size` 0: the items' own size.
+std::string ApeTag(const std::string& items, uint32_t count, uint32_t size = 0) {
+    size = size ? size : static_cast<uint32_t>(items.size()) + 32;
+    return items + "APETAGEX" + Le32(2000) + Le32(size) + Le32(count) + Le32(0) + std::string(8, '\0');
+}
+
+struct Fixture {
+    it::TempDir dir;
+    std::string tta = dir.File("tone.tta"), png = dir.File("cover.png"), mka = dir.File("tone.mka"), tone, audio;
+    std::map<std::string, std::string> values = {{"{png}", png}, {"{dir}", dir.File("dir")}};
+    int made = 0;
+
+    Fixture() {
+        it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-c:a", "tta", tta});
+        it::Ffmpeg({"-f", "lavfi", "-i", "color=green:s=8x8", "-frames:v", "1", png});
+        it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=3", "-c:a", "flac", mka});
+        tone = it::ReadFile(tta);
+        audio = tone.substr(0, tone.find("APETAGEX"));   // ffmpeg's APE tag stands behind the audio
+        std::filesystem::create_directory(values["{dir}"]);
+        it::WriteFile(values["{dir}"] + "/empty.png", "");
+        it::WriteFile(values["{dir}"] + "/blob.bin", std::string("\0\1\2", 3));
+        it::WriteFile(values["{dir}"] + "/blob.json", R"([{"name": "Blob", "data_file": "blob.bin"}])");
+        it::WriteFile(values["{dir}"] + "/big.json", R"([{"name": "Comment", "value": ")" + std::string(20 << 20, 'v') + "\"}]");
+    }
+
+    std::string Make(Input input) {
+        const std::string path = dir.File("in" + std::to_string(++made)), tta = path + ".tta";
+        std::string id3("ID3\3\0\0\0\0\0\x0e" "TIT2\0\0\0\4\0\0\0v2!", 24);
+        switch (input) {
+            case Input::kNone: return path + ".flac";
+            case Input::kTta: it::WriteFile(tta, tone); return tta;
+            case Input::kTtaCover: it::WriteFile(tta, tone); it::Fdhost({"write", tta, "--picture", "back=" + png}); return tta;
+            case Input::kFolder: std::filesystem::create_directory(path + ".flac"); return path + ".flac";
+            case Input::kEmpty: it::WriteFile(path + ".mp3", ""); return path + ".mp3";
+            case Input::kText: it::WriteFile(path + ".mp3", "These are notes, not audio.\n"); return path + ".mp3";
+            case Input::kWav: it::WriteFile(path + ".wav", "RIFF"); return path + ".wav";
+            case Input::kId3AndApe: it::WriteFile(tta, id3 + tone); return tta;
+            case Input::kBadId3AndApe: id3[5] = 0x0F; it::WriteFile(tta, id3 + tone); return tta;   // flags no version has
+            case Input::kId3AndDamagedApe: it::WriteFile(tta, id3 + audio + ApeTag(ApeItem("Title", "t", 1), 1, 100000)); return tta;
+            case Input::kDamagedApeItem: it::WriteFile(tta, audio + ApeTag(ApeItem("Title", "hello", 5) + ApeItem("Broken", "x", 5000), 2)); return tta;
+            case Input::kCutMka: it::WriteFile(path + ".mka", it::ReadFile(mka).substr(0, 3000)); return path + ".mka";
+        }
+        return path;
+    }
+
+    std::string Fill(std::string text) const {
+        for (const auto& [key, value] : values) {
+            for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + value.size()))
+                text.replace(at, key.size(), value);
+        }
+        return text;
+    }
+
+    void Run(const std::vector<Row>& rows, bool exactErr = true) {
+        for (const Row& row : rows) {
+            const std::string in = values["{in}"] = Make(row.input);
+            values["{out}"] = dir.File("out" + std::to_string(made) + ".wav");
+            std::vector<std::string> args;
+            for (const std::string& arg : row.args) args.push_back(Fill(arg));
+            SCOPED_TRACE(::testing::PrintToString(args));
+            const std::string before = std::filesystem::is_regular_file(in) ? it::ReadFile(in) : "";
+            const it::RunResult result = it::Fdhost(args);
+            EXPECT_EQ(result.exitCode, row.exitCode) << result.err;
+            EXPECT_TRUE(!exactErr || result.err == Fill(row.err)) << result.err;
+            EXPECT_NE(result.out.find(Fill(row.outHas)), std::string::npos) << result.out;
+            EXPECT_TRUE(row.exitCode == 0 || result.out.empty()) << result.out;
+            EXPECT_FALSE(std::filesystem::exists(values["{out}"])) << "no output from a failed or refused decode";
+            const std::string after = std::filesystem::is_regular_file(in) ? it::ReadFile(in) : "";
+            if (row.tagsAfter == nullptr) {
+                EXPECT_TRUE(after == before) << "the file changed";
+            } else if (*row.tagsAfter == 0) {
+                EXPECT_TRUE(after == audio) << "more than the audio is left";
+            } else {
+                EXPECT_EQ(after.substr(0, audio.size()), audio) << "the audio changed";
+                EXPECT_NE(it::Fdhost({"tags", "--json", in}).out.find(row.tagsAfter), std::string::npos);
+            }
+        }
+    }
+};
+
+const std::string kOpening = "fdhost: {in}: Error opening file '{in}', check no other program has it open. (";
+const std::string kNoAudio = "fdhost: {in}: File could not be decoded\n";
+const std::string kApeKey = "' cannot be an APE item key (2 to 255 characters from 0x20 to 0x7E, not ID3, TAG, OggS or MP+)\n";
+
+TEST(FdhostTable, Rows) {
+    std::vector<Row> rows = {
+        // Nothing to do, or a wrong argument: exit 2 before the plug-in is asked.
+        {{"write", "{in}"}, Input::kTta, 2, "fdhost: nothing to write (give --set, --picture or --from-json)\n"},
+        {{"write", "{in}", "--picture", "3={dir}"}, Input::kTtaCover, 2, "fdhost: the picture {dir} is no file\n"},
+        {{"write", "{in}", "--picture", "front={dir}/empty.png"}, Input::kTtaCover, 2,
+         "fdhost: the picture {dir}/empty.png is empty\n"},
+        {{"write", "{in}", "--picture", "21={png}"}, Input::kTta, 2,
+         "fdhost: unknown picture type '21' (a number from 0 to 20 or a name such as front or back; see write --help)\n"},
+        {{"write", "{in}", "--from-json", "{dir}/none.json"}, Input::kTta, 2, "fdhost: the JSON file {dir}/none.json is no file\n"},
+        {{"write", "{in}", "--set", "Title=x", "--set", "oggs=y"}, Input::kTta, 2, "fdhost: 'oggs" + kApeKey},
+        {{"write", "{in}", "--set", "X=y"}, Input::kTta, 2, "fdhost: 'X" + kApeKey},
+        {{"write", "{in}", "--set", "A\tB=y"}, Input::kTta, 2, "fdhost: 'A\\x09B" + kApeKey},
+        {{"write", "{in}", "--set", std::string(256, 'k') + "=y"}, Input::kTta, 2, "fdhost: '" + std::string(256, 'k') + kApeKey},
+        {{"decode", "{in}", "-o", "{in}", "-y"}, Input::kTta, 2, "fdhost: the output {in} is the input\n"},
+        {{"decode", "{in}", "-o", "{out}", "--output", "{out}"}, Input::kTta, 2, "fdhost: option --output given twice\n"},
+        {{"--json", "tags", "{in}", "--json"}, Input::kTta, 2, "fdhost: option --json given twice\n"},
+        {{"info", "{in}", "--quit-after-ms", "soon"}, Input::kTta, 2,
+         "fdhost: --quit-after-ms: needs a whole number of at least 0, not 'soon'\n"},
+        {{}, Input::kNone, 2, "fdhost: no command given (try fdhost --help)\n"},
+        // What fdhost or the plug-in can't do: the reason in one line, exit 1.
+        {{"caps", "--plugin", "{dir}/absent.so"}, Input::kNone, 1,
+         "fdhost: cannot load the plug-in: {dir}/absent.so: cannot open shared object file: No such file or directory\n"},
+        {{"caps", "--trace-log", "{dir}/no/t.log"}, Input::kNone, 1,
+         "fdhost: cannot open the log file {dir}/no/t.log: No such file or directory\n"},
+        {{"delete", "{in}"}, Input::kWav, 1, "fdhost: {in}: Tagging not supported for this format.\n"},
+        // Commands that change the tags as asked, and nothing else.
+        {{"write", "{in}", "--picture", "back={png}:Inlay", "--picture", "17={png}"}, Input::kTta, 0, "",
+         "\"_albumart_1_Back Album Cover\""},
+        {{"write", "{in}", "--set", std::string(255, 'k') + "=long"}, Input::kTta, 0, "", "\"value\":\"long\""},
+        {{"write", "{in}", "--from-json", "{dir}/blob.json"}, Input::kTta, 0, "", "{\"name\":\"Blob\",\"value\":\"\",\"data_size\":3"},
+        {{"delete", "{in}", "encoder"}, Input::kTta, 0, "", "\"tags\":[]"},
+        {{"delete", "{in}"}, Input::kTtaCover, 0, "", ""},
+        // What reading shows: the format, the ID3v2 tag in front of the audio, none for a damaged header.
+        {{"info", "{in}", "--json"}, Input::kTta, 0, "", nullptr, "{\"path\":\"{in}\",\"format\":{\"format_tag\":1,"
+         "\"channels\":1,\"sample_rate\":44100,\"avg_bytes_per_sec\":88200,\"block_align\":2,\"bits_per_sample\":16,"},
+        {{"--json", "info", "{in}"}, Input::kId3AndApe, 0, "", nullptr, "{\"name\":\"ID Tag\",\"value\":\"APEv2 & ID3v2.3\""},
+        {{"--json", "info", "{in}"}, Input::kBadId3AndApe, 0, "", nullptr, "{\"name\":\"ID Tag\",\"value\":\"APEv2\","},
+        {{"pictures", "{in}", "-o", "{dir}/pictures"}, Input::kTtaCover, 0, "", nullptr, "_albumart_1_Back Album Cover.png: PNG 8x8, "},
+        {{"--json", "can-tag", "\xF0\x9F\x8E\xB5\xFF.mka"}, Input::kNone, 0, "", nullptr,
+         "{\"path\":\"\xF0\x9F\x8E\xB5\xEF\xBF\xBD.mka\",\"value\":1,\"warnings\":[]}\n"},   // no UTF-8: U+FFFD
+        {{"--version"}, Input::kNone, 0, "", nullptr, "fdhost "},
+        {{"write", "--help"}, Input::kNone, 0, "", nullptr, "   4  back            Back Album Cover\n"},
+    };
+    // decode, info and tags on what is no audio: the plug-in's own reason, without its function label.
+    const std::pair<Input, std::string> inputs[] = {{Input::kNone, kOpening + "No such file or directory)\n"},
+        {Input::kFolder, kOpening + "Is a directory)\n"}, {Input::kEmpty, kNoAudio}, {Input::kText, kNoAudio}};
+    for (const auto& [input, err] : inputs) {
+        for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+                 {"decode", "{in}", "-o", "{out}"}, {"info", "{in}"}, {"--json", "tags", "{in}"}}) {
+            rows.push_back({args, input, 1, err});
+        }
+    }
+    Fixture().Run(rows);
+}
+
+// Rows that rest on the tag engines as well: a failed command changes
+// nothing, a damaged file shows what can be read with a warning.
+TEST(FdhostTable, RowsOfTheEngines) {
+    Fixture fixture;
+    fixture.Run({{{"write", "{in}", "--set", "Title=NEW"}, Input::kId3AndDamagedApe, 1},
+                 {{"delete", "{in}"}, Input::kId3AndDamagedApe, 1},
+                 {{"write", "{in}", "--from-json", "{dir}/big.json"}, Input::kId3AndApe, 1},
+                 {{"tags", "--json", "{in}"}, Input::kDamagedApeItem, 0, "", nullptr, "\"value\":\"hello\""},
+                 {{"info", "{in}"}, Input::kCutMka, 0},
+                 {{"can-tag", "http://127.0.0.1:9/x.mka"}, Input::kNone, 0, "", nullptr, "0\n"}},
+                false);
+    for (const Input input : {Input::kDamagedApeItem, Input::kCutMka}) {
+        const std::string path = fixture.Make(input);
+        const it::RunResult result = it::Fdhost({"info", "--json", path});
+        EXPECT_EQ(result.err.rfind("fdhost: warning: " + path + ": ", 0), 0u) << result.err;
+        EXPECT_EQ(result.out.find("\"warnings\":[]"), std::string::npos) << result.out;
+    }
+}
+
+// tags --json fed to write --from-json gives the same tags, pictures and
+// several values included; a terminal sees control characters escaped; an
+// ID3v2 tag in front, whole or damaged, leaves the samples as they were.
+TEST(FdhostTable, TagsJsonRoundTripTerminalAndSamples) {
+    Fixture fixture;
+    const std::string first = fixture.Make(Input::kTta), second = fixture.Make(Input::kTta);
+    ASSERT_EQ(it::Fdhost({"write", first, "--set", "Artist=A", "--set", "artist=B", "--set", "Title=\x1b[31mred \xC3\xA9",
+                          "--picture", "front=" + fixture.png, "--picture", "4=" + fixture.png}).exitCode, 0);
+    const it::RunResult tags = it::Fdhost({"tags", "--json", first});
+    EXPECT_NE(tags.out.find("\"value\":\"\\u001b[31mred \xC3\xA9\""), std::string::npos) << tags.out;
+    EXPECT_NE(tags.out.find("{\"name\":\"Artist\",\"value\":\"A\\rB\""), std::string::npos) << tags.out;
+    const std::string digest = it::Run({"/usr/bin/sha256sum", fixture.png}).out.substr(0, 64);
+    EXPECT_NE(tags.out.find("\"data_sha256\":\"" + digest + "\""), std::string::npos) << digest;
+    it::WriteFile(fixture.dir.File("tags.json"), tags.out);
+    ASSERT_EQ(it::Fdhost({"write", second, "--from-json", fixture.dir.File("tags.json")}).exitCode, 0);
+    EXPECT_EQ(it::ReadFile(second), it::ReadFile(first));
+
+    const it::RunResult terminal = it::Run({"/usr/bin/script", "-qec", std::string(FD_HOST_PATH) + " tags " + first, "/dev/null"});
+    EXPECT_NE(terminal.out.find("Title = \\x1B[31mred \xC3\xA9"), std::string::npos) << terminal.out;
+    EXPECT_EQ(terminal.out.find('\x1b'), std::string::npos) << terminal.out;
+    const auto samples = [&](const std::string& path) {
+        const std::string raw = fixture.dir.File("samples.raw");
+        EXPECT_EQ(it::Fdhost({"decode", path, "-o", raw, "--raw", "-y"}).exitCode, 0) << path;
+        return it::ReadFile(raw);
+    };
+    const std::string clean = samples(fixture.tta);
+    ASSERT_FALSE(clean.empty());
+    EXPECT_TRUE(samples(fixture.Make(Input::kId3AndApe)) == clean);
+    EXPECT_TRUE(samples(fixture.Make(Input::kBadId3AndApe)) == clean);
+}
+
+// An existing output is replaced only with -y; an interrupted decode leaves
+// no partial output; --error-log keeps a copy of the plug-in's log, each
+// log started afresh; every --help line holds one option with its text.
+TEST(FdhostTable, OutputsLogsAndHelp) {
+    Fixture fixture;
+    const std::string out = fixture.dir.File("out.wav");
+    it::WriteFile(out, "keep me");
+    EXPECT_EQ(it::Fdhost({"decode", fixture.tta, "-o", out}).err, "fdhost: the output " + out + " exists (give -y to replace it)\n");
+    EXPECT_EQ(it::ReadFile(out), "keep me");
+    EXPECT_EQ(it::Fdhost({"decode", "--quiet", fixture.tta, "-o", out, "-y"}).exitCode, 0);
+    EXPECT_EQ(it::ReadFile(out).substr(0, 4), "RIFF");
+
+    // ffmpeg feeds a FIFO in real time; the quit event comes while fdhost writes.
+    const std::string fifo = fixture.dir.File("slow.wav"), partial = fixture.dir.File("partial.wav");
+    const it::RunResult cut = it::Run({"/bin/sh", "-c",
+        "mkfifo \"$2\" && \"$0\" -loglevel quiet -re -f lavfi -i sine=duration=30 -f wav -y \"$2\" & sleep 1; "
+        "\"$1\" decode --quiet --quit-after-ms 8000 \"$2\" -o \"$3\"; s=$?; kill $! 2>/dev/null; exit $s",
+        FD_FFMPEG_PATH, FD_HOST_PATH, fifo, partial});
+    EXPECT_EQ(cut.exitCode, 1);
+    EXPECT_EQ(cut.err, "fdhost: " + fifo + ": decoding stopped early; the partial output was removed\n");
+    EXPECT_FALSE(std::filesystem::exists(partial));
+    const std::string errors = fixture.dir.File("error.log"), trace = fixture.dir.File("trace.log");
+    const std::string missing = fixture.dir.File("missing.flac");
+    it::WriteFile(errors, "old content of an earlier run");
+    EXPECT_EQ(it::Fdhost({"--error-log", errors, "info", missing, "--trace-log=" + trace}).exitCode, 1);
+    std::string expected;
+    for (const char c : "Error opening file '" + missing +
+                            "', check no other program has it open. (No such file or directory)  [clDecoder_ffmpeg::SetPosition]\r\n")
+        expected += std::string{c, '\0'};
+    EXPECT_EQ(it::ReadFile(errors), expected);
+    EXPECT_NE(it::ReadFile(trace).find(expected), std::string::npos) << "the trace has it too";
+    for (const char* command : {"caps", "can-tag", "info", "tags", "pictures", "decode", "write", "delete"}) {
+        const std::string help = it::Fdhost({command, "--help"}).out;
+        EXPECT_EQ(help.find("\n                    "), std::string::npos) << command << ": a description on a line of its own";
+    }
+}
+
+}  // namespace
