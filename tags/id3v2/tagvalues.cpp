@@ -1,5 +1,7 @@
 #include "tags/id3v2/tagvalues.h"
 
+#include <unordered_set>
+
 #include <algorithm>
 
 namespace id3parser {
@@ -33,9 +35,11 @@ void addValue(TagValues& values, const std::string& name, const std::string& tex
 void dedupeYear(TagValues& values) {
     auto found = values.find("Year");
     if (found == values.end() || found->second.size() < 2) return;
+    std::unordered_set<std::string_view> seen;
     std::vector<std::string> unique;
-    for (std::string& value : found->second) {
-        if (std::find(unique.begin(), unique.end(), value) == unique.end()) unique.push_back(std::move(value));
+    unique.reserve(found->second.size());
+    for (const std::string& value : found->second) {
+        if (seen.insert(value).second) unique.push_back(value);
     }
     found->second.swap(unique);
 }
