@@ -19,15 +19,15 @@ constexpr uint32_t frameId(const char (&id)[5]) {
 
 struct id3frame {
     uint32_t id = 0;               // 0: an identifier with no mapping
-    std::vector<uint8_t> data;     // the body with all transport encodings undone
-    uint32_t version = 0;          // 2, 3 or 4 as read; 0 for a frame the writer built
+    uint8_t version = 0;           // 2, 3 or 4 as read; 0 for a frame the writer built
     uint8_t statusFlags = 0;
     uint8_t formatFlags = 0;
+    bool opaque = false;           // compressed, encrypted or grouped: `data` is empty, only `stored` holds it
+    std::vector<uint8_t> data;     // the body with all transport encodings undone
     // The body as it stood behind the frame header (the tag's own
     // unsynchronisation of 2.3 undone), when that differs from `data`: what a
     // rewrite in the same version copies, with the flags, byte for byte.
     std::vector<uint8_t> stored;
-    bool opaque = false;           // compressed, encrypted or grouped: `data` is empty, only `stored` holds it
 };
 
 // Frame ID to the tag name that replaces the frame's default name.

@@ -285,32 +285,43 @@ bool isValidDateShape(const std::string& text) {
 }
 
 void retainUnchangedFrames(const id3tag& tag, uint32_t readVersion, FrameList& old, const TagValues& oldValues,
-                           TagValues& work) {
+                           TagValues& work, bool onlyChanged) {
     const FrameContext context{tag.overrides, readVersion, false};
-    // A name stays when its values don't change and every frame that gave them can stay.
-    std::map<std::string, bool, NoCaseLess> stays;
-    for (const auto& [name, list] : oldValues) {
-        const auto wanted = work.find(name);
-        stays[name] = wanted != work.end() && wanted->second == list;
-    }
-    std::vector<std::vector<std::string>> names;
+    // Names by number. A name stays when its values don't change and every
+    // frame that gave them can stay.
+    std::map<std::string, uint32_t, NoCaseLess> ids;
+    std::vector<bool> stays;
+    const auto IdOf = [&](const std::string& name) {
+        const auto [entry, added] = ids.emplace(name, static_cast<uint32_t>(stays.size()));
+        if (added) {
+            const auto before = oldValues.find(name);
+            const auto wanted = work.find(name);
+            if (before == oldValues.end()) stays.push_back(onlyChanged && wanted != work.end());
+            else stays.push_back(wanted != work.end() && wanted->second == before->second);
+        }
+        return entry->second;
+    };
+    std::vector<uint32_t> nameIds;        // the names of all frames, frame after frame
+    std::vector<uint32_t> firstName{0};   // where each frame's names begin in `nameIds`
     std::vector<bool> movable;
     for (id3frame& frame : old) {
-        names.push_back(NamesOf(frame, context));
         movable.push_back(readVersion == tag.version || (!frame.opaque && SurvivesVersionStep(frame)));
-        if (movable.back()) continue;
-        for (const std::string& name : names.back()) stays[name] = false;
+        for (const std::string& name : NamesOf(frame, context)) {
+            nameIds.push_back(IdOf(name));
+            if (!movable.back()) stays[nameIds.back()] = false;
+        }
+        firstName.push_back(static_cast<uint32_t>(nameIds.size()));
     }
     size_t index = 0;
     for (auto it = old.begin(); it != old.end(); ++index) {
         const auto next = std::next(it);
-        const bool keep = movable[index] && std::all_of(names[index].begin(), names[index].end(),
-                                                        [&stays](const std::string& name) { return stays[name]; });
-        if (!keep) old.erase(it);
+        const auto first = nameIds.begin() + static_cast<long>(firstName[index]);
+        const auto last = nameIds.begin() + static_cast<long>(firstName[index + 1]);
+        if (!movable[index] || !std::all_of(first, last, [&stays](uint32_t id) { return stays[id]; })) old.erase(it);
         it = next;
     }
-    for (const auto& [name, stay] : stays) {
-        if (stay) work.erase(name);
+    for (const auto& [name, id] : ids) {
+        if (stays[id]) work.erase(name);
     }
 }
 
@@ -369,20 +380,21 @@ void writeLeftover(id3tag& tag, const std::string& name, const std::vector<std::
     }
 }
 
-void valuesToFrames(id3tag& tag, const TagValues& values, const WriteSettings& settings) {
+void valuesToFrames(id3tag& tag, TagValues values, const WriteSettings& settings, const TagValues* changedValues) {
     const uint32_t readVersion = tag.version;
-    TagValues oldValues;
-    framesToValues(tag, oldValues);
+    TagValues ownOldValues;
+    if (!changedValues) framesToValues(tag, ownOldValues);
     if (tag.version != 3 && tag.version != 4) tag.version = 3;   // 2.2 is read, never written
     uint8_t encoding = settings.encoding;
     if (tag.version < 4 && encoding > 1) encoding = 1;   // no UTF-8 before 2.4
     if (tag.version >= 4 && encoding == 2) encoding = 1;
 
-    TagValues work = values;
+    TagValues work = std::move(values);
     dedupeYear(work);
     FrameList old;
     old.splice(old.end(), tag.frames);
-    retainUnchangedFrames(tag, readVersion, old, oldValues, work);
+    retainUnchangedFrames(tag, readVersion, old, changedValues ? *changedValues : ownOldValues, work,
+                          changedValues != nullptr);
     FrameBuilder(tag, work, encoding).BuildAll(settings.skipRating != 0, settings.looseYear != 0);
     for (const auto& [name, list] : work) {
         if (!list.empty()) writeLeftover(tag, name, list, encoding);

@@ -219,8 +219,10 @@ void ReadGenres(const id3frame& frame, const FrameContext& context, TagValues& v
         for (size_t pieces = 1;; ++pieces) {
             while (start < text.size() && IsBlank(text[start])) ++start;
             const size_t semicolon = pieces < kMaxPieces ? text.find(';', start) : std::string::npos;
-            const std::string piece = semicolon == std::string::npos ? text.substr(start)
-                                                                     : TrimRight(text.substr(start, semicolon - start));
+            std::string_view piece = std::string_view(text).substr(start, semicolon - std::min(semicolon, start));
+            if (semicolon != std::string::npos) {
+                while (!piece.empty() && IsBlank(piece.back())) piece.remove_suffix(1);
+            }
             if (parseGenreText(piece, out)) Add(out);
             if (semicolon == std::string::npos) break;
             start = semicolon + 1;
@@ -363,8 +365,8 @@ bool isSlashSplitUserName(const std::string& name) {
     return false;
 }
 
-bool parseGenreText(const std::string& text, std::string& out) {
-    const auto Number = [](const std::string& digits) {
+bool parseGenreText(std::string_view text, std::string& out) {
+    const auto Number = [](std::string_view digits) {
         size_t n = 0;
         for (char c : digits) {
             n = n * 10 + static_cast<size_t>(c - '0');
@@ -372,7 +374,8 @@ bool parseGenreText(const std::string& text, std::string& out) {
         }
         return n;
     };
-    if (AllDigits(text) && Number(text) < kGenreCount) {
+    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), IsDigit);
+    if (digits && Number(text) < kGenreCount) {
         out = genreNames[Number(text)];
         return true;
     }
@@ -388,7 +391,7 @@ bool parseGenreText(const std::string& text, std::string& out) {
     } else if (text.size() > 2 && text[2] == 'R') {
         out = "Cover";
     } else if (text.size() > 1 && text[1] == '(') {
-        out = text.substr(1);
+        out = std::string(text.substr(1));
     }
     return !out.empty();
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "tags/id3v2/id3frames.h"
 #include "tags/id3v2/tagvalues.h"
@@ -28,6 +29,6 @@ void splitAtSlash(const std::string& name, const std::string& text, TagValues& v
 bool stripIndexSuffix(std::string& name);
 bool isReplayGainName(const std::string& name);
 bool isSlashSplitUserName(const std::string& name);
-bool parseGenreText(const std::string& text, std::string& out);
+bool parseGenreText(std::string_view text, std::string& out);
 
 }  // namespace id3parser

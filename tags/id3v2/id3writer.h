@@ -35,11 +35,16 @@ uint8_t textEncodingFor(const std::vector<std::string>& texts, uint32_t version,
 // `text` in `encoding` with its terminator, behind `body`.
 void appendEncodedText(std::vector<uint8_t>& body, const std::string& text, uint8_t encoding);
 
-void valuesToFrames(id3tag& tag, const TagValues& values, const WriteSettings& settings);
+// `changedValues`: the old values of the names that the caller changed in
+// `values` (every other name is as the tag gave it); without it, every name
+// is compared with what the tag gives.
+void valuesToFrames(id3tag& tag, TagValues values, const WriteSettings& settings,
+                    const TagValues* changedValues = nullptr);
 // Leaves in `old` the frames of the names whose values `work` doesn't change
-// (and those that give no name), and takes those names out of `work`.
+// (and those that give no name), and takes those names out of `work`. With
+// `onlyChanged`, `oldValues` holds only the names that may have changed.
 void retainUnchangedFrames(const id3tag& tag, uint32_t readVersion, FrameList& old, const TagValues& oldValues,
-                           TagValues& work);
+                           TagValues& work, bool onlyChanged);
 void writeLeftover(id3tag& tag, const std::string& name, const std::vector<std::string>& list, uint8_t encoding);
 bool isValidDateShape(const std::string& text);
 

@@ -45,8 +45,10 @@ public:
 
 private:
     void applyFrameNames(id3parser::id3tag& tag) const;
-    // The entries that reading shows for `values`, pictures aside.
+    // The entries that reading shows for `values`, pictures aside; the value
+    // of one of them, null when there is none.
     static void valuesToEntries(const id3parser::TagValues& values, IDTags& tags);
+    static clString shownValue(const id3parser::TagValues& values, const std::string& name);
     static bool HasFooter(clFile& file, uint64_t offset);
     int64_t provenTagSize(id3parser::id3tag& tag, uint64_t* keepFrom = nullptr);
     bool Refuse(const char16_t* reason);

@@ -169,13 +169,19 @@ bool TagID3v2::Read(IDTags& tags, bool wantVersion) {
 }
 
 void TagID3v2::valuesToEntries(const TagValues& values, IDTags& tags) {
-    for (const auto& [name, list] : values) {
-        if (!name.empty() && name[0] == '_') continue;
-        IDTag* entry = tags.Add(FromUtf8(name), JoinValues(list));
-        for (std::string_view repaired : {"aRtist", "aRtist sort", "aLbum artist", "aLbum artist sort"}) {
-            if (equalsNoCase(name, repaired)) rejoinSlashName(entry->Value);
-        }
+    for (const auto& entry : values) {
+        if (entry.first.empty() || entry.first[0] != '_') tags.Add(FromUtf8(entry.first), shownValue(values, entry.first));
     }
+}
+
+clString TagID3v2::shownValue(const TagValues& values, const std::string& name) {
+    const auto found = values.find(name);
+    if (found == values.end()) return clString();
+    clString value = JoinValues(found->second);
+    for (std::string_view repaired : {"aRtist", "aRtist sort", "aLbum artist", "aLbum artist sort"}) {
+        if (equalsNoCase(name, repaired)) rejoinSlashName(value);
+    }
+    return value;
 }
 
 void TagID3v2::rejoinSlashName(clString& value) {

@@ -242,20 +242,20 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
 
         TagValues values;
         framesToValues(tag, values);
-        IDTags shown;   // what reading gives: an entry that says the same changes nothing
-        valuesToEntries(values, shown);
+        TagValues changed;   // the old values of the names that change
         for (int i = 0; i < tags.Count(); ++i) {
             const IDTag& entry = tags[i];
             if (entry.Name.View().starts_with(u"_")) continue;
             std::string name = entry.Name.ToUtf8();
             if (equalsNoCase(name, "content group description")) name = "style";
             if (equalsNoCase(name, "ITUNNORM")) name = "COMMENT ITUNNORM";
+            if (!deleteOnly && !entry.Value.Empty() && shownValue(values, name) == entry.Value) continue;
+            const auto found = values.find(name);
+            if (found != values.end() && changed.find(name) == changed.end()) changed.emplace(*found);
             if (deleteOnly || entry.Value.Empty()) {
                 values.erase(name);
                 continue;
             }
-            const IDTag* old = shown.Find(clString::FromUtf8(name), false);
-            if (old && old->Value == entry.Value) continue;
             std::vector<std::string>& list = values[name];
             list.clear();
             if (isSingleValueName(entry.Name)) list.push_back(entry.Value.ToUtf8());
@@ -264,6 +264,7 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
         if (auto comments = values.find("comments"); comments != values.end()) {
             std::vector<std::string> moved = std::move(comments->second);
             values.erase(comments);
+            if (auto found = values.find("comment"); found != values.end() && !changed.count("comment")) changed.emplace(*found);
             std::vector<std::string>& comment = values["comment"];
             comment.insert(comment.end(), moved.begin(), moved.end());
         }
@@ -271,7 +272,7 @@ bool TagID3v2::Write(const IDTags& tags, bool deleteOnly) {
         WriteSettings settings;
         settings.encoding = encodingChoice == 1 ? 1 : encodingChoice == 2 ? 3 : 0;
         settings.looseYear = fullDateInYear;
-        valuesToFrames(tag, values, settings);
+        valuesToFrames(tag, std::move(values), settings, &changed);
         ReplacePictures(tag, tags, deleteOnly);
         ReplaceTableOfContents(tag, tags);
 
