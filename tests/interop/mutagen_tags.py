@@ -3,11 +3,9 @@
 
 APE tags: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}}, keys
 without case. ID3v1 tags: {"title", "artist", ..., "genre"}: strings, absent when empty.
-id3v2-roundtrip: per seed, a random ID3v2.3 or 2.4 tag by mutagen over every frame kind it
-writes (and, for some seeds, one of the usual defects) in front of AUDIO; what fdhost reads
-must be what mutagen reads under the plug-in's names; after "fdhost write" of one random
-field mutagen reads that field as written, every other frame is the same bytes, and the
-bytes behind the tag are unchanged.
+id3v2-roundtrip: per seed, a random 2.3 or 2.4 tag by mutagen (some with a usual defect); fdhost
+must read what mutagen reads; after "fdhost write" of one random field mutagen reads it as written,
+every other frame is the same bytes and the bytes behind the tag are unchanged.
 """
 
 import hashlib
