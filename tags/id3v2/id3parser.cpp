@@ -270,7 +270,7 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
 namespace {
 
 // The frame header's ID and size are read; reads the body, or records why
-// the frames end here. Null when there is no body to go on with.
+// the frames end here and gives false.
 bool ReadStoredBody(id3tag& tag, streamIn& stream, uint64_t size, std::vector<uint8_t>& body) {
     if (size >= kMaxFrameSize) {
         tag.damage = kBadSize;
