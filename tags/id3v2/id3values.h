@@ -1,7 +1,6 @@
 #pragma once
 // Frames to named values: the read side of the engine. The write side runs
-// the same code in strict mode to learn whether an old frame still says what
-// is wanted.
+// the same code to learn which names each old frame gives.
 
 #include <cstdint>
 #include <string>

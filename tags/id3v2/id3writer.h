@@ -1,7 +1,7 @@
 #pragma once
 // The write side of the ID3v2 engine: reconciles the frames read from a file
-// with the values wanted (an old frame that still says what is wanted is
-// kept byte for byte), then renders the frame list to bytes.
+// with the values wanted (the frames of every name whose values don't change
+// are kept byte for byte), then renders the frame list to bytes.
 
 #include <cstdint>
 #include <list>
