@@ -19,10 +19,15 @@ constexpr uint32_t frameId(const char (&id)[5]) {
 
 struct id3frame {
     uint32_t id = 0;               // 0: an identifier with no mapping
-    std::vector<uint8_t> data;     // the body with all transport encodings undone
-    uint32_t version = 0;          // 2, 3 or 4 as read; 0 for a frame the writer built
+    uint8_t version = 0;           // 2, 3 or 4 as read; 0 for a frame the writer built
     uint8_t statusFlags = 0;
     uint8_t formatFlags = 0;
+    bool opaque = false;           // compressed, encrypted or grouped: `data` is empty, only `stored` holds it
+    std::vector<uint8_t> data;     // the body with all transport encodings undone
+    // The body as it stood behind the frame header (the tag's own
+    // unsynchronisation of 2.3 undone), when that differs from `data`: what a
+    // rewrite in the same version copies, with the flags, byte for byte.
+    std::vector<uint8_t> stored;
 };
 
 // Frame ID to the tag name that replaces the frame's default name.
@@ -34,8 +39,13 @@ struct id3tag {
     uint32_t version = 0;   // 0 while empty, else the version the tag was read as
     uint8_t strict = 0;
     // Where the frames ended, counted from behind the tag header: what lies
-    // between there and the declared size should be padding.
+    // between there and the declared size is padding. Exact unless the whole
+    // tag was unsynchronised, where it may lie up to 4 bytes further.
     uint64_t framesEnd = 0;
+    bool framesEndExact = true;
+    // Why the frames stopped before the end of the tag, when it wasn't
+    // padding: the frames in front of the damage were read, the rest wasn't.
+    const char* damage = nullptr;
 };
 
 class parseCallback {

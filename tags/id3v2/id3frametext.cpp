@@ -1,5 +1,7 @@
 // Frame bodies as the writer makes them.
 
+#include <algorithm>
+
 #include "support/textcodec.h"
 #include "tags/id3v2/id3streams.h"
 #include "tags/id3v2/id3text.h"
@@ -42,7 +44,25 @@ void StartBody(id3frame& frame, uint8_t encoding) {
     if (frame.id == frameId("COMM") || frame.id == frameId("USLT")) AppendBytes(frame.data, "eng");
 }
 
+// ISO-8859-1 and the ANSI page agree on these characters alone.
+bool FitsOneByte(const std::string& text) {
+    for (char16_t unit : text::Utf8ToUtf16(text)) {
+        if (unit >= 0x80 && (unit < 0xA0 || unit > 0xFF)) return false;
+    }
+    return true;
+}
+
 }  // namespace
+
+uint8_t textEncodingFor(const std::vector<std::string>& texts, uint32_t version, uint8_t chosen) {
+    if (chosen != 0) return chosen;
+    if (std::all_of(texts.begin(), texts.end(), FitsOneByte)) return 0;
+    return version >= 4 ? 3 : 1;
+}
+
+void appendEncodedText(std::vector<uint8_t>& body, const std::string& text, uint8_t encoding) {
+    AppendEncoded(body, text, encoding);
+}
 
 void setFrameText(id3frame& frame, const std::string& text, uint8_t encoding) {
     if (encoding != 0 && encoding != 1 && encoding != 3) throw writeError();

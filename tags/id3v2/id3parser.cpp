@@ -50,6 +50,38 @@ uint32_t FourLetterId(const uint8_t* id) {
     return mapShortFrameId(three);
 }
 
+bool IdCharacter(uint8_t c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
+
+// Four letters or digits; in a 2.3 tag also three and a NUL, as some writers do.
+bool LooksLikeFrameId(const uint8_t* id) {
+    return IdCharacter(id[0]) && IdCharacter(id[1]) && IdCharacter(id[2]) && (IdCharacter(id[3]) || id[3] == 0);
+}
+
+constexpr char kBadId[] = "a frame has no valid identifier";
+constexpr char kPastEnd[] = "a frame runs past the end of the tag";
+constexpr char kBadSize[] = "a frame size is damaged";
+constexpr char kBadBytes[] = "a frame can't be read";
+
+// Runs a frame loop; damage that it doesn't catch itself ends the frames too.
+template <class Loop>
+void ReadFrames(id3tag& tag, Loop loop) {
+    try {
+        loop();
+    } catch (const parseError&) {
+        tag.damage = kBadBytes;
+    }
+}
+
+// Where the frame loop stands, as a position in the tag; false behind a
+// filter that can't tell.
+void MarkFramesEnd(id3tag& tag, streamIn& stream) {
+    try {
+        tag.framesEnd = stream.tell();
+    } catch (const notSeekableError&) {
+        tag.framesEndExact = false;
+    }
+}
+
 // The 2.2 picture names its format in three letters; 2.3 has a MIME string.
 void UpgradePictureLayout(std::vector<uint8_t>& body) {
     if (body.empty() || body[0] > 1 || body.size() < 4) throw parseError();
@@ -109,37 +141,86 @@ std::vector<uint8_t> ReadUnsynchronised(streamIn& stream, uint64_t size) {
     }
 }
 
+// A header flag that announces an extended header which isn't there: the
+// frames begin at once. Looks without consuming.
+bool HasExtendedHeader(streamIn& window, uint8_t flags) {
+    if ((flags & 0x40) == 0) return false;
+    uint8_t peek[4] = {};
+    const uint64_t got = window.read(peek, 4);
+    window.seek(0);
+    return got < 4 || !LooksLikeFrameId(peek);
+}
+
 void SkipExtendedHeaderV23(streamIn& stream) {
     uint8_t size[4];
     stream.readExact(size, 4);
     stream.skipExact(BigEndian(size, 4));
 }
 
-void ParseV24(id3tag& tag, streamIn& window, uint8_t flags, parseCallback& callback) {
-    if (flags & 0x40) {
-        uint8_t bytes[4];
-        window.readExact(bytes, 4);
+void SkipExtendedHeaderV24(streamIn& window) {
+    uint8_t bytes[4];
+    window.readExact(bytes, 4);
+    try {
         const uint32_t size = Synchsafe(bytes);
         if (size < 6) throw parseError();
         window.skipExact(size - 4);   // the size counts itself
+    } catch (const parseError&) {
+        window.seek(4);   // laid out as in 2.3: a plain size that doesn't count itself
+        window.skipExact(BigEndian(bytes, 4));
     }
-    parseFramesV24(tag, window, callback);
 }
 
-// A tag that claims 2.4 but is laid out as 2.3: read again from the window's start.
-bool RetryAsV23(id3tag& tag, streamIn& window, uint8_t flags, parseCallback& callback) {
-    try {
-        window.seek(0);
-        id3tag retry;
-        if (flags & 0x40) SkipExtendedHeaderV23(window);
-        parseFramesV23(retry, window, callback);
-        tag.frames.swap(retry.frames);
-        tag.version = 3;
-        tag.framesEnd = window.tell();
-        return true;
-    } catch (...) {
-        return false;
+struct SizeWalk {
+    uint64_t frames = 0;
+    bool clean = false;   // ended on a frame boundary at the end, or at padding of zeros only
+};
+
+bool RestIsZeros(streamIn& window) {
+    uint8_t block[4096];
+    for (;;) {
+        const uint64_t got = window.read(block, sizeof(block));
+        if (std::any_of(block, block + got, [](uint8_t b) { return b != 0; })) return false;
+        if (got < sizeof(block)) return true;
     }
+}
+
+// Walks the frame headers from the window's position with sizes read one way.
+SizeWalk WalkSizes(streamIn& window, uint64_t start, bool plain) {
+    SizeWalk walk;
+    window.seek(start);
+    for (;;) {
+        uint8_t header[10];
+        const uint64_t got = window.read(header, 10);
+        if (got == 0 || header[0] == 0) {
+            walk.clean = std::all_of(header, header + got, [](uint8_t b) { return b == 0; }) && RestIsZeros(window);
+            return walk;
+        }
+        if (got < 10 || !LooksLikeFrameId(header)) return walk;
+        uint32_t size = BigEndian(header + 4, 4);
+        if (!plain) {
+            if ((size & 0x80808080u) != 0) return walk;
+            size = Synchsafe(header + 4);
+        }
+        if (window.skip(size) < size) return walk;
+        ++walk.frames;
+    }
+}
+
+// Some writers put plain sizes into 2.4 frame headers. Whichever reading
+// walks more frames cleanly wins; synchsafe on a tie.
+bool PlainSizes(streamIn& window) {
+    const uint64_t start = window.tell();
+    const SizeWalk synchsafe = WalkSizes(window, start, false);
+    const SizeWalk plain = WalkSizes(window, start, true);
+    window.seek(start);
+    if (plain.clean != synchsafe.clean) return plain.clean;
+    return plain.frames > synchsafe.frames;
+}
+
+void ParseV24(id3tag& tag, streamIn& window, uint8_t flags, parseCallback& callback) {
+    if (HasExtendedHeader(window, flags)) SkipExtendedHeaderV24(window);
+    const bool plain = PlainSizes(window);
+    ReadFrames(tag, [&] { parseFramesV24(tag, window, callback, plain, (flags & 0x80) != 0); });
 }
 
 }  // namespace
@@ -155,6 +236,8 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
     tag.frames.clear();
     tag.version = 0;
     tag.framesEnd = 0;
+    tag.framesEndExact = true;
+    tag.damage = nullptr;
     uint8_t header[10];
     stream.readExact(header, 10);
     if (std::memcmp(header, "ID3", 3) != 0) throw parseError();
@@ -165,98 +248,125 @@ void parseTag(id3tag& tag, streamIn& stream, parseCallback& callback) {
 
     if (version == 2) {
         if (flags & 0x7F) throw parseError();   // 0x40 is compression, which nothing can undo
-        if (flags & 0x80) {
-            streamFixSync unsync(window);
-            parseFramesV22(tag, unsync, callback);
-        } else {
-            parseFramesV22(tag, window, callback);
-        }
+        streamFixSync unsync(window);
+        ReadFrames(tag, [&] { parseFramesV22(tag, (flags & 0x80) ? static_cast<streamIn&>(unsync) : window, callback); });
         tag.version = 2;
-        tag.framesEnd = window.tell();
-        return;
-    }
-    if (version == 3) {
+    } else if (version == 3) {
         if (flags & 0x1F) throw parseError();
+        const bool extended = HasExtendedHeader(window, flags);
         streamFixSync unsync(window);
         streamIn& top = (flags & 0x80) ? static_cast<streamIn&>(unsync) : window;
-        if (flags & 0x40) SkipExtendedHeaderV23(top);
-        parseFramesV23(tag, top, callback);
+        if (extended) SkipExtendedHeaderV23(top);
+        ReadFrames(tag, [&] { parseFramesV23(tag, top, callback); });
         tag.version = 3;
-        tag.framesEnd = window.tell();
-        return;
-    }
-    if (flags & 0x0F) throw parseError();
-    try {
+    } else {
+        if (flags & 0x0F) throw parseError();
         ParseV24(tag, window, flags, callback);
-    } catch (const parseError&) {
-        if (RetryAsV23(tag, window, flags, callback)) return;
-        throw;
+        tag.version = 4;
     }
-    tag.version = 4;
-    tag.framesEnd = window.tell();
+    if (!tag.framesEndExact) tag.framesEnd = window.tell();
 }
+
+namespace {
+
+// The frame header's ID and size are read; reads the body, or records why
+// the frames end here and gives false.
+bool ReadStoredBody(id3tag& tag, streamIn& stream, uint64_t size, std::vector<uint8_t>& body) {
+    if (size >= kMaxFrameSize) {
+        tag.damage = kBadSize;
+        return false;
+    }
+    try {
+        body = ReadBody(stream, size);
+        return true;
+    } catch (const parseError&) {
+        tag.damage = kPastEnd;
+        return false;
+    }
+}
+
+// A 2.4 body to its plain form: the data length indicator skipped,
+// unsynchronisation undone. False when it can't be.
+bool DecodeV24Body(const std::vector<uint8_t>& stored, uint8_t format, bool unsynchronised, std::vector<uint8_t>& data) {
+    uint64_t offset = 0;
+    if (format & 0x01) {
+        if (stored.size() < 4) return false;
+        offset = 4;
+    }
+    if (!unsynchronised) {
+        data.assign(stored.begin() + static_cast<long>(offset), stored.end());
+        return true;
+    }
+    try {
+        streamInMem memory(stored.data() + offset, stored.size() - offset);
+        data = ReadUnsynchronised(memory, stored.size() - offset);
+        return true;
+    } catch (const parseError&) {
+        return false;
+    }
+}
+
+}  // namespace
 
 void parseFramesV23(id3tag& tag, streamIn& stream, parseCallback& callback) {
     for (;;) {
+        MarkFramesEnd(tag, stream);
         uint8_t id[4];
         if (stream.read(id, 4) < 4 || id[0] == 0) return;   // end of data, or padding
         uint8_t rest[6];
-        stream.readExact(rest, 6);
+        if (!LooksLikeFrameId(id) || stream.read(rest, 6) < 6) {
+            tag.damage = kBadId;
+            return;
+        }
         const uint32_t size = BigEndian(rest, 4);
-        const uint8_t status = rest[4];
-        const uint8_t format = rest[5];
-        if (size >= kMaxFrameSize) throw parseError();
+        std::vector<uint8_t> body;
+        if (!ReadStoredBody(tag, stream, size, body)) return;
         const uint32_t frame = FourLetterId(id);
-        if (size == 0 || (format & 0x60) != 0 || !callback.wantFrame(frame)) {
-            stream.skipExact(size);
-            continue;
-        }
-        if (format & 0x80) {   // compressed: no decompressor, the frame is lost
-            if (size < 4) throw parseError();
-            stream.skipExact(size);
-            continue;
-        }
-        std::vector<uint8_t> body = ReadBody(stream, size);
-        AppendFrame(tag, frame, 3, status, format).data.swap(body);
+        if (size == 0 || !callback.wantFrame(frame)) continue;
+        id3frame& stored = AppendFrame(tag, frame, 3, rest[4], rest[5]);
+        // Compressed, encrypted or grouped: kept as it is, never read.
+        stored.opaque = (rest[5] & 0xE0) != 0;
+        (stored.opaque ? stored.stored : stored.data).swap(body);
     }
 }
 
-void parseFramesV24(id3tag& tag, streamIn& stream, parseCallback& callback) {
+void parseFramesV24(id3tag& tag, streamIn& stream, parseCallback& callback, bool plainSizes, bool allUnsynchronised) {
     for (;;) {
+        MarkFramesEnd(tag, stream);
         uint8_t id[4];
         if (stream.read(id, 4) < 4 || id[0] == 0) return;
-        uint8_t sizeBytes[4];
-        stream.readExact(sizeBytes, 4);
-        uint32_t size = Synchsafe(sizeBytes);
-        uint8_t flags[2] = {0, 0};
-        stream.read(flags, 2);
-        const uint8_t status = flags[0];
-        const uint8_t format = flags[1];
-        if (size >= kMaxFrameSize) throw parseError();
-        const uint32_t frame = FourLetterId(id);
-        if (size == 0 || (status & 0x70) != 0 || (format & 0x44) != 0 || !callback.wantFrame(frame)) {
-            stream.skipExact(size);
-            continue;
+        uint8_t rest[6];
+        if (!LooksLikeFrameId(id) || stream.read(rest, 6) < 6) {
+            tag.damage = kBadId;
+            return;
         }
-        if (format & 0x01) {   // data length indicator, not used
-            if (size < 4) throw parseError();
-            size -= 4;
-            stream.skipExact(4);
+        uint32_t size = BigEndian(rest, 4);
+        if (!plainSizes) {
+            if ((size & 0x80808080u) != 0) {
+                tag.damage = kBadSize;
+                return;
+            }
+            size = Synchsafe(rest);
         }
         std::vector<uint8_t> body;
-        if (format & 0x02) {
-            body = ReadUnsynchronised(stream, size);
-        } else {
-            body = ReadBody(stream, size);
-        }
-        if (format & 0x08) continue;   // compressed: lost
-        id3frame& stored = AppendFrame(tag, frame, 4, status, format);
-        stored.data.swap(body);
+        if (!ReadStoredBody(tag, stream, size, body)) return;
+        const uint32_t frame = FourLetterId(id);
+        if (size == 0 || !callback.wantFrame(frame)) continue;
+        // A tag-wide flag means every frame is unsynchronised; the copy says so itself.
+        const uint8_t format = static_cast<uint8_t>(rest[5] | (allUnsynchronised ? 0x02 : 0));
+        id3frame& stored = AppendFrame(tag, frame, 4, rest[4], format);
+        // Grouped, compressed, encrypted, or marked to be dropped or kept
+        // unchanged: kept as it is, never read.
+        stored.opaque = (rest[4] & 0x70) != 0 || (format & 0x4C) != 0 ||
+                        !DecodeV24Body(body, format, (format & 0x02) != 0, stored.data);
+        if (stored.opaque) stored.data.clear();
+        if (stored.opaque || stored.data != body) stored.stored.swap(body);
     }
 }
 
 void parseFramesV22(id3tag& tag, streamIn& stream, parseCallback& callback) {
     for (;;) {
+        MarkFramesEnd(tag, stream);
         uint8_t id[3];
         if (stream.read(id, 3) < 3 || id[0] == 0) return;
         uint8_t sizeBytes[3];

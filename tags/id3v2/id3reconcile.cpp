@@ -1,9 +1,10 @@
-// valuesToFrames: old frames that still say what is wanted stay byte for
-// byte; frames are built for the rest, and what no frame type can hold goes
-// to a user frame rather than being lost.
+// valuesToFrames: the frames of every name whose values the write doesn't
+// change stay byte for byte; frames are built for the names that change, and
+// what no frame type can hold goes to a user frame rather than being lost.
 
 #include <algorithm>
-#include <functional>
+#include <map>
+#include <set>
 
 #include "tags/id3v2/id3text.h"
 #include "tags/id3v2/id3values.h"
@@ -14,10 +15,6 @@ namespace id3parser {
 namespace {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
-bool HasReplayGainName(const TagValues& values) {
-    return std::any_of(values.begin(), values.end(), [](const auto& entry) { return isReplayGainName(entry.first); });
-}
 
 std::string Join(const std::vector<std::string>& list, const std::string& separator) {
     std::string joined;
@@ -57,6 +54,9 @@ private:
     void Years(bool looseYear);
     void Rating();
     void AddStrings(id3frame& frame, const std::vector<std::string>& list);
+    uint8_t Encoding(const std::vector<std::string>& texts) const {
+        return textEncodingFor(texts, tag_.version, encoding_);
+    }
 
     id3tag& tag_;
     TagValues& work_;
@@ -64,7 +64,7 @@ private:
 };
 
 void FrameBuilder::AddStrings(id3frame& frame, const std::vector<std::string>& list) {
-    setFrameText(frame, list.front(), encoding_);
+    setFrameText(frame, list.front(), Encoding(list));
     for (size_t i = 1; i < list.size(); ++i) appendFrameText(frame, list[i]);
 }
 
@@ -76,7 +76,7 @@ void FrameBuilder::Single(const char (&id)[5], const char* name, bool url) {
         const std::string bytes = utf8ToLatin1(entry->second.front());
         frame.data.assign(bytes.begin(), bytes.end());
     } else {
-        setFrameText(frame, entry->second.front(), encoding_);
+        setFrameText(frame, entry->second.front(), Encoding(entry->second));
     }
     work_.erase(entry);
 }
@@ -85,7 +85,7 @@ void FrameBuilder::Many(const char (&id)[5], const char* name) {
     const Entry entry = Find(frameId(id), name);
     if (!Found(entry) || entry->second.empty()) return;
     id3frame& frame = NewFrame(frameId(id));
-    if (tag_.version < 4) setFrameText(frame, Join(entry->second, "/"), encoding_);
+    if (tag_.version < 4) setFrameText(frame, Join(entry->second, "/"), Encoding(entry->second));
     else AddStrings(frame, entry->second);
     work_.erase(entry);
 }
@@ -93,7 +93,7 @@ void FrameBuilder::Many(const char (&id)[5], const char* name) {
 void FrameBuilder::FirstValue(const char (&id)[5], const char* name) {
     const Entry entry = Find(name);
     if (!Found(entry) || entry->second.empty()) return;
-    setFrameAnsi(NewFrame(frameId(id)), entry->second.front());
+    setFrameText(NewFrame(frameId(id)), entry->second.front(), Encoding({entry->second.front()}));
     work_.erase(entry);   // further values are lost: the frame holds one
 }
 
@@ -101,7 +101,7 @@ void FrameBuilder::Lyrics() {
     const Entry entry = Find("Lyrics");
     if (!Found(entry) || entry->second.size() != 1) return;
     id3frame& frame = NewFrame(frameId("USLT"));
-    setFrameText(frame, "", encoding_);
+    setFrameText(frame, "", Encoding(entry->second));
     appendFrameText(frame, entry->second.front());
     work_.erase(entry);
 }
@@ -112,7 +112,7 @@ void FrameBuilder::Genre() {
     std::vector<std::string> genres;
     for (const std::string& genre : entry->second) genres.push_back(genre.starts_with("(") ? "(" + genre : genre);
     id3frame& frame = NewFrame(frameId("TCON"));
-    if (tag_.version < 4) setFrameText(frame, Join(genres, ";"), encoding_);
+    if (tag_.version < 4) setFrameText(frame, Join(genres, ";"), Encoding(genres));
     else AddStrings(frame, genres);
     work_.erase(entry);
 }
@@ -136,24 +136,27 @@ void FrameBuilder::OriginalYear() {
     work_.erase(entry);
 }
 
+// A date in a tag below 2.4, by its shape: TYER holds only the year, TDAT
+// day and month, TIME hours and minutes. Another shape stays in `work` and
+// goes to a user frame: never a text that isn't a year in TYER.
 void FrameBuilder::Years(bool looseYear) {
     const Entry entry = Find("Year");
     if (!Found(entry) || entry->second.size() != 1) return;
     const std::string value = entry->second.front();
-    work_.erase(entry);   // a malformed year is dropped, not kept in a user frame
-    if (looseYear || matchesShape(value, "####")) {
+    if (looseYear) {
         setFrameAnsi(NewFrame(frameId("TYER")), value);
+        work_.erase(entry);
         return;
     }
-    if (matchesShape(value, "####-##-##") || matchesShape(value, "#### ## ##")) {
-        setFrameAnsi(NewFrame(frameId("TYER")), value.substr(0, 4));
-        setFrameAnsi(NewFrame(frameId("TDAT")), value.substr(8, 2) + value.substr(5, 2));
-        return;
-    }
-    if (matchesShape(value, "####-##")) {
-        setFrameAnsi(NewFrame(frameId("TYER")), value.substr(0, 4));
-        setFrameAnsi(NewFrame(frameId("TDAT")), "00" + value.substr(5, 2));
-    }
+    const bool month = matchesShape(value, "####-##");
+    const bool day = matchesShape(value, "####-##-##") || matchesShape(value, "#### ## ##");
+    const bool time = matchesShape(value, "####-##-##T##:##");
+    if (!matchesShape(value, "####") && !month && !day && !time) return;
+    work_.erase(entry);
+    setFrameAnsi(NewFrame(frameId("TYER")), value.substr(0, 4));
+    if (month) setFrameAnsi(NewFrame(frameId("TDAT")), "00" + value.substr(5, 2));
+    if (day || time) setFrameAnsi(NewFrame(frameId("TDAT")), value.substr(8, 2) + value.substr(5, 2));
+    if (time) setFrameAnsi(NewFrame(frameId("TIME")), value.substr(11, 2) + value.substr(14, 2));
 }
 
 void FrameBuilder::Rating() {
@@ -231,44 +234,44 @@ void FrameBuilder::BuildAll(bool skipRating, bool looseYear) {
     if (!skipRating) Rating();
 }
 
-using FrameSet = std::function<bool(uint32_t)>;
-
-FrameContext StrictContext(const id3tag& tag) { return FrameContext{tag.overrides, tag.version, true}; }
-
-void DropIndexedUserFrames(const id3tag& tag, FrameList& old) {
-    const FrameContext strict = StrictContext(tag);
-    old.remove_if([&](const id3frame& frame) {
-        if (frame.id != frameId("TXXX")) return false;
-        try {
-            std::string description;
-            TextCursor cursor;
-            frameText(frame, strict.strict, description, 0, cursor);
-            return stripIndexSuffix(description);
-        } catch (const parseError&) {
-            return true;
-        }
-    });
+// The names that a frame gives on reading; none when it can't be read.
+std::vector<std::string> NamesOf(const id3frame& frame, const FrameContext& context) {
+    TagValues temp;
+    try {
+        frameToValues(frame, context, temp);
+    } catch (const parseError&) {
+        return {};
+    }
+    std::vector<std::string> names;
+    for (const auto& entry : temp) names.push_back(entry.first);
+    return names;
 }
 
-void RetainFrameGroup(const id3tag& tag, FrameList& old, FrameList& kept, TagValues& work, const FrameSet& set) {
-    const FrameContext strict = StrictContext(tag);
-    TagValues temp;
-    bool any = false;
-    for (const id3frame& frame : old) {
-        if (!set(frame.id)) continue;
-        any = true;
-        try {
-            frameToValues(frame, strict, temp);
-        } catch (const parseError&) {
-            return;
-        }
+// What the step from 2.2 to 2.3 can keep: pictures, comments and lyrics.
+bool SurvivesVersionStep(id3frame& frame) {
+    if (frame.id == frameId("APIC")) return true;
+    if (frame.id != frameId("COMM") && frame.id != frameId("USLT")) return false;
+    try {
+        upgradeFrameEncoding(frame);
+        return true;
+    } catch (const parseError&) {
+        return false;
     }
-    if (!any || !valuesMatch(temp, work)) return;
-    for (auto it = old.begin(); it != old.end();) {
-        const auto next = std::next(it);
-        if (set(it->id)) kept.splice(kept.end(), old, it);
-        it = next;
+}
+
+// Text and URL frames of which a tag holds one: an old one that stayed
+// (because it couldn't be read) gives way to a new one.
+bool IsSingleInstance(uint32_t id) {
+    const char first = static_cast<char>(id >> 24);
+    return (first == 'T' && id != frameId("TXXX")) || (first == 'W' && id != frameId("WXXX"));
+}
+
+void DropReplacedFrames(FrameList& old, const FrameList& built) {
+    std::set<uint32_t> ids;
+    for (const id3frame& frame : built) {
+        if (IsSingleInstance(frame.id)) ids.insert(frame.id);
     }
+    old.remove_if([&ids](const id3frame& frame) { return ids.count(frame.id) != 0; });
 }
 
 }  // namespace
@@ -281,44 +284,45 @@ bool isValidDateShape(const std::string& text) {
     return false;
 }
 
-bool valuesMatch(const TagValues& temp, TagValues& work) {
-    if (HasReplayGainName(temp)) return false;
-    for (const auto& [name, list] : temp) {
-        const auto found = work.find(name);
-        if (found == work.end() || found->second != list) return false;
-    }
-    for (const auto& entry : temp) work.erase(entry.first);
-    return true;
-}
-
-void retainMatchingFrames(const id3tag& tag, FrameList& old, TagValues& work) {
-    DropIndexedUserFrames(tag, old);
-    const FrameContext strict = StrictContext(tag);
-    FrameList kept;
-    for (auto it = old.begin(); it != old.end();) {
-        const auto next = std::next(it);
-        TagValues temp;
-        bool broken = false;
-        try {
-            frameToValues(*it, strict, temp);
-        } catch (const parseError&) {
-            broken = true;
+void retainUnchangedFrames(const id3tag& tag, uint32_t readVersion, FrameList& old, const TagValues& oldValues,
+                           TagValues& work, bool onlyChanged) {
+    const FrameContext context{tag.overrides, readVersion, false};
+    // Names by number. A name stays when its values don't change and every
+    // frame that gave them can stay.
+    std::map<std::string, uint32_t, NoCaseLess> ids;
+    std::vector<bool> stays;
+    const auto IdOf = [&](const std::string& name) {
+        const auto [entry, added] = ids.emplace(name, static_cast<uint32_t>(stays.size()));
+        if (added) {
+            const auto before = oldValues.find(name);
+            const auto wanted = work.find(name);
+            if (before == oldValues.end()) stays.push_back(onlyChanged && wanted != work.end());
+            else stays.push_back(wanted != work.end() && wanted->second == before->second);
         }
-        if (broken || HasReplayGainName(temp)) old.erase(it);   // rebuilt from `work` if wanted
-        else if (valuesMatch(temp, work)) kept.splice(kept.end(), old, it);
+        return entry->second;
+    };
+    std::vector<uint32_t> nameIds;        // the names of all frames, frame after frame
+    std::vector<uint32_t> firstName{0};   // where each frame's names begin in `nameIds`
+    std::vector<bool> movable;
+    for (id3frame& frame : old) {
+        movable.push_back(readVersion == tag.version || (!frame.opaque && SurvivesVersionStep(frame)));
+        for (const std::string& name : NamesOf(frame, context)) {
+            nameIds.push_back(IdOf(name));
+            if (!movable.back()) stays[nameIds.back()] = false;
+        }
+        firstName.push_back(static_cast<uint32_t>(nameIds.size()));
+    }
+    size_t index = 0;
+    for (auto it = old.begin(); it != old.end(); ++index) {
+        const auto next = std::next(it);
+        const auto first = nameIds.begin() + static_cast<long>(firstName[index]);
+        const auto last = nameIds.begin() + static_cast<long>(firstName[index + 1]);
+        if (!movable[index] || !std::all_of(first, last, [&stays](uint32_t id) { return stays[id]; })) old.erase(it);
         it = next;
     }
-    const auto Is = [](std::initializer_list<uint32_t> ids) {
-        return FrameSet([ids = std::vector<uint32_t>(ids)](uint32_t id) {
-            return std::find(ids.begin(), ids.end(), id) != ids.end();
-        });
-    };
-    RetainFrameGroup(tag, old, kept, work, [](uint32_t) { return true; });
-    RetainFrameGroup(tag, old, kept, work, Is({frameId("COMM")}));
-    RetainFrameGroup(tag, old, kept, work, Is({frameId("USLT")}));
-    RetainFrameGroup(tag, old, kept, work, Is({frameId("TXXX")}));
-    RetainFrameGroup(tag, old, kept, work, Is({frameId("TYER"), frameId("TDAT")}));
-    old.swap(kept);
+    for (const auto& [name, id] : ids) {
+        if (stays[id]) work.erase(name);
+    }
 }
 
 void writeLeftover(id3tag& tag, const std::string& name, const std::vector<std::string>& list, uint8_t encoding) {
@@ -337,8 +341,8 @@ void writeLeftover(id3tag& tag, const std::string& name, const std::vector<std::
         const std::string rest = RestAfter(sizeof(kUrl) - 1);
         for (const std::string& value : list) {
             id3frame& frame = NewFrame(frameId("WXXX"));
-            setFrameText(frame, rest, encoding);
-            const std::string url = utf8ToAnsi(value);
+            setFrameText(frame, rest, textEncodingFor({rest}, tag.version, encoding));
+            const std::string url = utf8ToLatin1(value);
             frame.data.insert(frame.data.end(), url.begin(), url.end());
         }
         return;
@@ -349,57 +353,53 @@ void writeLeftover(id3tag& tag, const std::string& name, const std::vector<std::
         const bool hexOnly = std::all_of(list.begin(), list.end(), [](const std::string& value) {
             return value.find_first_not_of(" 0123456789abcdefABCDEF") == std::string::npos;
         });
-        const uint8_t commentEncoding = rest.starts_with("iTun") && hexOnly ? 0 : encoding;
         for (const std::string& value : list) {
+            const uint8_t commentEncoding =
+                rest.starts_with("iTun") && hexOnly ? 0 : textEncodingFor({rest, value}, tag.version, encoding);
             id3frame& frame = NewFrame(frameId("COMM"));
             setFrameText(frame, rest, commentEncoding);
             appendFrameText(frame, value);
         }
         return;
     }
-    const auto UserFrame = [&](uint8_t frameEncoding, const std::vector<std::string>& values) {
+    const auto UserFrame = [&](const std::vector<std::string>& values) {
+        std::vector<std::string> texts = values;
+        texts.push_back(name);
         id3frame& frame = NewFrame(frameId("TXXX"));
-        setFrameText(frame, name, frameEncoding);
+        setFrameText(frame, name, textEncodingFor(texts, tag.version, encoding));
         for (const std::string& value : values) appendFrameText(frame, value);
     };
     if (isReplayGainName(name)) {
-        UserFrame(0, {list.front()});
+        UserFrame({list.front()});
     } else if (tag.version >= 4) {
-        UserFrame(encoding, list);
+        UserFrame(list);
     } else if (isSlashSplitUserName(name)) {
-        UserFrame(encoding, {Join(list, "/")});
+        UserFrame({Join(list, "/")});
     } else {
-        for (const std::string& value : list) UserFrame(encoding, {value});
+        for (const std::string& value : list) UserFrame({value});
     }
 }
 
-void valuesToFrames(id3tag& tag, const TagValues& values, const WriteSettings& settings) {
-    if (tag.version != 3 && tag.version != 4) {
-        tag.version = 3;
-        tag.frames.remove_if([](id3frame& frame) {
-            if (frame.id == frameId("APIC")) return false;
-            if (frame.id != frameId("COMM") && frame.id != frameId("USLT")) return true;
-            try {
-                upgradeFrameEncoding(frame);
-                return false;
-            } catch (const parseError&) {
-                return true;
-            }
-        });
-    }
+void valuesToFrames(id3tag& tag, TagValues values, const WriteSettings& settings, const TagValues* changedValues) {
+    const uint32_t readVersion = tag.version;
+    TagValues ownOldValues;
+    if (!changedValues) framesToValues(tag, ownOldValues);
+    if (tag.version != 3 && tag.version != 4) tag.version = 3;   // 2.2 is read, never written
     uint8_t encoding = settings.encoding;
     if (tag.version < 4 && encoding > 1) encoding = 1;   // no UTF-8 before 2.4
     if (tag.version >= 4 && encoding == 2) encoding = 1;
 
-    TagValues work = values;
+    TagValues work = std::move(values);
     dedupeYear(work);
     FrameList old;
     old.splice(old.end(), tag.frames);
-    retainMatchingFrames(tag, old, work);
+    retainUnchangedFrames(tag, readVersion, old, changedValues ? *changedValues : ownOldValues, work,
+                          changedValues != nullptr);
     FrameBuilder(tag, work, encoding).BuildAll(settings.skipRating != 0, settings.looseYear != 0);
     for (const auto& [name, list] : work) {
         if (!list.empty()) writeLeftover(tag, name, list, encoding);
     }
+    DropReplacedFrames(old, tag.frames);
     tag.frames.splice(tag.frames.end(), old);
 }
 

@@ -21,17 +21,21 @@ void PutId(streamOut& out, uint32_t id) {
               static_cast<uint8_t>(id)});
 }
 
+// A frame read from a tag of the version being written goes back as it
+// stood: its flags and its stored bytes.
+const std::vector<uint8_t>& StoredBody(const id3frame& frame) { return frame.stored.empty() ? frame.data : frame.stored; }
+
 void RenderFrameV23(const id3frame& frame, streamOut& out) {
-    const uint64_t size = frame.data.size();
-    if (size >= kMaxBody) throw writeError();
+    const bool copy = frame.version == 3;
+    const std::vector<uint8_t>& body = copy ? StoredBody(frame) : frame.data;
+    if (body.size() >= kMaxBody) throw writeError();
     PutId(out, frame.id);
-    PutId(out, static_cast<uint32_t>(size));
-    Put(out, {0, 0});
-    out.write(frame.data.data(), size);
+    PutId(out, static_cast<uint32_t>(body.size()));
+    Put(out, {copy ? frame.statusFlags : uint8_t{0}, copy ? frame.formatFlags : uint8_t{0}});
+    out.write(body.data(), body.size());
 }
 
 bool NeedsUnsynchronisation(const id3frame& frame) {
-    if (frame.version == 4) return (frame.formatFlags & 0x02) != 0;
     const std::vector<uint8_t>& body = frame.data;
     if (!body.empty() && body.back() == 0xFF) return true;
     for (size_t i = 0; i + 1 < body.size(); ++i) {
@@ -40,14 +44,20 @@ bool NeedsUnsynchronisation(const id3frame& frame) {
     return false;
 }
 
-// Returns whether the body was unsynchronised.
-bool RenderFrameV24(const id3frame& frame, streamOut& out) {
+void RenderFrameV24(const id3frame& frame, streamOut& out) {
     PutId(out, frame.id);
+    if (frame.version == 4) {
+        const std::vector<uint8_t>& body = StoredBody(frame);
+        writeSynchsafe(out, body.size());
+        Put(out, {frame.statusFlags, frame.formatFlags});
+        out.write(body.data(), body.size());
+        return;
+    }
     if (!NeedsUnsynchronisation(frame)) {
         writeSynchsafe(out, frame.data.size());
         Put(out, {0, 0});
         out.write(frame.data.data(), frame.data.size());
-        return false;
+        return;
     }
     std::vector<uint8_t> synced;
     synced.reserve(frame.data.size() + frame.data.size() / 64 + 1);
@@ -62,7 +72,6 @@ bool RenderFrameV24(const id3frame& frame, streamOut& out) {
     Put(out, {0x00, 0x03});   // unsynchronised, with a data length indicator
     writeSynchsafe(out, frame.data.size());
     out.write(synced.data(), synced.size());
-    return true;
 }
 
 }  // namespace
@@ -98,25 +107,29 @@ void writeSynchsafe(streamOut& out, uint64_t value) {
               static_cast<uint8_t>((value >> 7) & 0x7F), static_cast<uint8_t>(value & 0x7F)});
 }
 
-void renderTag(const id3tag& tag, streamOut& out, uint64_t oldSize, uint64_t maxPadding, uint64_t alignment) {
+void renderTag(const id3tag& tag, streamOut& out, uint64_t oldSize, uint64_t maxPadding, uint64_t alignment,
+               uint64_t keptBehind) {
     if (tag.version != 3 && tag.version != 4) throw writeError();
     streamOutBuffer frames;
-    bool unsynchronised = false;
     for (const id3frame& frame : tag.frames) {
         if (frame.id == 0) continue;   // no identifier to write: it would read back as padding
-        if (tag.version == 4) unsynchronised |= RenderFrameV24(frame, frames);
+        // Compressed or encrypted bytes can't be carried into another version.
+        if (frame.opaque && frame.version != tag.version) continue;
+        if (tag.version == 4) RenderFrameV24(frame, frames);
         else RenderFrameV23(frame, frames);
     }
     const uint64_t tagBytes = frames.bytes.size() + 10;
     uint64_t pad = std::min(maxPadding, kPaddingCap);
     if (tagBytes <= oldSize && oldSize - tagBytes <= maxPadding) pad = oldSize - tagBytes;
+    if (keptBehind != 0) pad = 0;   // the kept bytes stand where padding would
     const uint64_t step = std::max<uint64_t>(alignment, 1);
-    const uint64_t total = (tagBytes + pad + step - 1) / step * step;
+    const uint64_t total = keptBehind != 0 ? tagBytes : (tagBytes + pad + step - 1) / step * step;
     pad = total - tagBytes;
-    if (total - 10 > UINT32_MAX) throw std::overflow_error("overflow");
-    Put(out, {'I', 'D', '3', static_cast<uint8_t>(tag.version), 0,
-              static_cast<uint8_t>(tag.version == 4 && unsynchronised ? 0x80 : 0)});
-    writeSynchsafe(out, total - 10);
+    if (total - 10 + keptBehind > UINT32_MAX) throw std::overflow_error("overflow");
+    // No tag-wide unsynchronisation flag: in 2.4 it would say that every
+    // frame is unsynchronised, and the frames carry their own flags.
+    Put(out, {'I', 'D', '3', static_cast<uint8_t>(tag.version), 0, 0});
+    writeSynchsafe(out, total - 10 + keptBehind);
     out.write(frames.bytes.data(), frames.bytes.size());
     const uint8_t zeros[256] = {};
     for (uint64_t left = pad; left > 0;) {

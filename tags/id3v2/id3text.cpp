@@ -1,5 +1,7 @@
 #include "tags/id3v2/id3text.h"
 
+#include <algorithm>
+
 #include "support/textcodec.h"
 #include "tags/id3v2/id3streams.h"
 
@@ -38,8 +40,13 @@ std::string DecodeUtf16WithBom(const uint8_t* bytes, uint64_t length, bool stric
     return text::Utf16ToUtf8(units);
 }
 
+bool IsAscii(const std::string& text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
+}
+
 std::string DecodeUtf8(const uint8_t* bytes, uint64_t length, bool strict) {
     std::string raw = Narrow(bytes, length);
+    if (IsAscii(raw)) return raw;   // the same in every encoding of one byte
     if (text::Utf16ToUtf8(text::Utf8ToUtf16(raw)) == raw) return raw;
     if (strict) throw parseError();
     return ansiToUtf8(raw);
@@ -47,6 +54,7 @@ std::string DecodeUtf8(const uint8_t* bytes, uint64_t length, bool strict) {
 
 std::string DecodeAnsi(const uint8_t* bytes, uint64_t length, bool strict) {
     std::string raw = Narrow(bytes, length);
+    if (IsAscii(raw)) return raw;
     if (strict) {
         for (char c : raw) {
             if (static_cast<uint8_t>(c) >= 0x80) throw parseError();

@@ -1,6 +1,7 @@
 #include "tags/id3v2/id3values.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include "tags/id3v2/id3genres.h"
 #include "tags/id3v2/id3streams.h"
@@ -144,53 +145,85 @@ std::string& FirstYear(TagValues& values) {
     return list.front();
 }
 
-void ReadYearFrame(const id3frame& frame, const FrameContext& context, TagValues& values) {
+// A date that TYER, TDAT and TIME build together, whatever their order.
+struct DateParts {
+    std::string year = "0000", month, day, time;
+};
+
+// False when `text` is no date that these frames could have built.
+bool SplitDate(const std::string& text, DateParts& parts) {
+    if (text.empty()) return true;
+    if (!matchesShape(text, "####") && !matchesShape(text, "####-##") && !matchesShape(text, "####-##-##") &&
+        !matchesShape(text, "####-##-##T##:##"))
+        return false;
+    parts.year = text.substr(0, 4);
+    if (text.size() >= 7) parts.month = text.substr(5, 2);
+    if (text.size() >= 10) parts.day = text.substr(8, 2);
+    if (text.size() >= 16) parts.time = text.substr(11, 5);
+    return true;
+}
+
+std::string JoinDate(const DateParts& parts) {
+    std::string date = parts.year;
+    if (parts.month.empty()) return date;
+    date += "-" + parts.month;
+    if (parts.day.empty()) return date;
+    date += "-" + parts.day;
+    return parts.time.empty() ? date : date + "T" + parts.time;
+}
+
+// TYER (YYYY), TDAT (DDMM) and TIME (HHMM): each sets its part of the first
+// "Year" value. A text of another shape is kept only when nothing else is.
+void ReadDatePart(const id3frame& frame, const FrameContext& context, TagValues& values) {
     CheckVersion(Versions::kBelowFour, context);
     const std::string s = FirstText(frame, context);
-    if (s.size() == 4 && AllDigits(s)) {
-        std::string& first = FirstYear(values);
-        if (matchesShape(first, "####-##-##")) first.replace(0, 4, s);   // TDAT came first: keep its date
-        else first = s;
+    if (s.size() != 4 || !AllDigits(s)) {
+        if (context.strict) throw parseError();
+        if (!HasYear(values)) addValue(values, kYear, s);
         return;
     }
-    if (context.strict) throw parseError();
-    if (!HasYear(values)) addValue(values, kYear, s);
-}
-
-void ReadDateFrame(const id3frame& frame, const FrameContext& context, TagValues& values) {
-    CheckVersion(Versions::kBelowFour, context);
-    const std::string s = FirstText(frame, context);   // DDMM
-    if (s.size() == 4 && AllDigits(s)) {
-        std::string& first = FirstYear(values);
-        std::string year = "0000";
-        if (first.size() == 4 && AllDigits(first)) year = first;
-        if (matchesShape(first, "####-##-##")) year = first.substr(0, 4);
-        std::string date = year + "-" + s.substr(2, 2);
-        if (s.substr(0, 2) != "00") date += "-" + s.substr(0, 2);
-        first = date;
-        return;
+    std::string& first = FirstYear(values);
+    DateParts parts;
+    if (!SplitDate(first, parts)) parts = DateParts{};
+    if (frame.id == frameId("TYER")) {
+        parts.year = s;
+    } else if (frame.id == frameId("TDAT")) {
+        parts.month = s.substr(2, 2);
+        parts.day = s.substr(0, 2) == "00" ? "" : s.substr(0, 2);   // day 00: the month alone
+    } else if (!parts.day.empty()) {
+        parts.time = s.substr(0, 2) + ":" + s.substr(2, 2);
     }
-    if (context.strict) throw parseError();
-    if (!HasYear(values)) addValue(values, kYear, s);
+    first = JoinDate(parts);
 }
 
+// At most this many values come from splitting one text; the rest stays one value.
+constexpr size_t kMaxPieces = 1024;
+
+// A genre that a frame already gave isn't added again: a list such as
+// "Rock;(;(;..." would otherwise repeat one value millions of times.
 void ReadGenres(const id3frame& frame, const FrameContext& context, TagValues& values) {
     const uint64_t count = frameTextCount(frame);
     TextCursor cursor;
+    std::unordered_set<std::string> seen;
+    const auto Add = [&](const std::string& genre) {
+        if (seen.insert(genre).second) addValue(values, "Genre", genre);
+    };
     for (uint64_t i = 0; i < count; ++i) {
         const std::string text = Text(frame, context, i, cursor);
         std::string out;
         if (context.version >= 4) {
-            if (parseGenreText(text, out)) addValue(values, "Genre", out);
+            if (parseGenreText(text, out)) Add(out);
             continue;
         }
         size_t start = 0;
-        for (;;) {
+        for (size_t pieces = 1;; ++pieces) {
             while (start < text.size() && IsBlank(text[start])) ++start;
-            const size_t semicolon = text.find(';', start);
-            const std::string piece = semicolon == std::string::npos ? text.substr(start)
-                                                                     : TrimRight(text.substr(start, semicolon - start));
-            if (parseGenreText(piece, out)) addValue(values, "Genre", out);
+            const size_t semicolon = pieces < kMaxPieces ? text.find(';', start) : std::string::npos;
+            std::string_view piece = std::string_view(text).substr(start, semicolon - std::min(semicolon, start));
+            if (semicolon != std::string::npos) {
+                while (!piece.empty() && IsBlank(piece.back())) piece.remove_suffix(1);
+            }
+            if (parseGenreText(piece, out)) Add(out);
             if (semicolon == std::string::npos) break;
             start = semicolon + 1;
         }
@@ -254,6 +287,7 @@ void ReadUserFrame(const id3frame& frame, const FrameContext& context, TagValues
 }  // namespace
 
 void frameToValues(const id3frame& frame, const FrameContext& context, TagValues& values) {
+    if (frame.opaque) return;   // its bytes are kept, but nobody can read them
     for (const PlainFrame& row : kPlainFrames) {
         if (row.id == frame.id) {
             ReadPlain(row, frame, context, values);
@@ -261,8 +295,9 @@ void frameToValues(const id3frame& frame, const FrameContext& context, TagValues
         }
     }
     switch (frame.id) {
-        case frameId("TYER"): ReadYearFrame(frame, context, values); return;
-        case frameId("TDAT"): ReadDateFrame(frame, context, values); return;
+        case frameId("TYER"):
+        case frameId("TDAT"):
+        case frameId("TIME"): ReadDatePart(frame, context, values); return;
         case frameId("TRCK"): addValue(values, "Track", FirstText(frame, context)); return;
         case frameId("TPOS"): addValue(values, "Disc", FirstText(frame, context)); return;
         case frameId("TCON"): ReadGenres(frame, context, values); return;
@@ -293,10 +328,10 @@ void framesToValues(const id3tag& tag, TagValues& values) {
 
 void splitAtSlash(const std::string& name, const std::string& text, TagValues& values) {
     size_t start = 0;
-    while (start < text.size()) {
+    for (size_t pieces = 1; start < text.size(); ++pieces) {
         while (start < text.size() && IsBlank(text[start])) ++start;
         if (start == text.size()) return;
-        const size_t slash = text.find('/', start);
+        const size_t slash = pieces < kMaxPieces ? text.find('/', start) : std::string::npos;
         if (slash == std::string::npos) {
             addValue(values, name, text.substr(start));
             return;
@@ -330,8 +365,8 @@ bool isSlashSplitUserName(const std::string& name) {
     return false;
 }
 
-bool parseGenreText(const std::string& text, std::string& out) {
-    const auto Number = [](const std::string& digits) {
+bool parseGenreText(std::string_view text, std::string& out) {
+    const auto Number = [](std::string_view digits) {
         size_t n = 0;
         for (char c : digits) {
             n = n * 10 + static_cast<size_t>(c - '0');
@@ -339,7 +374,8 @@ bool parseGenreText(const std::string& text, std::string& out) {
         }
         return n;
     };
-    if (AllDigits(text) && Number(text) < kGenreCount) {
+    const bool digits = !text.empty() && std::all_of(text.begin(), text.end(), IsDigit);
+    if (digits && Number(text) < kGenreCount) {
         out = genreNames[Number(text)];
         return true;
     }
@@ -355,7 +391,7 @@ bool parseGenreText(const std::string& text, std::string& out) {
     } else if (text.size() > 2 && text[2] == 'R') {
         out = "Cover";
     } else if (text.size() > 1 && text[1] == '(') {
-        out = text.substr(1);
+        out = std::string(text.substr(1));
     }
     return !out.empty();
 }

@@ -1,10 +1,10 @@
 #pragma once
 // Frames to named values: the read side of the engine. The write side runs
-// the same code in strict mode to learn whether an old frame still says what
-// is wanted.
+// the same code to learn which names each old frame gives.
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "tags/id3v2/id3frames.h"
 #include "tags/id3v2/tagvalues.h"
@@ -28,6 +28,6 @@ void splitAtSlash(const std::string& name, const std::string& text, TagValues& v
 bool stripIndexSuffix(std::string& name);
 bool isReplayGainName(const std::string& name);
 bool isSlashSplitUserName(const std::string& name);
-bool parseGenreText(const std::string& text, std::string& out);
+bool parseGenreText(std::string_view text, std::string& out);
 
 }  // namespace id3parser

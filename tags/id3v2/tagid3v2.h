@@ -7,6 +7,7 @@
 
 #include "tags/basetag.h"
 #include "tags/id3v2/id3frames.h"
+#include "tags/id3v2/tagvalues.h"
 
 class TagID3v2 : public BaseTag {
 public:
@@ -50,11 +51,16 @@ private:
     // What Prepare left for Commit: the new tag and the old tag's bytes.
     std::vector<uint8_t> rendered_;
     std::vector<uint8_t> old_;
-    int64_t oldSize_ = 0;
+    uint64_t replaced_ = 0;   // bytes of the old tag that the rendered ones take the place of
     bool prepared_ = false;
 
     void applyFrameNames(id3parser::id3tag& tag) const;
-    int64_t provenTagSize(id3parser::id3tag& tag);
+    // The entries that reading shows for `values`, pictures aside; the value
+    // of one of them, null when there is none.
+    static void valuesToEntries(const id3parser::TagValues& values, IDTags& tags);
+    static clString shownValue(const id3parser::TagValues& values, const std::string& name);
+    static bool HasFooter(clFile& file, uint64_t offset);
+    int64_t provenTagSize(id3parser::id3tag& tag, uint64_t* keepFrom = nullptr);
     bool Refuse(const char16_t* reason);
     const char16_t* moveTail(uint64_t from, int64_t delta);
     const char16_t* putTag(const std::vector<uint8_t>& rendered, const std::vector<uint8_t>& old);

@@ -153,10 +153,7 @@ bool TagID3v2::Read(IDTags& tags, bool wantVersion) {
     if (wantVersion && tag.version >= 2 && tag.version <= 4) {
         tags.Add(clString(u"TagVersion"), clString::Format(u"ID3v2.%u", tag.version));
     }
-    for (const auto& [name, list] : values) {
-        if (!name.empty() && name[0] == '_') continue;
-        tags.Add(FromUtf8(name), JoinValues(list));
-    }
+    valuesToEntries(values, tags);
     int counter = 0;
     for (const id3frame& frame : tag.frames) {
         if (frame.id == frameId("APIC")) AddPicture(tags, frame, counter);
@@ -166,10 +163,25 @@ bool TagID3v2::Read(IDTags& tags, bool wantVersion) {
         tags.AddBinary(clString(u"_cdtoc"), frame.data.data(), static_cast<uint32_t>(frame.data.size()));
         break;
     }
-    for (const char16_t* name : {u"aRtist", u"aRtist sort", u"aLbum artist", u"aLbum artist sort"}) {
-        if (IDTag* entry = tags.Find(clString(name), false)) rejoinSlashName(entry->Value);
-    }
+    // A tag that holds nothing to show has no version to show either.
+    if (wantVersion && tags.Count() == 1) tags.Clear();
     return true;
+}
+
+void TagID3v2::valuesToEntries(const TagValues& values, IDTags& tags) {
+    for (const auto& entry : values) {
+        if (entry.first.empty() || entry.first[0] != '_') tags.Add(FromUtf8(entry.first), shownValue(values, entry.first));
+    }
+}
+
+clString TagID3v2::shownValue(const TagValues& values, const std::string& name) {
+    const auto found = values.find(name);
+    if (found == values.end()) return clString();
+    clString value = JoinValues(found->second);
+    for (std::string_view repaired : {"aRtist", "aRtist sort", "aLbum artist", "aLbum artist sort"}) {
+        if (equalsNoCase(name, repaired)) rejoinSlashName(value);
+    }
+    return value;
 }
 
 void TagID3v2::rejoinSlashName(clString& value) {

@@ -6,6 +6,8 @@
 #include <set>
 #include <utility>
 
+#include "image/imageinfo.h"
+#include "transport/exceptions.h"
 #include "tags/changetexts.h"
 #include "tags/id3v2/id3text.h"
 #include "tags/id3v2/id3values.h"
@@ -20,12 +22,11 @@ namespace {
 
 constexpr char16_t kDamaged[] =
     u"The ID3v2 tag is damaged: its header claims bytes that can't be read as its own, so it was left as it is.";
+constexpr char16_t kFramesDamaged[] =
+    u"The ID3v2 tag is damaged: a frame in it can't be read to its end, so it was left as it is.";
 constexpr char16_t kNotBuilt[] = u"The new ID3v2 tag could not be built.";
 constexpr char16_t kNoRoom[] = u"There is no room for the larger ID3v2 tag; the file was left as it was.";
 constexpr char16_t kNotChanged[] = u"The file could not be changed.";
-
-// "Year" becomes a whole number, as clString::ToInt reads it.
-std::string IntegerYear(const clString& value) { return std::to_string(value.ToInt()); }
 
 std::vector<std::string> SplitAtCr(const clString& value) {
     std::vector<std::string> pieces;
@@ -45,23 +46,36 @@ int PictureTypeOfKey(const clString& key) {
     return PictureTypeFromName(typeName);
 }
 
-id3frame PictureFrame(const IDTag& entry) {
+// The MIME type that the picture's bytes show; none for bytes of no known
+// format, which the format reads as "image/". The detector names BMP by the
+// type of another format, which other readers would take at its word.
+std::string MimeOf(const uint8_t* data, size_t size) {
+    try {
+        MemoryImageSource source(data, size);
+        const ImageInfo info = DetectImageType(source);
+        if (info.name && std::string_view(info.name) == "BMP") return "image/bmp";
+        return info.mime ? info.mime : "";
+    } catch (const Qel::invalid_input&) {
+        return "";
+    }
+}
+
+id3frame PictureFrame(const IDTag& entry, uint32_t version) {
     clString typeName, description;
     SplitArtKey(entry.Name, typeName, description);
     const uint8_t* data = entry.Data.Data();
     const size_t size = entry.Data.Size();
-    std::string mime;
-    if (size >= 8) mime = data[1] == 'P' && data[2] == 'N' && data[3] == 'G' ? "image/png" : "image/jpeg";
-    const std::string text = description.ToUtf8();   // UTF-8 bytes, whatever the encoding byte says
+    const std::string mime = MimeOf(data, size);
+    const std::string text = description.ToUtf8();
+    const uint8_t encoding = textEncodingFor({text}, version, 0);
     id3frame frame;
     frame.id = frameId("APIC");
-    frame.data.reserve(mime.size() + text.size() + size + 4);
-    frame.data.push_back(0);
+    frame.data.reserve(mime.size() + 2 * text.size() + size + 8);
+    frame.data.push_back(encoding);
     frame.data.insert(frame.data.end(), mime.begin(), mime.end());
     frame.data.push_back(0);
     frame.data.push_back(static_cast<uint8_t>(PictureTypeOfKey(entry.Name)));
-    frame.data.insert(frame.data.end(), text.begin(), text.end());
-    frame.data.push_back(0);
+    appendEncodedText(frame.data, text, encoding);
     frame.data.insert(frame.data.end(), data, data + size);
     return frame;
 }
@@ -86,7 +100,7 @@ void ReplacePictures(id3tag& tag, const IDTags& tags, bool deleteOnly) {
     });
     if (deleteOnly) return;
     for (int i = 0; i < tags.Count(); ++i) {
-        if (IsArtKey(tags[i].Name) && !tags[i].Data.Empty()) tag.frames.push_back(PictureFrame(tags[i]));
+        if (IsArtKey(tags[i].Name) && !tags[i].Data.Empty()) tag.frames.push_back(PictureFrame(tags[i], tag.version));
     }
 }
 
@@ -133,17 +147,22 @@ bool TagID3v2::isSingleValueName(const clString& name) {
 
 // The size of the tag that a rewrite replaces: 0 without a tag; -1 when the
 // header names bytes that can't be proven to be the tag's (it doesn't parse,
-// it runs past the file's end, or what should be padding isn't zeros), which
-// nothing may then overwrite.
-int64_t TagID3v2::provenTagSize(id3tag& tag) {
+// a frame can't be read to its end, it runs past the file's end, or what
+// should be padding isn't zeros), which nothing may then overwrite. With
+// `keepFrom`, padding that holds something else is no refusal: it stays as
+// it is behind the new frames, and `keepFrom` is where it begins in the file.
+int64_t TagID3v2::provenTagSize(id3tag& tag, uint64_t* keepFrom) {
     uint64_t oldSize = tagSizeOnDisk();
     if (oldSize == 0) return 0;
     if (alignment == 2 && oldSize % 2 == 1) ++oldSize;
     bool failed = false;
     const int64_t fileSize = file.Size(&failed);
     if (failed || tagOffset + oldSize > static_cast<uint64_t>(fileSize)) return -1;
-    if (!readTagFrom(tag, file, tagOffset)) return -1;
-    if (!paddingIsZero(tagOffset + 10 + tag.framesEnd, tagOffset + oldSize)) return -1;
+    if (!readTagFrom(tag, file, tagOffset) || tag.damage) return -1;
+    const uint64_t paddingStart = tagOffset + 10 + tag.framesEnd;
+    if (paddingIsZero(paddingStart, tagOffset + oldSize)) return static_cast<int64_t>(oldSize);
+    if (!keepFrom || !tag.framesEndExact || HasFooter(file, tagOffset)) return -1;
+    *keepFrom = paddingStart;
     return static_cast<int64_t>(oldSize);
 }
 
@@ -167,6 +186,11 @@ bool TagID3v2::paddingIsZero(uint64_t from, uint64_t to) {
         left -= step;
     }
     return true;
+}
+
+bool TagID3v2::HasFooter(clFile& file, uint64_t offset) {
+    uint8_t header[10];
+    return !file.Seek(static_cast<int64_t>(offset)) || file.Read(header, 10) != 10 || (header[5] & 0x10) != 0;
 }
 
 bool TagID3v2::Refuse(const char16_t* reason) {
@@ -209,66 +233,70 @@ bool TagID3v2::Prepare(const IDTags& tags, bool deleteOnly) {
     Failure = nullptr;
     prepared_ = false;
     std::vector<uint8_t>& rendered = rendered_;
-    int64_t& oldSize = oldSize_;
     rendered.clear();
-    oldSize = 0;
+    int64_t oldSize = 0;
+    uint64_t keepFrom = 0;   // where kept padding begins; 0: nothing is kept
     try {
         id3tag tag;
         applyFrameNames(tag);
-        oldSize = provenTagSize(tag);
-        if (oldSize < 0) return Refuse(kDamaged);
+        oldSize = provenTagSize(tag, &keepFrom);
+        if (oldSize < 0) return Refuse(tag.damage ? kFramesDamaged : kDamaged);
         if (oldSize == 0) tag.version = versionChoice == 3 ? 4 : 3;
 
         TagValues values;
         framesToValues(tag, values);
+        TagValues changed;   // the old values of the names that change
         for (int i = 0; i < tags.Count(); ++i) {
             const IDTag& entry = tags[i];
             if (entry.Name.View().starts_with(u"_")) continue;
             std::string name = entry.Name.ToUtf8();
             if (equalsNoCase(name, "content group description")) name = "style";
             if (equalsNoCase(name, "ITUNNORM")) name = "COMMENT ITUNNORM";
+            if (!deleteOnly && !entry.Value.Empty() && shownValue(values, name) == entry.Value) continue;
+            const auto found = values.find(name);
+            if (found != values.end() && changed.find(name) == changed.end()) changed.emplace(*found);
             if (deleteOnly || entry.Value.Empty()) {
                 values.erase(name);
                 continue;
             }
             std::vector<std::string>& list = values[name];
             list.clear();
-            if (equalsNoCase(name, "year") && fullDateInYear == 0 && strictYearDate == 0) {
-                list.push_back(IntegerYear(entry.Value));
-            } else if (isSingleValueName(entry.Name)) {
-                list.push_back(entry.Value.ToUtf8());
-            } else {
-                list = SplitAtCr(entry.Value);
-            }
+            if (isSingleValueName(entry.Name)) list.push_back(entry.Value.ToUtf8());
+            else list = SplitAtCr(entry.Value);
         }
         if (auto comments = values.find("comments"); comments != values.end()) {
             std::vector<std::string> moved = std::move(comments->second);
             values.erase(comments);
+            if (auto found = values.find("comment"); found != values.end() && !changed.count("comment")) changed.emplace(*found);
             std::vector<std::string>& comment = values["comment"];
             comment.insert(comment.end(), moved.begin(), moved.end());
         }
 
         WriteSettings settings;
         settings.encoding = encodingChoice == 1 ? 1 : encodingChoice == 2 ? 3 : 0;
-        settings.looseYear = strictYearDate == 0 ? 1 : 0;
-        valuesToFrames(tag, values, settings);
+        settings.looseYear = fullDateInYear;
+        valuesToFrames(tag, std::move(values), settings, &changed);
         ReplacePictures(tag, tags, deleteOnly);
         ReplaceTableOfContents(tag, tags);
 
         streamOutBuffer buffer;
-        if (!tag.frames.empty()) {
+        const uint64_t kept = keepFrom ? tagOffset + static_cast<uint64_t>(oldSize) - keepFrom : 0;
+        if (!tag.frames.empty() || kept != 0) {
             orderPictures(tag);
-            renderTag(tag, buffer, static_cast<uint64_t>(oldSize), maxPadding, alignment);
+            renderTag(tag, buffer, static_cast<uint64_t>(oldSize), maxPadding, alignment, kept);
         }
         rendered.swap(buffer.bytes);
     } catch (...) {
         return Refuse(kNotBuilt);   // nothing has reached the file
     }
-    // The old tag's bytes, to put back when the new ones can't be written.
+    // The bytes that the new ones replace: the old tag, or its part in front
+    // of the kept padding. Put back when the new ones can't be written.
+    const uint64_t replaced = keepFrom ? keepFrom - tagOffset : static_cast<uint64_t>(oldSize);
+    replaced_ = replaced;
     std::vector<uint8_t>& old = old_;
     old.clear();
-    if (!rendered.empty() && oldSize > 0) {
-        old.resize(static_cast<size_t>(oldSize));
+    if (!rendered.empty() && replaced > 0) {
+        old.resize(static_cast<size_t>(replaced));
         if (!file.Seek(static_cast<int64_t>(tagOffset)) ||
             file.Read(old.data(), static_cast<uint32_t>(old.size())) != old.size())
             return Refuse(kNotChanged);
@@ -281,9 +309,9 @@ bool TagID3v2::Commit() {
     if (!std::exchange(prepared_, false)) return Refuse(kNotBuilt);
     const std::vector<uint8_t>& rendered = rendered_;
     const std::vector<uint8_t>& old = old_;
-    const int64_t oldSize = oldSize_;
-    const int64_t delta = static_cast<int64_t>(rendered.size()) - oldSize;
-    if (const char16_t* reason = moveTail(tagOffset + static_cast<uint64_t>(oldSize), delta)) return Refuse(reason);
+    const uint64_t replaced = replaced_;
+    const int64_t delta = static_cast<int64_t>(rendered.size()) - static_cast<int64_t>(replaced);
+    if (const char16_t* reason = moveTail(tagOffset + replaced, delta)) return Refuse(reason);
     if (rendered.empty()) return true;
     const char16_t* reason = putTag(rendered, old);
     return reason == nullptr || Refuse(reason);

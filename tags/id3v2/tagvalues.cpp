@@ -1,5 +1,8 @@
 #include "tags/id3v2/tagvalues.h"
 
+#include <cstdint>
+#include <functional>
+
 #include <algorithm>
 
 namespace id3parser {
@@ -30,14 +33,25 @@ void addValue(TagValues& values, const std::string& name, const std::string& tex
     if (!text.empty()) values[name].push_back(text);
 }
 
+// Later values equal to an earlier one go, found through an open-addressed
+// table of indexes: linear, and a few bytes per value.
 void dedupeYear(TagValues& values) {
     auto found = values.find("Year");
     if (found == values.end() || found->second.size() < 2) return;
+    std::vector<std::string>& list = found->second;
+    size_t capacity = 4;
+    while (capacity < 2 * list.size()) capacity *= 2;
+    constexpr uint32_t kFree = UINT32_MAX;
+    std::vector<uint32_t> slots(capacity, kFree);
     std::vector<std::string> unique;
-    for (std::string& value : found->second) {
-        if (std::find(unique.begin(), unique.end(), value) == unique.end()) unique.push_back(std::move(value));
+    for (std::string& value : list) {
+        size_t slot = std::hash<std::string>{}(value) & (capacity - 1);
+        while (slots[slot] != kFree && unique[slots[slot]] != value) slot = (slot + 1) & (capacity - 1);
+        if (slots[slot] != kFree) continue;
+        slots[slot] = static_cast<uint32_t>(unique.size());
+        unique.push_back(std::move(value));
     }
-    found->second.swap(unique);
+    list.swap(unique);
 }
 
 bool matchesShape(std::string_view text, std::string_view shape) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "id3builder.h"
-#include "largest_allocation.h"
 
 using namespace id3parser;
 using namespace id3test;
@@ -31,55 +30,24 @@ struct Layout {
 
 }  // namespace
 
-TEST(Id3Streams, WindowsFiltersAndCache) {
+// The window's bounds, and unsynchronisation pairs that no valid tag holds,
+// which the generated round trip can't make.
+TEST(Id3Streams, WindowsAndFilters) {
     const std::string data = "0123456789";
     streamInMem mem(reinterpret_cast<const uint8_t*>(data.data()), data.size());
-    streamLimited empty(mem, 0);
     uint8_t byte = 0;
-    EXPECT_EQ(empty.read(&byte, 1), 0u);
-    EXPECT_EQ(empty.skip(1), 0u);
-    EXPECT_THROW(empty.readExact(&byte, 1), parseError);
-
     mem.seek(2);
     streamLimited window(mem, 5);
     EXPECT_EQ(ReadAll(window, 3), "234");
-    window.seek(5);
-    EXPECT_EQ(window.read(&byte, 1), 0u);
     window.seek(1);
     EXPECT_EQ(ReadAll(window, 9), "3456");   // never past the window
     EXPECT_THROW(window.seek(6), parseError);
-    EXPECT_THROW(mem.seek(11), parseError);
-
-    struct Sync {
-        std::string in, out;
-        bool fails;
-    } cases[] = {{std::string("\xFF\x00\x41", 3), "\xFF\x41", false}, {"\xFF\x41", "\xFF\x41", false},
-                 {"\xFF\xE0", "", true}, {"\xFF", "", true}, {std::string("a\xFF\0\0z", 5), std::string("a\xFF\0z", 4), false}};
-    for (const Sync& c : cases) {
-        streamInMem source(reinterpret_cast<const uint8_t*>(c.in.data()), c.in.size());
+    EXPECT_THROW(window.readExact(&byte, 1), parseError);
+    for (const std::string& bad : {std::string("\xFF\xE0"), std::string("\xFF")}) {
+        streamInMem source(reinterpret_cast<const uint8_t*>(bad.data()), bad.size());
         streamFixSync sync(source);
-        if (c.fails) {
-            EXPECT_THROW(ReadAll(sync, 8), parseError) << c.in;
-            continue;
-        }
-        EXPECT_EQ(ReadAll(sync, 8), c.out);
-        EXPECT_THROW(sync.tell(), notSeekableError);
+        EXPECT_THROW(ReadAll(sync, 8), parseError) << bad;
     }
-
-    std::string big(100, 'x');
-    for (size_t i = 0; i < big.size(); ++i) big[i] = static_cast<char>('a' + i % 26);
-    streamInMem bigSource(reinterpret_cast<const uint8_t*>(big.data()), big.size());
-    streamInCache cache(bigSource, 16);
-    EXPECT_EQ(ReadAll(cache, 9), big.substr(0, 9));   // more than half: straight through
-    EXPECT_EQ(cache.filled(), 0u);
-    EXPECT_EQ(cache.tell(), 9u);
-    EXPECT_EQ(ReadAll(cache, 3), big.substr(9, 3));
-    EXPECT_EQ(cache.filled(), 16u);
-    EXPECT_EQ(cache.tell(), 12u);
-    EXPECT_EQ(cache.skip(20), 20u);
-    EXPECT_EQ(ReadAll(cache, 2), big.substr(32, 2));
-    cache.seek(98);
-    EXPECT_EQ(ReadAll(cache, 8), big.substr(98));
 }
 
 TEST(Id3Parser, HandMadeLayouts) {
@@ -89,14 +57,11 @@ TEST(Id3Parser, HandMadeLayouts) {
     const std::string syncText = Text("\xFF\xE0 \xFF");
     const std::string v24Synced = Frame24("TIT2", BigEndian(0, 0) + Synchsafe(static_cast<uint32_t>(syncText.size())) +
                                                       Unsynchronise(syncText), 0, 0x03);
-    const std::string longAlbum(200, 'a');
     const Layout layouts[] = {
         {"2.2 with a picture", Tag(2, Frame22("TT2", Text("t")) + Frame22("TP1", Text("a/b")) +
                                           Frame22("PIC", std::string("\0PNG\x03" "d\0", 7) + png) +
                                           Frame22("ULT", Text("lost"))),
          2, "Artist=a|b;Title=t;"},
-        {"2.3 unsynchronised tag-wide", Tag(3, Unsynchronise(Frame23("TIT2", syncText) + Frame23("TALB", Text("al"))), 0x80), 3,
-         "Album=al;Title=\xC3\xBF\xC3\xA0 \xC3\xBF;"},
         {"2.4 unsynchronised frame with length indicator", Tag(4, v24Synced + Frame24("TALB", Text("al"))), 4,
          "Album=al;Title=\xC3\xBF\xC3\xA0 \xC3\xBF;"},
         {"2.3 extended header", Tag(3, BigEndian(6, 4) + std::string(6, '\x01') + title23, 0x40), 3, "Title=t;"},
@@ -108,8 +73,6 @@ TEST(Id3Parser, HandMadeLayouts) {
          Tag(4, Frame24("TALB", BigEndian(9, 4) + "zz", 0, 0x09) + Frame24("TPE1", Text("e"), 0, 0x04) +
                     Frame24("TCOM", Text("c"), 0x10, 0) + Frame24("TIT2", Text("t"))),
          4, "Title=t;"},
-        {"2.4 laid out as 2.3", Tag(4, Frame23("TALB", Text(longAlbum)) + Frame23("TPE1", Text("a/b"))), 3,
-         "Album=" + longAlbum + ";Artist=a|b;"},
         {"padding ends the frames", Tag(3, title23 + std::string(20, '\0') + Frame23("TALB", Text("x"))), 3,
          "Title=t;"},
         {"three letters in a 2.3 tag", Tag(3, Frame23(std::string("TT2\0", 4), Text("t")) +
@@ -131,7 +94,10 @@ TEST(Id3Parser, HandMadeLayouts) {
     EXPECT_EQ(picture.id, frameId("APIC"));
     EXPECT_EQ(picture.data, Bytes(std::string("\0image/png\0\x03" "d\0", 14) + png));
     EXPECT_EQ(v22.frames.back().id, 0u);   // "ULT" has no four-letter form
-    EXPECT_EQ(Parse(layouts[5].bytes).frames.size(), 1u);   // the compressed frames are skipped
+    const id3tag compressed = Parse(layouts[4].bytes);   // kept unread, to be written back as they are
+    ASSERT_EQ(compressed.frames.size(), 3u);
+    EXPECT_TRUE(compressed.frames.front().opaque && compressed.frames.front().data.empty());
+    EXPECT_EQ(compressed.frames.front().stored, Bytes(Text("zzzz")));
 }
 
 TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
@@ -143,9 +109,6 @@ TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
         Tag(2, Frame22("TT2", Text("t")), 0x40),                  // 2.2 compression
         Tag(3, title, 0x10),
         Tag(4, title, 0x08),
-        Tag(3, Frame23("TIT2", Text("t")).substr(0, 7) + "\x40" + std::string("\0\0t", 3)),   // frame past the window
-        Tag(3, Frame23("TIT2", std::string(1, '\0') + "t").substr(0, 4) + BigEndian(0x4000000, 4) + std::string("\0\0", 2)),
-        Tag(3, Unsynchronise(title) + "\xFF\xE0", 0x80),         // forbidden pair in unsynchronised data
         "ID3\x03",
     };
     for (const std::string& bytes : rejected) EXPECT_THROW(Parse(bytes), parseError) << bytes;
@@ -156,23 +119,23 @@ TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
     std::string inside = Tag(3, title) + Frame23("TALB", Text("outside"));
     EXPECT_EQ(ValuesOf(Parse(inside)), "Title=t;");
 
+    // A frame that runs past the tag, or a damaged frame header, ends the
+    // frames: those in front of it are read, and the tag says it's damaged.
+    const std::string damaged[] = {
+        Tag(3, title + Frame23("TALB", Text("t")).substr(0, 7) + "\x40" + std::string("\0\0t", 3)),
+        Tag(3, title + "TALB" + BigEndian(0x4000000, 4) + std::string("\0\0", 2)),
+        Tag(3, Unsynchronise(title) + "TALB\xFF\xE0", 0x80),
+        Tag(4, Frame24("TIT2", Text("t")) + "TALB\0\0\x80\0\0\0al"),
+        Tag(3, title + "tit2" + BigEndian(1, 4) + std::string("\0\0t", 3)),
+    };
+    for (const std::string& bytes : damaged) {
+        const id3tag tag = Parse(bytes);
+        EXPECT_EQ(ValuesOf(tag), "Title=t;") << bytes;
+        EXPECT_NE(tag.damage, nullptr) << bytes;
+    }
+
     // A bad frame body costs that frame only.
     const std::string frames = Frame23("TALB", Text("al")) + Frame23("TIT2", Text("bad", 4)) +
                                Frame23("TPE1", Text("ar")) + Frame23("POPM", "x") + Frame23("WOAR", "");
     EXPECT_EQ(ValuesOf(Parse(Tag(3, frames))), "Album=al;Artist=ar;");
-}
-
-TEST(Id3Parser, LyingSizesCostNoLargeAllocation) {
-    // A tag that claims 256 MiB and a frame that claims 64 MiB in 10 KB of bytes.
-    std::string bytes = std::string("ID3\x03\0\0\x7F\x7F\x7F\x7F", 10) + std::string("TALB") + BigEndian(0x3FFFFFF, 4) + std::string("\0\0", 2);
-    bytes.resize(10000, 'x');
-    LargestAllocation watch;
-    EXPECT_THROW(Parse(bytes), parseError);
-    bytes = std::string("ID3\x04\0\0\x7F\x7F\x7F\x7F", 10) + std::string("TALB") + Synchsafe(0x3FFFFFF) + std::string("\0\x02", 2);
-    bytes.resize(10000, 'x');
-    EXPECT_NO_THROW(Parse(bytes));   // an unsynchronised body ends where the bytes end
-    if (LargestAllocation::Available()) {
-        EXPECT_GT(watch.Largest(), 16000u);   // the unsynchronised body was seen
-        EXPECT_LT(watch.Largest(), 256u << 10);
-    }
 }

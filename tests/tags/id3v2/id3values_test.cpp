@@ -34,80 +34,55 @@ struct Case {
     std::string values = {};
 };
 
-std::string ValuesAfter(const Case& c, bool strict = false) {
+std::string ValuesAfter(const Case& c) {
     id3tag tag;
     tag.version = c.version;
-    tag.strict = strict ? 1 : 0;
     tag.frames.assign(c.frames.begin(), c.frames.end());
     return ValuesOf(tag);
 }
 
 }  // namespace
 
+// What the generated round trip against mutagen doesn't reach: mutagen writes
+// neither big-endian UTF-16 with a BOM, nor bytes that aren't UTF-8 under
+// encoding 3, nor several strings in a 2.3 frame.
 TEST(Id3Values, TextEncodingsAndMultipleValues) {
     const std::u16string cafe = u"Caf\u00E9 \u263A";
     const std::string cafeUtf8 = "Caf\xC3\xA9 \xE2\x98\xBA";
     const Case cases[] = {
-        {3, {Frame("TIT2", Text("Caf\xE9"))}, "Title=" + cafeUtf8.substr(0, 5) + ";"},
-        {3, {Frame("TIT2", "\x01" + Utf16(cafe, false))}, "Title=" + cafeUtf8 + ";"},
         {3, {Frame("TIT2", "\x01" + Utf16(cafe, true))}, "Title=" + cafeUtf8 + ";"},
-        {3, {Frame("TIT2", "\x01" + Utf16(cafe, false, false))}, "Title=" + cafeUtf8 + ";"},   // no BOM: LE
-        {4, {Frame("TIT2", "\x02" + Utf16(cafe, true, false))}, "Title=" + cafeUtf8 + ";"},
-        {4, {Frame("TIT2", "\x03" + cafeUtf8)}, "Title=" + cafeUtf8 + ";"},
         {4, {Frame("TIT2", "\x03" "Caf\xE9")}, "Title=" + cafeUtf8.substr(0, 5) + ";"},   // not UTF-8: ANSI
-        {3, {Frame("TPE1", Text("A / B/C"))}, "Artist=A|B|C;"},
-        {4, {Frame("TPE1", Text("A / B/C"))}, "Artist=A / B/C;"},
-        {4, {Frame("TPE1", Text(std::string("A\0B", 3)))}, "Artist=A|B;"},
         {4, {Frame("TPE1", "\x01" + Utf16(u"A", false) + kNul16 + Utf16(u"B", true))}, "Artist=A|B;"},
         {3, {Frame("TPE1", Text(std::string("A/B\0C", 5)))}, "Artist=A/B|C;"},   // two strings: no split
-        {3, {Frame("TRCK", Text("3/12")), Frame("TPOS", Text("1/2"))}, "Disc=1/2;Track=3/12;"},
-        {3, {Frame("TIT2", Text("bad", 4)), Frame("TALB", Text("kept"))}, "Album=kept;"},
         {3, {Frame("WOAR", "http://x\0junk")}, "Official artist/performer webpage=http://x;"},
     };
     for (const Case& c : cases) EXPECT_EQ(ValuesAfter(c), c.values) << c.values;
-    EXPECT_EQ(ValuesAfter({3, {Frame("TIT2", "\x01" + Utf16(u"x", false, false))}}, true), "");   // strict wants a BOM
-    EXPECT_EQ(ValuesAfter({3, {Frame("TIT2", Text("Caf\xE9"))}}, true), "");                      // strict ANSI is ASCII
 }
 
 TEST(Id3Values, GenresDatesRatingsAndUserFrames) {
     const std::string comm = std::string("\0eng", 4);
     const Case cases[] = {
-        {3, {Frame("TCON", Text("(17)"))}, "Genre=Rock;"}, {3, {Frame("TCON", Text("17"))}, "Genre=Rock;"},
         {3, {Frame("TCON", Text("200"))}, "Genre=200;"}, {3, {Frame("TCON", Text("(200)"))}, ""},
         {3, {Frame("TCON", Text("(RX)"))}, "Genre=Remix;"}, {3, {Frame("TCON", Text("(CR)"))}, "Genre=Cover;"},
         {3, {Frame("TCON", Text("((Live)"))}, "Genre=(Live);"}, {3, {Frame("TCON", Text("(17)(18)"))}, "Genre=Rock;"},
-        {3, {Frame("TCON", Text("Rock; Pop"))}, "Genre=Rock|Pop;"},
         {4, {Frame("TCON", Text("Rock; Pop"))}, "Genre=Rock; Pop;"},
-        {4, {Frame("TCON", Text(std::string("17\0Pop", 6)))}, "Genre=Rock|Pop;"},
         {3, {Frame("TDAT", Text("0203")), Frame("TYER", Text("2001"))}, "Year=2001-03-02;"},
-        {3, {Frame("TYER", Text("2001")), Frame("TDAT", Text("0203"))}, "Year=2001-03-02;"},
         {3, {Frame("TYER", Text("2001")), Frame("TDAT", Text("0003"))}, "Year=2001-03;"},
         {3, {Frame("TDAT", Text("0203"))}, "Year=0000-03-02;"},
+        {3, {Frame("TDAT", Text("0003")), Frame("TYER", Text("2001")), Frame("TIME", Text("1011"))}, "Year=2001-03;"},
+        {3, {Frame("TDAT", Text("0203")), Frame("TIME", Text("1011")), Frame("TYER", Text("2001"))},
+         "Year=2001-03-02T10:11;"},
         {3, {Frame("TYER", Text("2001")), Frame("TDRC", Text("2001"))}, "Year=2001;"},
         {3, {Frame("TYER", Text("2001")), Frame("TDRC", Text("2002"))}, "Year=2001|2002;"},
-        {4, {Frame("TDRC", Text("2004-05-06T07:08"))}, "Year=2004-05-06T07:08;"},
-        {3, {Frame("POPM", std::string("a@b\0\x01", 5))}, "Rating=2;"},
-        {3, {Frame("POPM", std::string("\0\xFF", 2))}, "Rating=10;"},
-        {3, {Frame("POPM", std::string("\0\xC4", 2))}, "Rating=8;"},
         {3, {Frame("POPM", std::string("\0\xC5", 2)), Frame("POPM", std::string("\0\x00", 2))}, "Rating=9;"},
-        {3, {Frame("COMM", comm + std::string("\0text", 5))}, "Comment=text;"},
         {3, {Frame("COMM", comm + std::string("iTunNORM\0 0A", 12))}, "Comment iTunNORM= 0A;"},
-        {3, {Frame("USLT", comm + std::string("desc\0la la", 10))}, "Lyrics=la la;"},
         {3, {Frame("TXXX", Text(std::string("Mood[3]\0calm", 12)))}, "Mood=calm;"},
         {3, {Frame("TXXX", Text(std::string("replaygain_track_gain\0none", 26)))}, ""},
         {3, {Frame("TXXX", Text(std::string("REPLAYGAIN_TRACK_GAIN\0-1.5 dB", 29)))},
          "REPLAYGAIN_TRACK_GAIN=-1.5 dB;"},
-        {3, {Frame("TXXX", Text(std::string("Soloists\0a/b", 12)))}, "Soloists=a|b;"},
-        {3, {Frame("TXXX", Text(std::string("Other\0a/b", 9)))}, "Other=a/b;"},
-        {4, {Frame("TXXX", Text(std::string("Other\0a\0b", 9)))}, "Other=a|b;"},
         {3, {Frame("TXXX", Text(std::string("lonely", 6)))}, ""},
-        {3, {Frame("WXXX", Text(std::string("home\0http://h", 13)))}, "User defined URL link home=http://h;"},
-        {3, {Frame("WXXX", "\x01" + Utf16(u"", false) + kNul16 + "http://u")}, "User defined URL link=http://u;"},
     };
     for (const Case& c : cases) EXPECT_EQ(ValuesAfter(c), c.values) << c.values;
-    // Frames of the wrong version and malformed years fail the strict pass.
-    EXPECT_EQ(ValuesAfter({3, {Frame("TDRC", Text("2001")), Frame("TYER", Text("circa"))}}, true), "");
-    EXPECT_EQ(ValuesAfter({4, {Frame("TDRC", Text("2001")), Frame("TYER", Text("2001"))}}, true), "Year=2001;");
 }
 
 TEST(Id3Values, FrameTextWalksStrings) {

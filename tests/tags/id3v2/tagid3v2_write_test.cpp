@@ -20,11 +20,10 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
     } cases[] = {
         {"new first, then retained", Tags({{"Title", "New"}}),
          Frame23("TIT2", Text("New") + '\0') + Frame23("TALB", Text("Album")) + kPriv},
-        {"several values", Tags({{"Artist", "A\rB"}}),
-         Frame23("TPE1", Text("A/B") + '\0') + Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv},
         {"an empty value deletes", Tags({{"Album", ""}}), Frame23("TIT2", Text("Old")) + kPriv},
-        {"a year is a number", Tags({{"year", "2001-03-02"}}),
-         Frame23("TYER", Text("2001") + '\0') + Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv},
+        {"a date is a year and a day", Tags({{"year", "2001-03-02"}}),
+         Frame23("TYER", Text("2001") + '\0') + Frame23("TDAT", Text("0203") + '\0') + Frame23("TIT2", Text("Old")) +
+             Frame23("TALB", Text("Album")) + kPriv},
         {"or the whole date", Tags({{"year", "2001-03-02"}}),
          Frame23("TYER", Text("2001-03-02") + '\0') + Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) +
              kPriv,
@@ -34,7 +33,7 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
              Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv},
         {"a picture", cover,
          Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv +
-             Frame23("APIC", std::string("\0image/png\0\x03Sleeve\0", 19) + png)},
+             Frame23("APIC", std::string("\0\0\x03Sleeve\0", 10) + png)},   // bytes of no known format: no MIME
     };
     for (const auto& c : cases) {
         Make(kOld23);
@@ -44,12 +43,6 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
     EXPECT_EQ(Read(), "TagVersion=ID3v2.3;Album=Album;Title=Old;_albumart_1_Front Album Cover<subdesc>Sleeve=[108 bytes];");
     ASSERT_TRUE(Write(noFront));   // a picture without data deletes the pictures of its type
     EXPECT_EQ(TagBytes(), kOld23);
-
-    Make(Tag(4, Frame24("TIT2", Text("Old")) + Frame24("TDRC", Text("1999"))));
-    ASSERT_TRUE(Write(Tags({{"Year", "2004"}, {"Artist", "A\rB"}})));
-    EXPECT_EQ(TagBytes(), Tag(4, Frame24("TDRC", Text("2004") + '\0') +
-                                     Frame24("TPE1", Text("A") + '\0' + "B" + '\0') + Frame24("TIT2", Text("Old"))));
-    EXPECT_EQ(Read(), "TagVersion=ID3v2.4;Artist=A|B;Title=Old;Year=2004;");
 }
 
 TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
@@ -82,7 +75,13 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     const std::string junkPadding = Tag(3, Frame23("TIT2", Text("t")) + std::string(20, '\0') + "audio?");
     for (const std::string& tag : {overrun, tooLong, junkPadding, footed + "3DX" + footed.substr(3, 7)}) {
         Make(tag);
-        EXPECT_FALSE(Write(Tags({{"Title", "x"}})));
+        if (tag == junkPadding) {   // a write keeps what isn't zeros, behind the new frames
+            ASSERT_TRUE(Write(Tags({{"Title", "longer"}})));
+            EXPECT_EQ(TagBytes(), Tag(3, Frame23("TIT2", Text("longer") + '\0') + std::string(20, '\0') + "audio?"));
+            Make(tag);
+        } else {
+            EXPECT_FALSE(Write(Tags({{"Title", "x"}})));
+        }
         EXPECT_TRUE(RunEngine<TagID3v2>(path, [](TagID3v2& engine) {
             engine.Delete();
             return engine.Failure != nullptr;

@@ -1,6 +1,6 @@
 #pragma once
 // Watches the largest single heap request while an object of this type lives,
-// so that a test can prove that a lying size field costs no large allocation.
+// so that the benchmark can show that a lying size field costs no large allocation.
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-// Replaces the global allocation functions of the test program: they allocate
+// Replaces the global allocation functions of the benchmark program: they allocate
 // with malloc as the default ones do, and note the largest request while a
 // LargestAllocation is watching. Sanitizer runtimes bring allocation functions
 // of their own, so there nothing is replaced and nothing is watched.
