@@ -21,6 +21,9 @@ public:
     // The top-level walk stops behind the first SeekHead: from there on the
     // SeekHead is believed.
     bool KeepGoing() override { return VisitedSeekHeads.empty(); }
+    // Without a SeekHead the walk goes on behind a Cluster of unknown size,
+    // which ends where an element that can't be its child begins.
+    bool StepOverUnknown(uint32_t id, EBML::Stream& stream) override;
 
     // Reads SeekHeads that Seek entries point at, until none is new.
     void FollowSeekHeads(EBML::StreamSeekable& stream);
@@ -66,6 +69,12 @@ public:
     uint32_t id = 0;
     uint64_t position = ~uint64_t{0};
 };
+
+// Steps over the children of a Cluster of unknown size, from the stream's
+// position to the first element that can't be a Cluster's child or to the end
+// of the range. False, with the stream at the range's end, when a child runs
+// past that end: a torn last Cluster.
+bool StepOverClusterChildren(EBML::StreamSeekable& stream);
 
 // Finds the first Cluster of a Segment's body.
 class ClusterFinder : public EBML::Parser {

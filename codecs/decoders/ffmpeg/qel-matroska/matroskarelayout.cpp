@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
+#include <set>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskawrite.h"
@@ -29,7 +31,13 @@ struct Survey {
     // An element other than Cluster and Void among the Clusters that no
     // Seek entry names: hidden from a reader that trusts the SeekHead.
     bool hiddenAmongClusters = false;
+    // A Cluster of unknown size: it ends only where its children do.
+    bool unknownClusters = false;
     std::vector<Planned> list;
+    // Offsets of the elements in front of the first Cluster, of the new
+    // element's ID, and of those behind the Clusters, in the old file.
+    std::set<uint64_t> leadingOld;
+    std::vector<uint64_t> tail;
 };
 
 struct Layout {
@@ -53,6 +61,36 @@ void WriteSeekHead(EBML::StreamWritableSimple& buffer, const ElementTableType& t
     EBML::WriteElement(buffer, kSeekHead, body.data(), body.size());
 }
 
+bool IsKnownAt(const ParserRoot& root, uint32_t id, uint64_t offset) {
+    return root.ElemOffsets(id).count(offset) != 0;
+}
+
+// An element the table doesn't know of, met by walking: carried into the new
+// layout, so that nothing a reader may see is overwritten. A stale CRC-32 or
+// a second SeekHead goes; another element of the replaced ID would come back
+// beside the new one, so such a file is left alone.
+void CarryUnknown(Survey& survey, EBML::StreamSeekable& stream, uint32_t found, uint64_t bodySize, uint32_t id) {
+    if (found == kVoid || found == kCrc32 || found == kSeekHead) return;
+    if (found == id || found == kCluster || found == 0) throw FileNotTaggable();
+    survey.list.push_back({{found, EBML::ReadBinary(stream, bodySize)}});
+}
+
+// Walks [from, to) element by element; `visit` gets each element's ID, body
+// size and offset with the stream at its body, and may read the body.
+void WalkElements(EBML::StreamSeekable& stream, uint64_t from, uint64_t to,
+                  const std::function<void(uint32_t, uint64_t, uint64_t)>& visit) {
+    EBML::BoundedSeek(stream, from);
+    while (stream.Tell() < to) {
+        const uint64_t at = stream.Tell();
+        const uint32_t found = EBML::ReadElementId(stream);
+        const uint64_t bodySize = EBML::ReadElementSize(stream);
+        const uint64_t body = stream.Tell();
+        if (bodySize >= EBML::kUnknownSize || body > to || bodySize > to - body) EBML::Fail();
+        visit(found, bodySize, at);
+        EBML::BoundedSeek(stream, body + bodySize);
+    }
+}
+
 // Phase 1: where the Clusters begin and end, and every other element in memory.
 Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data, uint64_t size, uint32_t id) {
     const ParserSegmentV2& segment = root.segment;
@@ -71,7 +109,8 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
     for (const auto& [elementId, offsets] : segment.ElementTable) {
         // The reserved ID 0 would get a Seek entry that no reader accepts.
         if (elementId == 0) EBML::Fail();
-        const bool load = elementId != id && elementId != kVoid && elementId != kSeekHead && elementId != kCluster;
+        const bool load = elementId != id && elementId != kVoid && elementId != kSeekHead && elementId != kCluster &&
+                          elementId != kCrc32;
         for (uint64_t q : offsets) {
             if (load) {
                 EBML::BoundedSeek(stream, q);
@@ -80,24 +119,40 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
                 survey.list.push_back({{elementId, EBML::ReadBinary(stream, bodySize)}});
             }
             if (elementId != kCluster && q > survey.firstCluster) survey.scanTrailing = std::min(survey.scanTrailing, q);
+            if (elementId == id && q < survey.firstCluster) survey.leadingOld.insert(q);
         }
     }
+    // The leading area is rewritten whole: what no Seek entry names is
+    // found by its size fields and carried along.
+    WalkElements(stream, segment.SegmentDataBegin, survey.firstCluster, [&](uint32_t found, uint64_t body, uint64_t at) {
+        if (!IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
+    });
     // Every byte from the first Cluster to the tail must belong to an element
     // that ends in front of the tail, or the tail's bytes aren't proven free.
+    // A Cluster of unknown size ends where its children do.
     EBML::BoundedSeek(stream, survey.firstCluster);
     while (stream.Tell() < survey.scanTrailing) {
         const uint32_t found = EBML::ReadElementId(stream);
-        if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
         const uint64_t bodySize = EBML::ReadElementSize(stream);
+        if (bodySize >= EBML::kUnknownSize && found == kCluster) {
+            EBML::ScopedRange range(stream, survey.scanTrailing - stream.Tell());
+            if (!StepOverClusterChildren(stream)) EBML::Fail();
+            survey.unknownClusters = true;
+            continue;
+        }
+        if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
         if (bodySize > survey.scanTrailing - stream.Tell()) EBML::Fail();
         EBML::BoundedSkip(stream, bodySize);
     }
     // The tail must hold no Cluster: metadata between Clusters can't move.
-    EBML::BoundedSeek(stream, survey.scanTrailing);
-    while (stream.Tell() < stream.m_range.end) {
-        if (EBML::ReadElementId(stream) == kCluster) EBML::Fail();
-        EBML::BoundedSkip(stream, EBML::ReadElementSize(stream));
-    }
+    // It is rewritten whole too, so what the table doesn't know is carried.
+    const uint64_t segEnd = root.SegmentEnd();
+    WalkElements(stream, survey.scanTrailing, stream.m_range.end, [&](uint32_t found, uint64_t body, uint64_t at) {
+        if (found == kCluster) EBML::Fail();
+        if (at >= segEnd) return;   // behind the Segment: cut with the truncation
+        if (!IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
+        if (found != kVoid && found != kCrc32 && found != kSeekHead) survey.tail.push_back(at);
+    });
     return survey;
 }
 
@@ -165,12 +220,55 @@ void LayoutInFront(Survey& survey, Layout& layout, uint64_t dataBegin, uint64_t 
     Append(layout.outPrefix, layout.outPrefix2);
 }
 
+// Clusters of unknown size and no SeekHead: readers find every element by
+// walking, so the leading area stays as it stands, with Info and Tracks in
+// front of the Clusters where a streaming reader needs them. The old element
+// becomes a Void and the new one goes behind the last Cluster, whose end the
+// walk over its children proved.
+void AppendBehindClusters(ParserRoot& root, EBML::StreamRW& stream, const Survey& survey, const uint8_t* data,
+                          uint64_t size, uint32_t id) {
+    ParserSegmentV2& segment = root.segment;
+    for (uint64_t q : root.ElemOffsets(id)) {
+        if (q > survey.firstCluster && q < survey.scanTrailing) EBML::Fail();
+    }
+    ElementTableType fresh;
+    for (const auto& [elementId, offsets] : segment.ElementTable) {
+        for (uint64_t q : offsets) {
+            if (q < survey.scanTrailing && !(elementId == id && survey.leadingOld.count(q) != 0)) fresh[elementId].insert(q);
+        }
+    }
+    EBML::StreamWritableSimple writer;
+    for (uint64_t at : survey.tail) {
+        EBML::BoundedSeek(stream, at);
+        const uint32_t found = EBML::ReadElementId(stream);
+        const uint64_t bodySize = EBML::ReadElementSize(stream);
+        if (found == id) continue;
+        const std::vector<uint8_t> body = EBML::ReadBinary(stream, bodySize);
+        fresh[found].insert(survey.scanTrailing + writer.Size());
+        EBML::WriteElement(writer, found, body.data(), body.size());
+    }
+    fresh[id].insert(survey.scanTrailing + writer.Size());
+    EBML::WriteElement(writer, id, data, size);
+    if (!RewriteSegmentSize(stream, root.SegmentOffset, survey.scanTrailing + writer.Size() - segment.SegmentDataBegin)) {
+        EBML::Fail();
+    }
+    stream.Seek(survey.scanTrailing);
+    stream.Write(writer.Data(), writer.Size());
+    TruncateAt(root, stream, stream.Tell());
+    for (uint64_t q : survey.leadingOld) EBML::WriteVoidAt(stream, q, EBML::MeasureAt(stream, id, q, survey.firstCluster));
+    segment.ElementTable = std::move(fresh);
+}
+
 }  // namespace
 
 void RelayoutSegment(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data, uint64_t size, uint32_t id) {
     ParserSegmentV2& segment = root.segment;
     const uint64_t dataBegin = segment.SegmentDataBegin;
     Survey survey = TakeSurvey(root, stream, data, size, id);
+    if (survey.unknownClusters && !root.HasElement(kSeekHead)) {
+        AppendBehindClusters(root, stream, survey, data, size, id);
+        return;
+    }
 
     // Phase 2: the new bytes of the tail and of the leading area.
     const uint64_t estimate = kSeekEntryRoom * survey.list.size() + kSeekHeadHeaderRoom;
