@@ -151,22 +151,31 @@ bool writeTagsInternal(const clString& path, const Matroska::TagEditor& tagEdito
 namespace Matroska {
 
 bool DeleteFromTagRecord(bool deleteAll, const std::vector<clString>& names, TagRecord& record) {
-    TagValueMap& map = record.Global;
+    // What the read shows of the only audio track goes the same way as
+    // the file-level tags, so that a deleted name doesn't come back.
+    const std::set<std::string> shown = ShownTrackKeys(record);
+    TagValueMap* track = shown.empty() ? nullptr : &record.Tracks[*record.OnlyAudioTrack];
+    auto erase = [&](const std::string& key) {
+        size_t erased = record.Global.erase(key);
+        if (track != nullptr && shown.count(key) != 0) erased += track->erase(key);
+        return erased != 0;
+    };
     if (deleteAll) {
-        if (map.empty()) return false;
-        map.clear();
-        return true;
+        bool changed = !record.Global.empty();
+        record.Global.clear();
+        for (const std::string& key : shown) changed = erase(key) || changed;
+        return changed;
     }
     bool changed = false;
     for (const clString& name : names) {
         const std::string utf8 = name.ToUtf8();
         for (const NumberPairRow& row : NumberPairs) {
             if (!EqualsNoCaseAscii(utf8, row.idTagKey)) continue;
-            const size_t erased = map.erase(row.numberKey) + map.erase(row.totalKey);
-            changed = changed || erased != 0;
+            const bool erased = erase(row.numberKey);
+            changed = erase(row.totalKey) || erased || changed;
         }
         const std::string key = IDTagNameToMatroskaKey(name);
-        if (!key.empty() && map.erase(key) != 0) changed = true;
+        if (!key.empty() && erase(key)) changed = true;
     }
     return changed;
 }
