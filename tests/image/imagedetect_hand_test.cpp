@@ -71,7 +71,7 @@ TEST(ImageDetect, HandMadeEdges) {
     std::string ico100, ico101;
     for (int i = 0; i < 101; ++i) (i < 100 ? ico100 : ico101) += IcoEntry(16, 16, 8);
     ico101 = ico100 + ico101;
-    const std::string gif = std::string("GIF89a") + Le16(5) + Le16(7) + std::string("\x81\0\0", 3) + std::string(3, 'c') +
+    const std::string gif = std::string("GIF89a") + Le16(5) + Le16(7) + std::string("\x81\0\0", 3) + std::string(12, 'c') +
                             "\x21\xF9\x04\x01" + "abc" + std::string("\0,", 2);
     const struct {
         const char* what;
