@@ -160,9 +160,6 @@ public:
     virtual void OnElement(uint32_t id, uint64_t size, Stream& stream);
     virtual void OnEnd();
     virtual bool KeepGoing();
-    // Called behind OnElement for a child of unknown size: true when the
-    // parser stepped over it and the walk of its parent may go on.
-    virtual bool StepOverUnknown(uint32_t id, Stream& stream);
 
     void Run(Stream& stream);
     void RunOne(Stream& stream, uint32_t expectedId);

@@ -35,7 +35,7 @@ bool RunChild(Parser& parser, Stream& stream) {
     const uint64_t size = first == 0xFF ? kUnknownSize : ReadElementSizeRest(stream, first);
     if (size >= kUnknownSize) {
         parser.OnElement(id, kUnknownSize, stream);
-        return parser.StepOverUnknown(id, stream);
+        return false;
     }
     ScopedRange range(stream, size);
     parser.OnElement(id, size, stream);
@@ -50,7 +50,6 @@ void Parser::OnBegin(Stream&) {}
 void Parser::OnElement(uint32_t, uint64_t, Stream&) {}
 void Parser::OnEnd() {}
 bool Parser::KeepGoing() { return true; }
-bool Parser::StepOverUnknown(uint32_t, Stream&) { return false; }
 
 void Parser::Run(Stream& stream) {
     OnBegin(stream);

@@ -77,12 +77,6 @@ void ParserSegmentV2::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
     VisitedSeekHeads.insert(start);
 }
 
-bool ParserSegmentV2::StepOverUnknown(uint32_t id, EBML::Stream& stream) {
-    auto* seekable = dynamic_cast<EBML::StreamSeekable*>(&stream);
-    if (id != kCluster || !VisitedSeekHeads.empty() || seekable == nullptr) return false;
-    return StepOverClusterChildren(*seekable) && stream.Tell() < stream.m_range.end;
-}
-
 bool StepOverClusterChildren(EBML::StreamSeekable& stream) {
     // Timestamp, SilentTracks, Position, PrevSize, SimpleBlock, BlockGroup,
     // EncryptedBlock, Void and CRC-32.

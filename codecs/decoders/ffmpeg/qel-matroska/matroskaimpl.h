@@ -21,9 +21,6 @@ public:
     // The top-level walk stops behind the first SeekHead: from there on the
     // SeekHead is believed.
     bool KeepGoing() override { return VisitedSeekHeads.empty(); }
-    // Without a SeekHead the walk goes on behind a Cluster of unknown size,
-    // which ends where an element that can't be its child begins.
-    bool StepOverUnknown(uint32_t id, EBML::Stream& stream) override;
 
     // Reads SeekHeads that Seek entries point at, until none is new.
     void FollowSeekHeads(EBML::StreamSeekable& stream);

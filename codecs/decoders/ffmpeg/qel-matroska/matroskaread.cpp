@@ -181,7 +181,7 @@ void ReadTagRecord(TagRecord& record, const ParserRoot& root, EBML::StreamSeekab
     record.OnlyAudioTrack = FindOnlyAudioTrack(root, stream);
 }
 
-std::set<std::string> ShownTrackKeys(const TagRecord& record) {
+std::set<std::string> ShownTrackKeys(const TagRecord& record, bool evenShadowed) {
     std::set<std::string> shown;
     if (!record.OnlyAudioTrack) return shown;
     const auto track = record.Tracks.find(*record.OnlyAudioTrack);
@@ -200,7 +200,7 @@ std::set<std::string> ShownTrackKeys(const TagRecord& record) {
     for (const auto& [key, values] : track->second) {
         if (key.empty() || key[0] == '_' || values.empty() || statistics.count(key) != 0) continue;
         const auto global = record.Global.find(key);
-        if (global == record.Global.end() || global->second.empty()) shown.insert(key);
+        if (evenShadowed || global == record.Global.end() || global->second.empty()) shown.insert(key);
     }
     return shown;
 }

@@ -43,8 +43,9 @@ struct TagRecord {
 };
 
 // The keys of the only audio track's tags that the host sees: those the
-// file-level tags lack, leaving out the track's statistics.
-std::set<std::string> ShownTrackKeys(const TagRecord& record);
+// file-level tags lack (or all, shadowed or not), leaving out the track's
+// statistics.
+std::set<std::string> ShownTrackKeys(const TagRecord& record, bool evenShadowed = false);
 // The map that holds what the host sees, or would see, under `key`.
 TagValueMap& MapShowing(TagRecord& record, const std::string& key);
 

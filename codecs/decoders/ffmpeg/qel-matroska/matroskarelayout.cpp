@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <functional>
-#include <set>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskawrite.h"
@@ -31,13 +30,7 @@ struct Survey {
     // An element other than Cluster and Void among the Clusters that no
     // Seek entry names: hidden from a reader that trusts the SeekHead.
     bool hiddenAmongClusters = false;
-    // A Cluster of unknown size: it ends only where its children do.
-    bool unknownClusters = false;
     std::vector<Planned> list;
-    // Offsets of the elements in front of the first Cluster, of the new
-    // element's ID, and of those behind the Clusters, in the old file.
-    std::set<uint64_t> leadingOld;
-    std::vector<uint64_t> tail;
 };
 
 struct Layout {
@@ -119,7 +112,6 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
                 survey.list.push_back({{elementId, EBML::ReadBinary(stream, bodySize)}});
             }
             if (elementId != kCluster && q > survey.firstCluster) survey.scanTrailing = std::min(survey.scanTrailing, q);
-            if (elementId == id && q < survey.firstCluster) survey.leadingOld.insert(q);
         }
     }
     // The leading area is rewritten whole: what no Seek entry names is
@@ -137,7 +129,6 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
         if (bodySize >= EBML::kUnknownSize && found == kCluster) {
             EBML::ScopedRange range(stream, survey.scanTrailing - stream.Tell());
             if (!StepOverClusterChildren(stream)) EBML::Fail();
-            survey.unknownClusters = true;
             continue;
         }
         if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
@@ -149,9 +140,8 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
     const uint64_t segEnd = root.SegmentEnd();
     WalkElements(stream, survey.scanTrailing, stream.m_range.end, [&](uint32_t found, uint64_t body, uint64_t at) {
         if (found == kCluster) EBML::Fail();
-        if (at >= segEnd) return;   // behind the Segment: cut with the truncation
-        if (!IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
-        if (found != kVoid && found != kCrc32 && found != kSeekHead) survey.tail.push_back(at);
+        // Behind the Segment: cut with the truncation.
+        if (at < segEnd && !IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
     });
     return survey;
 }
@@ -220,55 +210,12 @@ void LayoutInFront(Survey& survey, Layout& layout, uint64_t dataBegin, uint64_t 
     Append(layout.outPrefix, layout.outPrefix2);
 }
 
-// Clusters of unknown size and no SeekHead: readers find every element by
-// walking, so the leading area stays as it stands, with Info and Tracks in
-// front of the Clusters where a streaming reader needs them. The old element
-// becomes a Void and the new one goes behind the last Cluster, whose end the
-// walk over its children proved.
-void AppendBehindClusters(ParserRoot& root, EBML::StreamRW& stream, const Survey& survey, const uint8_t* data,
-                          uint64_t size, uint32_t id) {
-    ParserSegmentV2& segment = root.segment;
-    for (uint64_t q : root.ElemOffsets(id)) {
-        if (q > survey.firstCluster && q < survey.scanTrailing) EBML::Fail();
-    }
-    ElementTableType fresh;
-    for (const auto& [elementId, offsets] : segment.ElementTable) {
-        for (uint64_t q : offsets) {
-            if (q < survey.scanTrailing && !(elementId == id && survey.leadingOld.count(q) != 0)) fresh[elementId].insert(q);
-        }
-    }
-    EBML::StreamWritableSimple writer;
-    for (uint64_t at : survey.tail) {
-        EBML::BoundedSeek(stream, at);
-        const uint32_t found = EBML::ReadElementId(stream);
-        const uint64_t bodySize = EBML::ReadElementSize(stream);
-        if (found == id) continue;
-        const std::vector<uint8_t> body = EBML::ReadBinary(stream, bodySize);
-        fresh[found].insert(survey.scanTrailing + writer.Size());
-        EBML::WriteElement(writer, found, body.data(), body.size());
-    }
-    fresh[id].insert(survey.scanTrailing + writer.Size());
-    EBML::WriteElement(writer, id, data, size);
-    if (!RewriteSegmentSize(stream, root.SegmentOffset, survey.scanTrailing + writer.Size() - segment.SegmentDataBegin)) {
-        EBML::Fail();
-    }
-    stream.Seek(survey.scanTrailing);
-    stream.Write(writer.Data(), writer.Size());
-    TruncateAt(root, stream, stream.Tell());
-    for (uint64_t q : survey.leadingOld) EBML::WriteVoidAt(stream, q, EBML::MeasureAt(stream, id, q, survey.firstCluster));
-    segment.ElementTable = std::move(fresh);
-}
-
 }  // namespace
 
 void RelayoutSegment(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data, uint64_t size, uint32_t id) {
     ParserSegmentV2& segment = root.segment;
     const uint64_t dataBegin = segment.SegmentDataBegin;
     Survey survey = TakeSurvey(root, stream, data, size, id);
-    if (survey.unknownClusters && !root.HasElement(kSeekHead)) {
-        AppendBehindClusters(root, stream, survey, data, size, id);
-        return;
-    }
 
     // Phase 2: the new bytes of the tail and of the leading area.
     const uint64_t estimate = kSeekEntryRoom * survey.list.size() + kSeekHeadHeaderRoom;

@@ -151,9 +151,10 @@ bool writeTagsInternal(const clString& path, const Matroska::TagEditor& tagEdito
 namespace Matroska {
 
 bool DeleteFromTagRecord(bool deleteAll, const std::vector<clString>& names, TagRecord& record) {
-    // What the read shows of the only audio track goes the same way as
-    // the file-level tags, so that a deleted name doesn't come back.
-    const std::set<std::string> shown = ShownTrackKeys(record);
+    // What the read shows, or would show, of the only audio track goes the
+    // same way as the file-level tags, so that a deleted name doesn't come
+    // back from the track.
+    const std::set<std::string> shown = ShownTrackKeys(record, true);
     TagValueMap* track = shown.empty() ? nullptr : &record.Tracks[*record.OnlyAudioTrack];
     auto erase = [&](const std::string& key) {
         size_t erased = record.Global.erase(key);
