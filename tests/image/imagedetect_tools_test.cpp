@@ -32,22 +32,16 @@ struct Made {
     Oracle oracle = Oracle::None;
 };
 
-uint32_t Channels(const std::string& text) {
+// (bits per pixel, alpha) as the oracle reads `path`.
+std::tuple<uint32_t, bool> Judge(Oracle oracle, const std::string& path) {
     static const std::map<std::string, uint32_t> kChannels = {
         {"gray", 1}, {"graya", 2}, {"srgb", 3}, {"srgba", 4}, {"Grayscale", 1}, {"RGB", 3}, {"RGBA", 4}};
-    return kChannels.count(text) ? kChannels.at(text) : 0;
-}
-
-// (bits per pixel, alpha) as the oracle reads `path`; the depth is 0 when
-// the oracle doesn't tell it.
-std::tuple<uint32_t, bool> Judge(Oracle oracle, const std::string& path) {
     if (oracle == Oracle::Identify) {
-        const std::string out = it::Run({"/usr/bin/identify", "-format", "%z %[channels] %A", path + "[0]"}).out;
-        std::istringstream words(out);
+        std::istringstream words(it::Run({"/usr/bin/identify", "-format", "%z %[channels] %A", path + "[0]"}).out);
         uint32_t depth = 0;
         std::string channels, alpha;
         words >> depth >> channels >> alpha;
-        return {depth * Channels(channels), alpha != "False" && alpha != "Undefined"};
+        return {depth * kChannels.at(channels), alpha != "False" && alpha != "Undefined"};
     }
     if (oracle == Oracle::HeifInfo) {
         // identify tells the depth of a channel here, but misses the alpha plane.
@@ -60,7 +54,7 @@ std::tuple<uint32_t, bool> Judge(Oracle oracle, const std::string& path) {
     const size_t bit = out.find("-bit ");
     const uint32_t depth = static_cast<uint32_t>(std::stoul(out.substr(out.rfind(' ', bit) + 1)));
     const std::string channels = out.substr(bit + 5, out.find('\n') - bit - 5);
-    return {depth * Channels(channels), channels == "RGBA"};
+    return {depth * kChannels.at(channels), channels == "RGBA"};
 }
 
 }  // namespace
@@ -86,7 +80,7 @@ TEST(ImageDetectTools, AgreesWithFileOnRealImages) {
         {"alpha.bmp", {"/usr/bin/convert", rgba, "OUT"}, 37, 23, true, Oracle::Identify},
         {"a.tiff", {"/usr/bin/convert", rgb, "OUT"}, 37, 23, false, Oracle::Identify},
         {"grayalpha.tiff", {"/usr/bin/convert", rgba, "-type", "GrayscaleAlpha", "OUT"}, 37, 23, true, Oracle::Identify},
-        {"rotated.tiff", {"/usr/bin/convert", rgb, "-orient", "RightTop", "OUT"}, 23, 37, false},
+        {"rotated.tiff", {"/usr/bin/convert", rgb, "-define", "tiff:endian=msb", "-orient", "RightTop", "OUT"}, 23, 37, false},
         {"a.ico", {"/usr/bin/convert", rgb, "-define", "icon:auto-resize=16,48,32", "OUT"}, 48, 48, true},
         {"lossy.webp", {"/usr/bin/cwebp", "-quiet", rgb, "-o", "OUT"}, 37, 23, false},
         {"lossless.webp", {"/usr/bin/cwebp", "-quiet", "-lossless", rgba, "-o", "OUT"}, 37, 23, true},
