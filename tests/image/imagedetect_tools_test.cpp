@@ -72,7 +72,7 @@ TEST(ImageDetectTools, AgreesWithFileOnRealImages) {
         {"a.jpg", {"/usr/bin/convert", rgb, "OUT"}, 37, 23, false},
         {"a.gif", {"/usr/bin/convert", rgb, "OUT"}, 37, 23, false, Oracle::Identify},
         // Its palette's first colour is 0x21, the byte that starts an extension.
-        {"first21.gif", {"/usr/bin/convert", "-size", "37x23", "xc:#210000", "OUT"}, 37, 23, false, Oracle::Identify},
+        {"first21.gif", {"/usr/bin/convert", "-size", "37x23", "xc:#21FFFF", "OUT"}, 37, 23, false, Oracle::Identify},
         {"clear.gif", {"/usr/bin/convert", "-size", "37x23", "xc:none", "-fill", "red", "-draw", "point 3,3", "OUT"}, 37,
          23, true, Oracle::Identify},
         {"a.bmp", {"/usr/bin/convert", rgb, "OUT"}, 37, 23, false, Oracle::Identify},

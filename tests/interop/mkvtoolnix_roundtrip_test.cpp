@@ -327,7 +327,7 @@ protected:
             args.insert(args.end(), {"--picture", "3=" + image});
             written["_albumart_1_Front Album Cover"] = it::ReadFile(image);
         }
-        if (step == Step::BadPicture) args.insert(args.end(), {"--picture", "3=" + svg});
+        if (step == Step::BadPicture) args.insert(args.end(), {"--set", "COMMENT=lost", "--picture", "3=" + svg});
         if (step == Step::DeleteNames) {
             for (const auto& [name, value] : shownBefore)
                 if (random() % 2 && name.rfind("_albumart_", 0) != 0) named.insert(name);
