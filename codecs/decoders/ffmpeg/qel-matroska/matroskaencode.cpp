@@ -284,7 +284,8 @@ bool MergeArt(const IDTags& tags, EBML::Chain& chain) {
     }
     // A picture whose bytes an image attachment holds already is that
     // attachment: kept as it stands, name, MIME type and FileUID, so that
-    // tags aimed at it still find it and no detection judges it anew.
+    // tags aimed at it still find it and no detection judges it anew. It
+    // takes the place the host gave it, as a new picture would.
     auto holds = [&](size_t i, const IDTag& tag) {
         const ParsedAttachment& a = parsed[i];
         return a.dataSize == tag.Data.Size() &&
