@@ -8,7 +8,7 @@ set -euo pipefail
 
 packages=(
   cmake g++ clang ninja-build libclang-rt-14-dev
-  libgtest-dev libbenchmark-dev
+  libgtest-dev libbenchmark-dev nlohmann-json3-dev
   ffmpeg python3 python3-mutagen mkvtoolnix
   imagemagick libavif-bin libheif-examples libjxl-tools webp file
 )
