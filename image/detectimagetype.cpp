@@ -25,7 +25,7 @@ constexpr FormatNames kGif = {"GIF", "gif", "image/gif"};
 constexpr FormatNames kPng = {"PNG", "png", "image/png"};
 constexpr FormatNames kWebp = {"WebP", "webp", "image/webp"};
 constexpr FormatNames kJxl = {"JPEG XL", "jxl", "image/jxl"};
-constexpr FormatNames kBmp = {"BMP", "bmp", "image/x-portable-bitmap"};
+constexpr FormatNames kBmp = {"BMP", "bmp", "image/bmp"};
 
 ImageInfo Named(ImageInfo info, const FormatNames& names) {
     info.name = names.name;

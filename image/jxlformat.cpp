@@ -96,7 +96,12 @@ void SkipExtraFields(BitReader& bits, ImageInfo& info) {
 }
 
 void ReadExtraChannel(BitReader& bits, ImageInfo& info) {
-    if (bits.Read(1) != 0) return;   // all defaults: adds nothing
+    // All defaults: an alpha channel of 8 bits.
+    if (bits.Read(1) != 0) {
+        info.depth += 8;
+        info.alpha = true;
+        return;
+    }
     const uint32_t type = bits.ReadU32({C(0), C(1), 0x04000002, 0x06000012});
     const uint32_t depth = ReadBitDepth(bits);
     bits.Skip({0, 0, 0, 3});
@@ -170,10 +175,25 @@ void ReadJxlCodestream(Qel::streamIn& stream, ImageInfo& info) {
     info.depth = 24;
     if (bits.Read(1)) return;   // all defaults
     if (bits.Read(1)) SkipExtraFields(bits, info);
-    info.depth = ReadBitDepth(bits) * 3;
+    const uint32_t bitDepth = ReadBitDepth(bits);
     bits.Read(1);
+    info.depth = 0;
     const uint32_t extraChannels = bits.ReadU32({C(0), C(1), 0x04000002, 0x0C000001});
     for (uint32_t i = 0; i < extraChannels; ++i) ReadExtraChannel(bits, info);
+    // The colour channels: three, or one when the colour encoding is grey.
+    // A stream that ends before the colour encoding counts three.
+    uint32_t colours = 3;
+    try {
+        bits.Read(1);              // XYB encoded
+        if (bits.Read(1) == 0) {   // not the default encoding
+            bits.Read(1);          // wants an ICC profile
+            constexpr uint32_t kGrey = 1;
+            if (bits.ReadU32({C(0), C(1), 0x04000002, 0x06000012}) == kGrey) colours = 1;
+        }
+    } catch (const Qel::invalid_input&) {
+        colours = 3;
+    }
+    info.depth += bitDepth * colours;
 }
 
 void ReadJxlContainer(Qel::streamIn& stream, ImageInfo& info) {

@@ -43,17 +43,24 @@ void ReadGif(Qel::streamIn& stream, ImageInfo& info) {
     if (info.width == 0 || info.height == 0) Invalid();
     const uint8_t flags = ReadU8(stream);
     stream.skipExact(2);
-    if (flags & 0x80) stream.skipExact(uint64_t{flags & 7u} * 3);
+    // The global colour table: 2^(n+1) colours of 3 bytes.
+    if (flags & 0x80) stream.skipExact(uint64_t{3} << ((flags & 7u) + 1));
     info.depth = 8;
     info.alpha = false;
+    // Extensions up to the first image: a label, then sub-blocks up to an
+    // empty one. The graphic control extension's first sub-block carries
+    // the transparency flag.
     for (uint8_t next = ReadU8(stream); next == kGifExtension; next = ReadU8(stream)) {
         const uint8_t label = ReadU8(stream);
-        uint8_t size = ReadU8(stream);
-        if (label == kGifControl && size == 4) {
-            if (ReadU8(stream) & 1) info.alpha = true;
-            --size;
+        bool first = true;
+        for (uint8_t size = ReadU8(stream); size != 0; size = ReadU8(stream)) {
+            if (first && label == kGifControl && size == 4) {
+                if (ReadU8(stream) & 1) info.alpha = true;
+                --size;
+            }
+            first = false;
+            stream.skipExact(size);
         }
-        stream.skipExact(size);
     }
 }
 
@@ -162,6 +169,14 @@ void ReadBmp(Qel::streamIn& stream, ImageInfo& info) {
     stream.skipExact(2);
     info.depth = ReadU16LE(stream);
     info.alpha = false;
+    // Headers from version 3 on carry masks; a non-zero alpha mask on 32
+    // bits per pixel is an alpha channel.
+    constexpr uint32_t kHeaderWithAlphaMask = 56, kBitFields = 3, kAlphaBitFields = 6;
+    if (headerSize < kHeaderWithAlphaMask || info.depth != 32) return;
+    const uint32_t compression = ReadU32LE(stream);
+    stream.skipExact(32);
+    const uint32_t alphaMask = ReadU32LE(stream);
+    info.alpha = alphaMask != 0 && (compression == kBitFields || compression == kAlphaBitFields);
 }
 
 void ReadIco(Qel::streamIn& stream, ImageInfo& info) {

@@ -61,6 +61,8 @@ void ReadTiff(ImageSource& source, bool bigEndian, ImageInfo& info) {
                 samplesOffset = v;
                 samplesCount = count;
             }
+        } else if (tag == 338 && count >= 1) {
+            info.alpha = true;   // extra samples: alpha, associated or not
         } else if (tag == 262 && type == kShort && single && v == 4) {
             info.alpha = true;
         } else if (tag == 274 && type == kShort && single) {

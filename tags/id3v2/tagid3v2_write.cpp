@@ -47,13 +47,11 @@ int PictureTypeOfKey(const clString& key) {
 }
 
 // The MIME type that the picture's bytes show; none for bytes of no known
-// format, which the format reads as "image/". The detector names BMP by the
-// type of another format, which other readers would take at its word.
+// format, which the format reads as "image/".
 std::string MimeOf(const uint8_t* data, size_t size) {
     try {
         MemoryImageSource source(data, size);
         const ImageInfo info = DetectImageType(source);
-        if (info.name && std::string_view(info.name) == "BMP") return "image/bmp";
         return info.mime ? info.mime : "";
     } catch (const Qel::invalid_input&) {
         return "";

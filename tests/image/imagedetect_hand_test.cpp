@@ -40,19 +40,6 @@ std::string Iso(const std::string& beforeMeta, const std::string& properties) {
 }
 std::string Ispe(uint32_t w, uint32_t h) { return Box("ispe", std::string(4, '\0') + Be32(w) + Be32(h)); }
 
-std::string Tiff(bool bigEndian, uint16_t orientation) {
-    auto u16 = [&](uint32_t v) { return bigEndian ? Be16(v) : Le16(v); };
-    auto u32 = [&](uint32_t v) { return bigEndian ? Be32(v) : Le16(v) + Le16(v >> 16); };
-    auto entry = [&](uint16_t tag, uint16_t type, uint32_t count, const std::string& value) {
-        return u16(tag) + u16(type) + u32(count) + value;
-    };
-    std::string t = std::string(bigEndian ? "MM" : "II") + u16(42) + u32(8) + u16(5);
-    t += entry(256, 3, 1, u16(40) + u16(0)) + entry(257, 4, 1, u32(30));
-    t += entry(258, 3, 3, u32(8 + 2 + 5 * 12 + 4)) + entry(262, 3, 1, u16(2) + u16(0));
-    t += entry(274, 3, 1, u16(orientation) + u16(0)) + u32(0);
-    return t + u16(8) + u16(8) + u16(8);
-}
-
 // "NAME WxH dD" with " alpha", or "fail".
 std::string Detect(const std::string& bytes) {
     try {
@@ -71,8 +58,6 @@ TEST(ImageDetect, HandMadeEdges) {
     std::string ico100, ico101;
     for (int i = 0; i < 101; ++i) (i < 100 ? ico100 : ico101) += IcoEntry(16, 16, 8);
     ico101 = ico100 + ico101;
-    const std::string gif = std::string("GIF89a") + Le16(5) + Le16(7) + std::string("\x81\0\0", 3) + std::string(3, 'c') +
-                            "\x21\xF9\x04\x01" + "abc" + std::string("\0,", 2);
     const struct {
         const char* what;
         std::string bytes;
@@ -81,7 +66,6 @@ TEST(ImageDetect, HandMadeEdges) {
         {"empty", "", "fail"}, {"unknown start", "XY0123456789", "fail"},
         {"GX", "GX89a" + std::string(20, '\1'), "fail"},
         {"GIF with zero width", std::string("GIF89a") + Le16(0) + Le16(7) + std::string(10, '\0'), "fail"},
-        {"GIF with transparency", gif, "GIF 5x7 d8 alpha"},
         {"ICO of 100 entries", Ico(1, ico100, 100), "ICO 16x16 d8 alpha"},
         {"ICO of 101 entries", Ico(1, ico101, 101), "fail"}, {"cursor", Ico(2, IcoEntry(16, 16, 8), 1), "fail"},
         {"ICO width byte 0", Ico(1, IcoEntry(32, 32, 32) + IcoEntry(0, 0, 32), 2), "ICO 256x256 d32 alpha"},
@@ -101,8 +85,6 @@ TEST(ImageDetect, HandMadeEdges) {
         {"ISO with hvcC then av1C", Iso("", Box("hvcC", "y") + Ispe(4, 3) + Box("av1C", "x")), "AVIF 4x3 d24"},
         {"ISO without codec", Iso("", Ispe(4, 3)), "fail"},
         {"ISO child larger than parent", Iso("", Be32(100) + "ispe"), "fail"},
-        {"TIFF big-endian, orientation 6", Tiff(true, 6), "TIFF 30x40 d24"},
-        {"TIFF little-endian", Tiff(false, 1), "TIFF 40x30 d24"},
         {"BMP core header", "BM" + std::string(12, '\0') + Le16(12) + Le16(0) + Le16(7) + Le16(9) + Le16(1) + Le16(24),
          "BMP 7x9 d24"},
         // small, height (1 + 1) x 8, ratio 1:1, all defaults

@@ -47,7 +47,20 @@ inline SegmentView WalkSegment(const std::string& b) {
     while (at < view.dataEnd) {
         TopElement e;
         e.offset = at;
-        if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false) || at + size > view.dataEnd) {
+        const bool read = ReadVar(b, at, id, true) && ReadVar(b, at, size, false);
+        if (read && id == 0x1F43B675 && (size == 127 || size == (uint64_t{1} << 56) - 1)) {
+            // A Cluster of unknown size ends where an element that isn't its child begins.
+            const std::string children = "\xE7\xA7\xAB\xA3\xA0\xAF\xEC\xBF";
+            for (uint64_t child = 0, childAt = at; childAt < view.dataEnd; childAt = at) {
+                if (children.find(b[childAt]) == std::string::npos || !ReadVar(b, at, child, true) ||
+                    !ReadVar(b, at, size, false) || (at += size) > view.dataEnd) {
+                    at = childAt;
+                    break;
+                }
+            }
+            size = 0;
+        }
+        if (!read || at + size > view.dataEnd) {
             view.error = "bad element at " + std::to_string(e.offset);
             return view;
         }

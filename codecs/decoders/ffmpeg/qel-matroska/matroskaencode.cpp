@@ -2,6 +2,8 @@
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaencode.h"
 
+#include <algorithm>
+#include <cstring>
 #include <random>
 #include <stdexcept>
 
@@ -40,7 +42,8 @@ bool SameValues(const std::vector<TagValue>& a, const std::vector<TagValue>& b) 
     return true;
 }
 
-bool MergeNumberPair(const IDTags& tags, const NumberPairRow& row, TagValueMap& map) {
+bool MergeNumberPair(const IDTags& tags, const NumberPairRow& row, TagRecord& record) {
+    TagValueMap& map = MapShowing(record, row.numberKey);
     const IDTag* tag = tags.Find(clString::FromUtf8(row.idTagKey), false);
     if (tag == nullptr || tag->Value.Empty()) return false;
     const std::string value = tag->Value.ToUtf8();
@@ -88,9 +91,9 @@ std::string IDTagNameToMatroskaKey(const clString& name) {
 TagValue MakeTagValue(const std::string& name, const std::string& value) {
     const std::string upper = UpperAscii(name);
     for (const TargetLevelRow& row : TargetLevels) {
-        if (upper == row.genericKey) return TagValue{value, row.tagName, row.level, {}};
+        if (upper == row.genericKey) return TagValue{value, row.tagName, row.level, {}, std::nullopt};
     }
-    return TagValue{value, upper, kDefaultLevel, {}};
+    return TagValue{value, upper, kDefaultLevel, {}, std::nullopt};
 }
 
 bool ReplaceList(TagValueMap& map, const std::string& key, std::vector<TagValue> values) {
@@ -100,36 +103,71 @@ bool ReplaceList(TagValueMap& map, const std::string& key, std::vector<TagValue>
     return true;
 }
 
+bool MergeValues(TagValueMap& map, const std::string& key, std::vector<std::string> pieces) {
+    std::vector<TagValue>& list = map[key];
+    const bool same = list.size() == pieces.size() &&
+                      std::equal(list.begin(), list.end(), pieces.begin(),
+                                 [](const TagValue& value, const std::string& piece) { return value.value == piece; });
+    if (same) return false;
+    // The name addresses the values at its own level when the file has any
+    // there; values at other levels that the read showed under the same name
+    // stay as they are, and a piece that repeats one of them is that value.
+    const uint64_t level = MakeTagValue(key, {}).level;
+    const bool anyAtLevel =
+        std::any_of(list.begin(), list.end(), [level](const TagValue& value) { return value.level == level; });
+    std::vector<TagValue> kept, addressed;
+    for (TagValue& value : list) (anyAtLevel && value.level != level ? kept : addressed).push_back(std::move(value));
+    for (const TagValue& value : kept) {
+        const auto echoed = std::find(pieces.begin(), pieces.end(), value.value);
+        if (echoed != pieces.end()) pieces.erase(echoed);
+    }
+    // An unchanged value keeps its level, its targets and its bytes.
+    std::vector<TagValue> merged;
+    std::vector<bool> used(addressed.size());
+    for (const std::string& piece : pieces) {
+        size_t i = 0;
+        while (i < addressed.size() && (used[i] || addressed[i].value != piece)) ++i;
+        if (i < addressed.size()) {
+            used[i] = true;
+            merged.push_back(std::move(addressed[i]));
+        } else {
+            merged.push_back(MakeTagValue(key, piece));
+        }
+    }
+    for (TagValue& value : kept) merged.push_back(std::move(value));
+    list = std::move(merged);
+    return true;
+}
+
 bool MergeIDTags(const IDTags& tags, TagRecord& record) {
-    TagValueMap& map = record.Global;
     bool changed = false;
-    for (const NumberPairRow& row : NumberPairs) changed = MergeNumberPair(tags, row, map) || changed;
+    for (const NumberPairRow& row : NumberPairs) changed = MergeNumberPair(tags, row, record) || changed;
     for (int i = 0; i < tags.Count(); ++i) {
         const IDTag& tag = tags[i];
         if (tag.Name.Length() > 0 && tag.Name[0] == u'_') continue;
         const std::string key = IDTagNameToMatroskaKey(tag.Name);
         if (key.empty()) continue;
-        std::vector<TagValue> values;
-        for (const std::string& piece : SplitAtCr(tag.Value.ToUtf8())) values.push_back(MakeTagValue(key, piece));
-        changed = ReplaceList(map, key, std::move(values)) || changed;
+        changed = MergeValues(MapShowing(record, key), key, SplitAtCr(tag.Value.ToUtf8())) || changed;
     }
     return changed;
 }
 
 void EncodeTagValueMap(const TagValueMap& map, const uint8_t* prefix, uint64_t prefixSize, EBML::StreamWritable& sink) {
     EBML::StreamWritableSimple body;
-    bool open = false;
-    uint64_t openLevel = 0;
+    const TagValue* open = nullptr;
     for (const auto& [key, values] : map) {
         for (const TagValue& value : values) {
-            if (!open || value.level != openLevel) {
-                if (open) CloseTag(body, sink);
+            if (open == nullptr || value.level != open->level || value.targets != open->targets) {
+                if (open != nullptr) CloseTag(body, sink);
                 EBML::StreamWritableSimple targets;
-                targets.Write(prefix, prefixSize);
-                EBML::WriteUIntElement(targets, kTargetTypeValue, value.level);
+                if (value.targets) {
+                    targets.Write(value.targets->data(), value.targets->size());
+                } else {
+                    targets.Write(prefix, prefixSize);
+                    EBML::WriteUIntElement(targets, kTargetTypeValue, value.level);
+                }
                 EBML::WriteElement(body, kTargets, targets.Data(), targets.Size());
-                open = true;
-                openLevel = value.level;
+                open = &value;
             }
             if (!value.raw.empty()) {
                 EBML::WriteElement(body, kSimpleTag, value.raw.data(), value.raw.size());
@@ -144,7 +182,7 @@ void EncodeTagValueMap(const TagValueMap& map, const uint8_t* prefix, uint64_t p
             EBML::WriteElement(body, kSimpleTag, simple.Data(), simple.Size());
         }
     }
-    if (open) CloseTag(body, sink);
+    if (open != nullptr) CloseTag(body, sink);
 }
 
 void EncodeScopedMaps(const ScopedTagMaps& uidMap, uint32_t uidId, EBML::StreamWritable& sink) {
@@ -236,13 +274,45 @@ bool MergeArt(const IDTags& tags, EBML::Chain& chain) {
         if (StartsWithNoCase(tags[i].Name, u"_albumart_")) names.push_back(tags[i].Name);
     }
     const std::set<std::string> stems = ArtKeysToStems(names);
-    bool changed = !stems.empty() && RemoveNamedImages(chain, stems);
-    EBML::Chain added;
-    for (int i = 0; i < tags.Count(); ++i) {
-        if (StartsWithNoCase(tags[i].Name, u"_albumart_")) added.push_back({kAttachedFile, EncodeAttachedFile(tags[i])});
+    std::vector<ParsedAttachment> parsed(chain.size());
+    std::vector<bool> drop(chain.size()), image(chain.size());
+    for (size_t i = 0; i < chain.size(); ++i) {
+        if (chain[i].id != kAttachedFile) continue;
+        parsed[i] = ParseAttachedFile(chain[i]);
+        image[i] = StartsWith(parsed[i].mimeType, "image/");
+        drop[i] = image[i] && stems.count(UpperAscii(StripExtension(EBML::CText(parsed[i].fileName)))) != 0;
     }
-    if (added.empty()) return changed;
-    chain.insert(chain.begin(), std::make_move_iterator(added.begin()), std::make_move_iterator(added.end()));
+    // A picture whose bytes an image attachment holds already is that
+    // attachment: kept as it stands, name, MIME type and FileUID, so that
+    // tags aimed at it still find it and no detection judges it anew. It
+    // takes the place the host gave it, as a new picture would.
+    auto holds = [&](size_t i, const IDTag& tag) {
+        const ParsedAttachment& a = parsed[i];
+        return a.dataSize == tag.Data.Size() &&
+               (a.dataSize == 0 || std::memcmp(chain[i].data.data() + a.dataOffset, tag.Data.Data(), a.dataSize) == 0);
+    };
+    EBML::Chain merged;
+    std::vector<bool> reused(chain.size());
+    for (int t = 0; t < tags.Count(); ++t) {
+        if (!StartsWithNoCase(tags[t].Name, u"_albumart_")) continue;
+        size_t i = 0;
+        while (i < chain.size() && (!image[i] || reused[i] || !holds(i, tags[t]))) ++i;
+        if (i < chain.size()) {
+            reused[i] = drop[i] = true;
+            merged.push_back(chain[i]);
+        } else {
+            merged.push_back({kAttachedFile, EncodeAttachedFile(tags[t])});
+        }
+    }
+    for (size_t i = 0; i < chain.size(); ++i) {
+        if (!drop[i]) merged.push_back(chain[i]);
+    }
+    const bool same = merged.size() == chain.size() &&
+                      std::equal(merged.begin(), merged.end(), chain.begin(), [](const auto& a, const auto& b) {
+                          return a.id == b.id && a.data == b.data;
+                      });
+    if (same) return false;
+    chain = std::move(merged);
     return true;
 }
 

@@ -29,6 +29,8 @@ std::string IDTagNameToMatroskaKey(const clString& name);
 TagValue MakeTagValue(const std::string& name, const std::string& value);
 // Replaces the list under `key` unless the values are equal; true if it changed.
 bool ReplaceList(TagValueMap& map, const std::string& key, std::vector<TagValue> values);
+// Merges the pieces of one host value into the list under `key`; true if it changed.
+bool MergeValues(TagValueMap& map, const std::string& key, std::vector<std::string> pieces);
 bool MergeIDTags(const IDTags& tags, TagRecord& record);
 
 void EncodeTagValueMap(const TagValueMap& map, const uint8_t* prefix, uint64_t prefixSize, EBML::StreamWritable& sink);

@@ -12,6 +12,7 @@ inline constexpr uint32_t kSeek = 0xDBB;
 inline constexpr uint32_t kSeekId = 0x13AB;
 inline constexpr uint32_t kSeekPosition = 0x13AC;
 inline constexpr uint32_t kVoid = 0x6C;
+inline constexpr uint32_t kCrc32 = 0x3F;
 inline constexpr uint32_t kInfo = 0x0549A966;
 inline constexpr uint32_t kTracks = 0x0654AE6B;
 inline constexpr uint32_t kCues = 0x0C53BB6B;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -75,6 +76,28 @@ void ParserSegmentV2::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
     const uint64_t start = elementStart;
     ReadSeekEntries(stream);
     VisitedSeekHeads.insert(start);
+}
+
+bool StepOverClusterChildren(EBML::StreamSeekable& stream) {
+    // Timestamp, SilentTracks, Position, PrevSize, SimpleBlock, BlockGroup,
+    // EncryptedBlock, Void and CRC-32.
+    static constexpr uint32_t kChildren[] = {0x67, 0x1854, 0x27, 0x2B, 0x23, 0x20, 0x2F, kVoid, kCrc32};
+    while (stream.Tell() < stream.m_range.end) {
+        const uint64_t start = stream.Tell();
+        const uint32_t id = EBML::ReadElementId(stream);
+        if (std::find(std::begin(kChildren), std::end(kChildren), id) == std::end(kChildren)) {
+            stream.Seek(start);
+            return true;
+        }
+        const uint64_t size = EBML::ReadElementSize(stream);
+        const uint64_t body = stream.Tell();
+        if (size >= EBML::kUnknownSize || size > stream.m_range.end - body) {
+            stream.Seek(stream.m_range.end);
+            return false;
+        }
+        EBML::BoundedSkip(stream, size);
+    }
+    return true;
 }
 
 void ParserSegmentV2::ReadSeekEntries(EBML::Stream& stream) {

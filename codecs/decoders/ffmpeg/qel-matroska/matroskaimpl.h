@@ -67,6 +67,12 @@ public:
     uint64_t position = ~uint64_t{0};
 };
 
+// Steps over the children of a Cluster of unknown size, from the stream's
+// position to the first element that can't be a Cluster's child or to the end
+// of the range. False, with the stream at the range's end, when a child runs
+// past that end: a torn last Cluster.
+bool StepOverClusterChildren(EBML::StreamSeekable& stream);
+
 // Finds the first Cluster of a Segment's body.
 class ClusterFinder : public EBML::Parser {
 public:

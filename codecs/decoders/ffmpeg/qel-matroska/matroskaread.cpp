@@ -1,6 +1,8 @@
 // Reading Tags and Attachments into the tag record and into the host's tags.
 
+#include <algorithm>
 #include <cstdlib>
+#include <optional>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskarecord.h"
@@ -101,7 +103,9 @@ void MyParserSimpleTag::OnElement(uint32_t id, uint64_t size, EBML::Stream& stre
 void MyParserTag::OnElement(uint32_t id, uint64_t size, EBML::Stream& stream) {
     if (id == kTargets) {
         if (targets.parsed) EBML::Fail();
-        targets.Run(stream);
+        targetsBody = EBML::ReadBinary(stream, size);
+        EBML::StreamMem memory(targetsBody.data(), targetsBody.size());
+        targets.Run(memory);
         return;
     }
     if (id != kSimpleTag || size == 0) return;
@@ -122,9 +126,13 @@ void MyParserTags::OnElement(uint32_t id, uint64_t, EBML::Stream& stream) {
 void AddTagRecord(const MyParserTag& tag, TagRecord& record) {
     const ParserTagTargets& targets = tag.targets;
     const uint64_t level = LevelOf(targets);
+    const size_t places = targets.chapterUids.size() + targets.trackUids.size() + targets.editionUids.size() +
+                          targets.attachmentUids.size();
+    std::optional<std::vector<uint8_t>> kept;
+    if (!targets.AimsAtOne() || places == 1) kept = tag.targetsBody;
     for (const SimpleTagRecord& simple : tag.records) {
         const std::string key = simple.hasValue ? KeyOf(simple.name, level) : std::string();
-        const TagValue value{simple.value, simple.name, level, simple.raw};
+        const TagValue value{simple.value, simple.name, level, simple.raw, kept};
         if (!targets.AimsAtOne()) {
             record.Global[key].push_back(value);
             continue;
@@ -136,17 +144,76 @@ void AddTagRecord(const MyParserTag& tag, TagRecord& record) {
     }
 }
 
+// The UID of the one audio track, if there is exactly one. Tracks that
+// can't be read leave it unknown: they don't stop the tags being read.
+std::optional<uint64_t> FindOnlyAudioTrack(const ParserRoot& root, EBML::StreamSeekable& stream) {
+    constexpr uint32_t kTrackEntry = 0x2E, kTrackType = 0x03, kTrackUid = 0x33C5;
+    constexpr uint64_t kAudio = 2;
+    std::vector<uint64_t> audio;
+    try {
+        root.ForEachElement(kTracks, [&](uint64_t offset) {
+            EBML::BoundedSeek(stream, offset);
+            if (EBML::ReadElementId(stream) != kTracks) EBML::Fail();
+            EBML::ScopedRange range(stream, EBML::ReadElementSize(stream));
+            EBML::ForEachChild(stream, [&](uint32_t id, uint64_t, EBML::Stream& entry) {
+                if (id != kTrackEntry) return;
+                uint64_t type = 0, uid = 0;
+                EBML::ForEachChild(entry, [&](uint32_t child, uint64_t size, EBML::Stream& body) {
+                    if (child == kTrackType) type = EBML::ReadUInt(body, size);
+                    if (child == kTrackUid) uid = EBML::ReadUInt(body, size);
+                });
+                if (type == kAudio) audio.push_back(uid);
+            });
+        });
+    } catch (const EBML::ParseError&) {
+        return std::nullopt;
+    }
+    if (audio.size() != 1) return std::nullopt;
+    return audio.front();
+}
+
 void ReadTagRecord(TagRecord& record, const ParserRoot& root, EBML::StreamSeekable& stream) {
     root.ForEachElement(kTags, [&](uint64_t offset) {
         EBML::BoundedSeek(stream, offset);
         MyParserTags parser(&record);
         parser.RunOne(stream, kTags);
     });
+    record.OnlyAudioTrack = FindOnlyAudioTrack(root, stream);
+}
+
+std::set<std::string> ShownTrackKeys(const TagRecord& record, bool evenShadowed) {
+    std::set<std::string> shown;
+    if (!record.OnlyAudioTrack) return shown;
+    const auto track = record.Tracks.find(*record.OnlyAudioTrack);
+    if (track == record.Tracks.end()) return shown;
+    // A muxer's statistics of the stream, named in _STATISTICS_TAGS, and its
+    // DURATION are facts about the audio, not tags a person set.
+    std::set<std::string> statistics = {"DURATION"};
+    if (const auto named = track->second.find("_STATISTICS_TAGS"); named != track->second.end() && !named->second.empty()) {
+        const std::string names = EBML::CText(named->second.front().value);
+        for (size_t at = 0; at < names.size();) {
+            const size_t space = std::min(names.find(' ', at), names.size());
+            statistics.insert(UpperAscii(names.substr(at, space - at)));
+            at = space + 1;
+        }
+    }
+    for (const auto& [key, values] : track->second) {
+        if (key.empty() || key[0] == '_' || values.empty() || statistics.count(key) != 0) continue;
+        const auto global = record.Global.find(key);
+        if (evenShadowed || global == record.Global.end() || global->second.empty()) shown.insert(key);
+    }
+    return shown;
+}
+
+TagValueMap& MapShowing(TagRecord& record, const std::string& key) {
+    if (ShownTrackKeys(record).count(key) == 0) return record.Global;
+    return record.Tracks[*record.OnlyAudioTrack];
 }
 
 void TagRecordToIDTags(const TagRecord& record, IDTags& tags) {
     tags.Clear();
-    const TagValueMap& global = record.Global;
+    TagValueMap global = record.Global;
+    for (const std::string& key : ShownTrackKeys(record)) global[key] = record.Tracks.at(*record.OnlyAudioTrack).at(key);
     for (const NumberPairRow& row : NumberPairs) {
         const std::vector<TagValue>* number = NonEmptyList(global, row.numberKey);
         if (number == nullptr) continue;

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -23,6 +24,9 @@ struct TagValue {
     std::string name;    // upper-cased
     uint64_t level = 0;
     std::vector<uint8_t> raw;
+    // The body of the Targets it was read under, when that Tag aimed at one
+    // place only; written back as it stood, TargetType text and all.
+    std::optional<std::vector<uint8_t>> targets;
 };
 
 using TagValueMap = std::map<std::string, std::vector<TagValue>>;
@@ -34,7 +38,16 @@ struct TagRecord {
     ScopedTagMaps Tracks;
     ScopedTagMaps Editions;
     ScopedTagMaps Attachments;
+    // The UID of the file's one audio track, when it has exactly one.
+    std::optional<uint64_t> OnlyAudioTrack;
 };
+
+// The keys of the only audio track's tags that the host sees: those the
+// file-level tags lack (or all, shadowed or not), leaving out the track's
+// statistics.
+std::set<std::string> ShownTrackKeys(const TagRecord& record, bool evenShadowed = false);
+// The map that holds what the host sees, or would see, under `key`.
+TagValueMap& MapShowing(TagRecord& record, const std::string& key);
 
 struct NumberPairRow {
     const char* idTagKey;
@@ -94,6 +107,7 @@ public:
     void OnElement(uint32_t id, uint64_t size, EBML::Stream& stream) override;
 
     ParserTagTargets targets;
+    std::vector<uint8_t> targetsBody;
     std::vector<SimpleTagRecord> records;
 };
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskawrite.h"
@@ -53,6 +54,36 @@ void WriteSeekHead(EBML::StreamWritableSimple& buffer, const ElementTableType& t
     EBML::WriteElement(buffer, kSeekHead, body.data(), body.size());
 }
 
+bool IsKnownAt(const ParserRoot& root, uint32_t id, uint64_t offset) {
+    return root.ElemOffsets(id).count(offset) != 0;
+}
+
+// An element the table doesn't know of, met by walking: carried into the new
+// layout, so that nothing a reader may see is overwritten. A stale CRC-32 or
+// a second SeekHead goes; another element of the replaced ID would come back
+// beside the new one, so such a file is left alone.
+void CarryUnknown(Survey& survey, EBML::StreamSeekable& stream, uint32_t found, uint64_t bodySize, uint32_t id) {
+    if (found == kVoid || found == kCrc32 || found == kSeekHead) return;
+    if (found == id || found == kCluster || found == 0) throw FileNotTaggable();
+    survey.list.push_back({{found, EBML::ReadBinary(stream, bodySize)}});
+}
+
+// Walks [from, to) element by element; `visit` gets each element's ID, body
+// size and offset with the stream at its body, and may read the body.
+void WalkElements(EBML::StreamSeekable& stream, uint64_t from, uint64_t to,
+                  const std::function<void(uint32_t, uint64_t, uint64_t)>& visit) {
+    EBML::BoundedSeek(stream, from);
+    while (stream.Tell() < to) {
+        const uint64_t at = stream.Tell();
+        const uint32_t found = EBML::ReadElementId(stream);
+        const uint64_t bodySize = EBML::ReadElementSize(stream);
+        const uint64_t body = stream.Tell();
+        if (bodySize >= EBML::kUnknownSize || body > to || bodySize > to - body) EBML::Fail();
+        visit(found, bodySize, at);
+        EBML::BoundedSeek(stream, body + bodySize);
+    }
+}
+
 // Phase 1: where the Clusters begin and end, and every other element in memory.
 Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data, uint64_t size, uint32_t id) {
     const ParserSegmentV2& segment = root.segment;
@@ -71,7 +102,8 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
     for (const auto& [elementId, offsets] : segment.ElementTable) {
         // The reserved ID 0 would get a Seek entry that no reader accepts.
         if (elementId == 0) EBML::Fail();
-        const bool load = elementId != id && elementId != kVoid && elementId != kSeekHead && elementId != kCluster;
+        const bool load = elementId != id && elementId != kVoid && elementId != kSeekHead && elementId != kCluster &&
+                          elementId != kCrc32;
         for (uint64_t q : offsets) {
             if (load) {
                 EBML::BoundedSeek(stream, q);
@@ -82,22 +114,35 @@ Survey TakeSurvey(ParserRoot& root, EBML::StreamRW& stream, const uint8_t* data,
             if (elementId != kCluster && q > survey.firstCluster) survey.scanTrailing = std::min(survey.scanTrailing, q);
         }
     }
+    // The leading area is rewritten whole: what no Seek entry names is
+    // found by its size fields and carried along.
+    WalkElements(stream, segment.SegmentDataBegin, survey.firstCluster, [&](uint32_t found, uint64_t body, uint64_t at) {
+        if (!IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
+    });
     // Every byte from the first Cluster to the tail must belong to an element
     // that ends in front of the tail, or the tail's bytes aren't proven free.
+    // A Cluster of unknown size ends where its children do.
     EBML::BoundedSeek(stream, survey.firstCluster);
     while (stream.Tell() < survey.scanTrailing) {
         const uint32_t found = EBML::ReadElementId(stream);
-        if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
         const uint64_t bodySize = EBML::ReadElementSize(stream);
+        if (bodySize >= EBML::kUnknownSize && found == kCluster) {
+            EBML::ScopedRange range(stream, survey.scanTrailing - stream.Tell());
+            if (!StepOverClusterChildren(stream)) EBML::Fail();
+            continue;
+        }
+        if (found != kCluster && found != kVoid) survey.hiddenAmongClusters = true;
         if (bodySize > survey.scanTrailing - stream.Tell()) EBML::Fail();
         EBML::BoundedSkip(stream, bodySize);
     }
     // The tail must hold no Cluster: metadata between Clusters can't move.
-    EBML::BoundedSeek(stream, survey.scanTrailing);
-    while (stream.Tell() < stream.m_range.end) {
-        if (EBML::ReadElementId(stream) == kCluster) EBML::Fail();
-        EBML::BoundedSkip(stream, EBML::ReadElementSize(stream));
-    }
+    // It is rewritten whole too, so what the table doesn't know is carried.
+    const uint64_t segEnd = root.SegmentEnd();
+    WalkElements(stream, survey.scanTrailing, stream.m_range.end, [&](uint32_t found, uint64_t body, uint64_t at) {
+        if (found == kCluster) EBML::Fail();
+        // Behind the Segment: cut with the truncation.
+        if (at < segEnd && !IsKnownAt(root, found, at)) CarryUnknown(survey, stream, found, body, id);
+    });
     return survey;
 }
 

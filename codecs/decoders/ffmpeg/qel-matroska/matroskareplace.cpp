@@ -16,17 +16,30 @@ class ParserSeekTablePurgeEntries : public EBML::Parser {
 public:
     ParserSeekTablePurgeEntries(uint32_t purgeId, const std::set<uint64_t>* purgeOffsets, uint64_t dataBegin)
         : id(purgeId), offsets(purgeOffsets), SegmentDataBegin(dataBegin) {}
-    void OnBegin(EBML::Stream& stream) override { seekHeadEnd = stream.m_range.end; }
-    void OnElement(uint32_t elementId, uint64_t, EBML::Stream& stream) override {
+    void OnBegin(EBML::Stream& stream) override {
+        seekHeadEnd = stream.m_range.end;
+        crc = {0, 0};
+        purged = false;
+    }
+    void OnElement(uint32_t elementId, uint64_t size, EBML::Stream& stream) override {
+        if (elementId == kCrc32 && crc.second == 0) crc = {elementStart, stream.Tell() + size - elementStart};
         if (elementId != kSeek) return;
         ParserSeekEntry entry;
         entry.Run(stream);
         if (entry.id == id && offsets->count(SegmentDataBegin + entry.position) != 0 && elementStart < seekHeadEnd) {
             entries.emplace_back(elementStart, seekHeadEnd);
+            purged = true;
         }
+    }
+    // A SeekHead whose entries change loses its CRC-32: it would no longer hold.
+    void OnEnd() override {
+        if (purged && crc.second >= 2) staleChecks.push_back(crc);
     }
 
     std::vector<std::pair<uint64_t, uint64_t>> entries;
+    std::vector<std::pair<uint64_t, uint64_t>> staleChecks;   // (offset, total) of CRC-32 children
+    std::pair<uint64_t, uint64_t> crc{0, 0};
+    bool purged = false;
     uint32_t id;
     const std::set<uint64_t>* offsets;
     uint64_t SegmentDataBegin;
@@ -59,6 +72,9 @@ bool RewriteSegmentSize(EBML::StreamRW& stream, uint64_t segmentOffset, uint64_t
     uint8_t first = 0;
     EBML::BoundedRead(stream, &first, 1);
     const int width = EBML::VarIntWidth(first);
+    // A Segment of unknown size runs to the end of the file, and every write
+    // here ends the file where the Segment's content ends: it stays unknown.
+    if (first == 0xFF || (width == 8 && EBML::ReadElementSizeRest(stream, first) >= EBML::kUnknownSize)) return true;
     std::array<uint8_t, 8> bytes{};
     if (!EBML::EncodeVarIntFixed(newSize, bytes.data(), width)) return false;
     stream.Seek(field);
@@ -130,6 +146,7 @@ void RemoveElements(ParserRoot& root, EBML::StreamRW& stream, uint32_t id, const
         for (const auto& [begin, end] : purge.entries) {
             EBML::WriteVoidAt(stream, begin, EBML::MeasureAt(stream, kSeek, begin, end));
         }
+        for (const auto& [offset, total] : purge.staleChecks) EBML::WriteVoidAt(stream, offset, total);
     }
     for (uint64_t offset : offsets) segment.ElementTable[id].erase(offset);
     bool reachedEnd = false;

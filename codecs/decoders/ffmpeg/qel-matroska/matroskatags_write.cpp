@@ -1,6 +1,7 @@
 // Writing and deleting Matroska tags: the two editors of each job, run over
 // the file by writeTagsInternal.
 
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <stdexcept>
@@ -9,6 +10,7 @@
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskaids.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskawrite.h"
+#include "codecs/decoders/ffmpeg/qel-matroska/stagedstream.h"
 #include "support/clFile.h"
 #include "support/clList.h"
 #include "tags/picturenaming.h"
@@ -36,7 +38,9 @@ EBML::Chain ReadAttachmentsChain(const Matroska::ParserRoot& root, EBML::StreamS
     EBML::Chain chain;
     ForEachAttachmentsBody(root, stream, [&](EBML::Stream& attachments, uint64_t) {
         EBML::ForEachChild(attachments, [&](uint32_t id, uint64_t childSize, EBML::Stream& body) {
-            if (id != Matroska::kVoid) chain.push_back({id, EBML::ReadBinary(body, childSize)});
+            // A CRC-32 covers the children as they stood; a rewritten body
+            // goes without one rather than with a stale one.
+            if (id != Matroska::kVoid && id != Matroska::kCrc32) chain.push_back({id, EBML::ReadBinary(body, childSize)});
         });
     });
     return chain;
@@ -62,7 +66,12 @@ std::vector<uint8_t> EncodeChain(const EBML::Chain& chain) {
     return body.Take();
 }
 
-void RunEditors(streamImpl& stream, const Matroska::TagEditor& tagEditor,
+bool HoldsAttachedFile(const EBML::Chain& chain) {
+    return std::any_of(chain.begin(), chain.end(),
+                       [](const EBML::chainEntry_t& entry) { return entry.id == Matroska::kAttachedFile; });
+}
+
+void RunEditors(EBML::StreamRW& stream, const Matroska::TagEditor& tagEditor,
                 const Matroska::AttachmentEditor& attachmentEditor) {
     Matroska::ParserRoot root;
     root.Open(stream);
@@ -81,7 +90,7 @@ void RunEditors(streamImpl& stream, const Matroska::TagEditor& tagEditor,
     EBML::Chain chain = ReadAttachmentsChain(root, stream);
     if (!attachmentEditor(chain)) return;
     const std::vector<uint8_t> body = EncodeChain(chain);
-    if (body.empty()) {
+    if (!HoldsAttachedFile(chain)) {
         Matroska::RemoveAllElements(root, stream, Matroska::kAttachments);
     } else if (!Matroska::ReplaceElement(root, stream, body.data(), body.size(), Matroska::kAttachments)) {
         throw std::runtime_error("This file cannot be tagged");
@@ -109,7 +118,11 @@ bool StartsWithArtOne(const clString& name) { return clString::Compare(name.Text
 bool writeTagsInternal(streamImpl& stream, const Matroska::TagEditor& tagEditor,
                        const Matroska::AttachmentEditor& attachmentEditor, const clLogTarget* log) {
     try {
-        RunEditors(stream, tagEditor, attachmentEditor);
+        // Every change is planned over staged writes; the file is written
+        // only when all of them came through.
+        StagedStream staged(stream);
+        RunEditors(staged, tagEditor, attachmentEditor);
+        staged.Commit();
         stream.Close();
         return true;
     } catch (const Qel::user_abort&) {
@@ -138,22 +151,32 @@ bool writeTagsInternal(const clString& path, const Matroska::TagEditor& tagEdito
 namespace Matroska {
 
 bool DeleteFromTagRecord(bool deleteAll, const std::vector<clString>& names, TagRecord& record) {
-    TagValueMap& map = record.Global;
+    // What the read shows, or would show, of the only audio track goes the
+    // same way as the file-level tags, so that a deleted name doesn't come
+    // back from the track.
+    const std::set<std::string> shown = ShownTrackKeys(record, true);
+    TagValueMap* track = shown.empty() ? nullptr : &record.Tracks[*record.OnlyAudioTrack];
+    auto erase = [&](const std::string& key) {
+        size_t erased = record.Global.erase(key);
+        if (track != nullptr && shown.count(key) != 0) erased += track->erase(key);
+        return erased != 0;
+    };
     if (deleteAll) {
-        if (map.empty()) return false;
-        map.clear();
-        return true;
+        bool changed = !record.Global.empty();
+        record.Global.clear();
+        for (const std::string& key : shown) changed = erase(key) || changed;
+        return changed;
     }
     bool changed = false;
     for (const clString& name : names) {
         const std::string utf8 = name.ToUtf8();
         for (const NumberPairRow& row : NumberPairs) {
             if (!EqualsNoCaseAscii(utf8, row.idTagKey)) continue;
-            const size_t erased = map.erase(row.numberKey) + map.erase(row.totalKey);
-            changed = changed || erased != 0;
+            const bool erased = erase(row.numberKey);
+            changed = erase(row.totalKey) || erased || changed;
         }
         const std::string key = IDTagNameToMatroskaKey(name);
-        if (!key.empty() && map.erase(key) != 0) changed = true;
+        if (!key.empty() && erase(key)) changed = true;
     }
     return changed;
 }
