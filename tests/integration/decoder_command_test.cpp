@@ -1,14 +1,19 @@
-// Pure logic without a worker: the worker's command line, fdhost's tag blob
-// reader and SHA-256. The Linux-only parts: decoder_command_posix.cpp.
+// Pure logic without a worker: the worker's command line and path, the
+// private quit event, fdhost's tag blob reader and SHA-256. The Linux-only
+// parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "codecs/decoders/ffmpeg/decoder.h"
+#include "codecs/decoders/ffmpeg/selfpath.h"
 #include "host/errors.h"
 #include "host/sha256.h"
 #include "host/tagblob.h"
 #include "support/clBuffer.h"
 #include "tags/idtags.h"
+#include "transport/exceptions.h"
 #include "testkit.h"
 
 namespace {
@@ -33,6 +38,38 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
     EXPECT_EQ(arguments(seek), (std::vector<std::string>{"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
     EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
+}
+
+// A plug-in whose own place is unknown, or that lies in the root folder, has
+// no folder above its own: its worker would be a bare name, found in the
+// working directory, where a program of that name waits. Refused.
+TEST(WorkerCommand, NoWorkerByARelativePath) {
+    it::TempDir dir;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.Path());
+    it::WriteFile(WorkerFileName(), "#!/bin/sh\nexit 0\n");
+    std::filesystem::permissions(WorkerFileName(), std::filesystem::perms::owner_all);
+    const std::string inRoot = (before.root_path() / "ffmpeg_decoder.so").string();
+    for (const std::string& self : {std::string(), inRoot}) {
+        SCOPED_TRACE(self);
+        WorkerCommand command = Decoder::BuildWorkerCommand("x.flac", 0.0);
+        command.exe = Decoder::WorkerPathBeside(self);
+        WorkerProcess worker;
+        EXPECT_THROW(worker.Start(command), Qel::file_not_found);
+        EXPECT_FALSE(worker.Running());
+    }
+    std::filesystem::current_path(before);
+}
+
+// An empty name gives the decoder an event of its own, as an unnamed one.
+TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
+    Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
+    ASSERT_TRUE(decoder.SetQuitEvent(u""));
+    ASSERT_TRUE(other.SetQuitEvent(u""));
+    EXPECT_FALSE(decoder.quitSignal->IsSet());
+    decoder.quitSignal->Set();
+    EXPECT_TRUE(decoder.quitSignal->IsSet());
+    EXPECT_FALSE(other.quitSignal->IsSet()) << "each decoder's own";
 }
 
 TEST(FdhostSha256, PublishedVectors) {

@@ -1,5 +1,6 @@
 // The plug-in against what hosts and inputs do to it: a host that reaps its
-// children, a silent FIFO, a relative load path, progress text without line ends.
+// children, a FIFO, a relative load path. (What a worker does to it:
+// tests/faults/worker_fault_test.cpp.)
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +12,6 @@
 #include <filesystem>
 
 #include "plugindriver.h"
-#include "tests/transport/pattern.h"
 #include "tests/transport/strangerchild.h"
 
 namespace {
@@ -116,36 +116,6 @@ TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
         EXPECT_TRUE(samples == reference);
     }
     fs::current_path(before);
-}
-
-// Twenty MiB of progress text (the real worker's take more than a day) with
-// carriage returns only, or with no line end at all, while audio streams: the
-// reader keeps draining, so the audio comes to its end.
-TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
-    it::TempDir dir;
-    it::PluginLibrary plugin(it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER));
-    it::QuitFifo quit(dir.File("quit"));
-    constexpr uint64_t kFrames = 441000;
-    for (const char* lineEnds : {"0", "1"}) {
-        SCOPED_TRACE(std::string("noreturns ") + lineEnds);
-        const std::string orders = dir.File(std::string("orders") + lineEnds);
-        it::WriteFile(orders, "frames " + std::to_string(kFrames) + "\nprogress " + std::to_string(20u << 20) +
-                                  "\nnoreturns " + lineEnds + "\n");
-        it::TestDecoder decoder(plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-        it::Later stuck(60000ms, [&] { quit.Set(); });   // a stalled stream fails rather than hangs
-        ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
-        std::string samples;
-        bool ended = false;
-        for (DecoderBlockInfo block{}; !ended && decoder.DecodeBlock(block);) {
-            samples.append(static_cast<const char*>(block.samples), block.bytes);
-            ended = block.endOfStream != 0 || block.bytes == 0;   // 0: the declared size is reached
-        }
-        EXPECT_TRUE(ended) << "the audio stalled after " << samples.size() << " bytes";
-        ASSERT_EQ(samples.size(), kFrames * 4);
-        EXPECT_EQ(PatternMismatches(samples), 0u);
-        EXPECT_EQ(decoder.ErrorLog(), "");
-    }
 }
 
 }  // namespace

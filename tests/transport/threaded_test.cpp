@@ -59,15 +59,21 @@ TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
     pipe.out.write("yz", 2);
     EXPECT_EQ(pipe.in.readSome(buffer, sizeof buffer), 3u) << "what is there, without waiting for more";
     EXPECT_EQ(std::string(buffer, 3), "xyz");
-    pipe.out.write("x", 1);
+    pipe.out.write("vx", 2);
     {
         Qel::aborter stop;
         Qel::AborterScope scope(stop);
         stop.Set();
         EXPECT_EQ(pipe.in.read(buffer, 0), 0u);   // a count of zero never waits
+        // Data that is there comes first; a read that would wait, and a skip, see the aborter.
+        EXPECT_EQ(pipe.in.read(buffer, 1), 1u);
+        EXPECT_THROW(pipe.in.skip(1), Qel::user_abort);
+        EXPECT_EQ(pipe.in.readSome(buffer + 1, 1), 1u);
+        EXPECT_EQ(std::string(buffer, 2), "vx");
         EXPECT_THROW(pipe.in.read(buffer, 1), Qel::user_abort);
         EXPECT_THROW(pipe.out.write("y", 1), Qel::user_abort);
     }
+    pipe.out.write("x", 1);
     pipe.CloseWriteEnd();
     EXPECT_EQ(pipe.in.read(buffer, sizeof buffer), 1u);
     EXPECT_EQ(buffer[0], 'x');
