@@ -1,9 +1,7 @@
-// The plug-in against what hosts and inputs do to it: a host that reaps its
-// children, a FIFO, a relative load path. (What a worker does to it:
-// tests/faults/worker_fault_test.cpp.)
+// The plug-in against what hosts do to it: a host that reaps its children,
+// a relative load path. (A FIFO as input: quit_test.cpp; what a worker does
+// to it: tests/faults/worker_fault_test.cpp.)
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -53,35 +51,6 @@ TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek
         EndChild(stranger);
     }
     EXPECT_EQ(it::ChildrenAfter(3000), 0);
-}
-
-// The worker fails on what a FIFO gave it; the check that tells "can't open"
-// from "can't decode" must not wait for a writer that never comes.
-TEST(OddInputs, AFifoTheWorkerCannotDecodeFailsWithinTheQuitTime) {
-    it::TempDir dir;
-    it::QuitFifo quit(dir.File("quit"));
-    const std::string input = dir.File("input.wav");
-    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
-    std::thread writer([&] {   // one writer, gone before the worker has failed
-        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd >= 0 && ::write(fd, "no audio here", 13) != 13) ADD_FAILURE() << "the write failed";
-        ::close(fd);
-    });
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-    const auto start = Clock::now();
-    bool opened = true;
-    {
-        it::Later hostGivesUp(3000ms, [&] { quit.Set(); });
-        // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
-        it::Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
-        opened = decoder.Open(input, 0);
-    }
-    const auto took = Clock::now() - start;
-    writer.join();
-    EXPECT_FALSE(opened);
-    EXPECT_LT(took, 3000ms) << "the failure must come before the host's quit";
-    EXPECT_NE(decoder.ErrorLog().find("File could not be decoded"), std::string::npos) << decoder.ErrorLog();
 }
 
 // The plug-in finds its worker beside itself, however it was named when
