@@ -8,6 +8,7 @@
 // Usage: decode_bench [--runs N] [--minutes M]
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -74,19 +75,30 @@ std::vector<std::string> WorkerLine(const std::string& file, const std::string& 
     return argv;
 }
 
+// User and system time of the children reaped so far (and of theirs).
+double ChildrenCpuSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_CHILDREN, &usage);
+    const auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
 void Throughput(const std::string& file, int rounds) {
     const std::vector<std::string> host = {FD_HOST_PATH, "decode", "--quiet", "--raw", file, "-o", "/dev/null"};
     const std::vector<std::string> alone = {FD_FFMPEG_PATH, "-y", "-i", file, "-f", "w64", "/dev/null"};
-    std::vector<double> hostTimes, pipeTimes, aloneTimes, toPipe, toAlone;
+    std::vector<double> hostTimes, pipeTimes, aloneTimes, toPipe, toAlone, hostCpu, pipeCpu;
     for (int round = 0; round < rounds; ++round) {
         // Side by side, in an order that turns with each round, so that the
         // load of the shared machine meets all three alike.
         double h = 0, p = 0, a = 0;
         for (int k = 0; k < 3; ++k) {
             const int which = (round + k) % 3;
+            const double cpu = ChildrenCpuSeconds();
             if (which == 0) h = bench::TimeRun(host);
             if (which == 1) p = bench::TimePipeline(WorkerLine(file), {"/bin/cat"});
             if (which == 2) a = bench::TimeRun(alone);
+            if (which == 0) hostCpu.push_back(ChildrenCpuSeconds() - cpu);
+            if (which == 1) pipeCpu.push_back(ChildrenCpuSeconds() - cpu);
         }
         hostTimes.push_back(h);
         pipeTimes.push_back(p);
@@ -101,6 +113,8 @@ void Throughput(const std::string& file, int rounds) {
                 bench::Median(toPipe), bench::Median(hostTimes) / bench::Median(pipeTimes));
     std::printf("            fdhost / ffmpeg alone: median of the rounds' ratios %.3f, of the medians %.3f\n",
                 bench::Median(toAlone), bench::Median(hostTimes) / bench::Median(aloneTimes));
+    std::printf("            CPU time: fdhost with its worker %.3f s, ffmpeg with cat %.3f s (medians)\n",
+                bench::Median(hostCpu), bench::Median(pipeCpu));
 }
 
 // What a run costs besides the reading: Open against the worker's own start
