@@ -51,12 +51,12 @@ WorkerProcess::~WorkerProcess() { Stop(); }
 
 void WorkerProcess::Start(const WorkerCommand& command) {
     Stop();
-    // A relative path would be looked up from the working directory, where
-    // anyone may have put a program of that name.
-    const std::u8string exe(command.exe.begin(), command.exe.end());
-    if (!std::filesystem::path(exe).is_absolute()) throw Qel::file_not_found();
     command_ = command;
     try {
+        // A relative path would be looked up from the working directory,
+        // where anyone may have put a program of that name.
+        const std::u8string exe(command.exe.begin(), command.exe.end());
+        if (!std::filesystem::path(exe).is_absolute()) throw Qel::file_not_found();
         Launch();
     } catch (...) {
         Stop();

@@ -1,6 +1,7 @@
 // The plug-in against a misbehaving worker and a file cut while the worker
 // reads it: a logged failure, the bytes that came, or a quit; never a hang.
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -43,6 +44,8 @@ TEST(WorkerFaults, EachMisbehaviourGivesItsResult) {
     it::TempDir dir;
     it::PluginLibrary plugin(it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER));
     const std::string progress = "frames 441000\nprogress 20971520\n";   // the real worker's take more than a day
+    // An address sanitizer keeps freed memory in quarantine: resident memory tells nothing there.
+    const bool sanitized = ::dlsym(RTLD_DEFAULT, "__asan_init") != nullptr;
     const Row rows[] = {
         {"writes nothing", "silent 1\n", Expect::OpenFails, 0},
         {"writes garbage", "garbage 1\n", Expect::OpenFails, 0},
@@ -77,7 +80,7 @@ TEST(WorkerFaults, EachMisbehaviourGivesItsResult) {
             // A host that waits for the flag would spin on empty blocks without it.
             if (ended) { EXPECT_EQ(blocks.back().endOfStream, 1); }
             EXPECT_EQ(log, streams ? "" : "File could not be decoded  [clDecoder_ffmpeg::SetPosition]\r\n");
-            EXPECT_LT(PeakRssMiB() - rssBefore, 96) << "the error text before the parse is held up to 64 MiB";
+            if (!sanitized) { EXPECT_LT(PeakRssMiB() - rssBefore, 96) << "the error text is held up to 64 MiB"; }
             EXPECT_EQ(samples.size(), row.bytes);
             EXPECT_EQ(PatternMismatches(samples), 0u);
             EXPECT_LT(took, 25s) << "a hang ended only by the watchdog";
