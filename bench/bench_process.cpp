@@ -39,6 +39,33 @@ double TimeRun(const std::vector<std::string>& argv, const std::string& stdoutPa
     return seconds;
 }
 
+double TimePipeline(const std::vector<std::string>& writer, const std::vector<std::string>& reader) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    posix_spawn_file_actions_t writes;
+    posix_spawn_file_actions_init(&writes);
+    posix_spawn_file_actions_addopen(&writes, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&writes, fds[1], 1);
+    posix_spawn_file_actions_addopen(&writes, 2, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_t reads;
+    posix_spawn_file_actions_init(&reads);
+    posix_spawn_file_actions_adddup2(&reads, fds[0], 0);
+    posix_spawn_file_actions_addopen(&reads, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&reads, 2, "/dev/null", O_WRONLY, 0);
+    const auto start = Clock::now();
+    const pid_t first = Spawn(writer, writes);
+    const pid_t second = Spawn(reader, reads);
+    ::close(fds[0]);
+    ::close(fds[1]);
+    const int writerStatus = it::ReapChild(first);
+    const int readerStatus = it::ReapChild(second);
+    const double seconds = Since(start);
+    for (const int status : {writerStatus, readerStatus}) {
+        if (status < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) throw std::runtime_error("pipeline failed");
+    }
+    return seconds;
+}
+
 double TimeFirstByte(const std::vector<std::string>& argv) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe");

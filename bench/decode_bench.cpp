@@ -1,11 +1,14 @@
-// decode_bench: the decode run against ffmpeg alone, on the same files.
-//   throughput   fdhost decode to /dev/null / ffmpeg writing w64 to /dev/null
-//   open         Open called to first block in hand / ffmpeg start to first byte
-//   seek         SetPosition called to first block in hand
+// decode_bench: the decode run against ffmpeg alone, on the same files, the
+// two measured side by side, round by round (the machine may be shared).
+//   throughput   fdhost decode --raw to /dev/null / ffmpeg -f w64 - | cat,
+//                and / ffmpeg writing w64 to /dev/null
+//   open, close  Open / ffmpeg start to first byte; Close at the end and midway
+//   seek         SetPosition to first block in hand / ffmpeg -ss to first byte
 //   memory       peak RSS of a host process decoding 1 and 10 minutes
 // Usage: decode_bench [--runs N] [--minutes M]
 
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,55 +67,101 @@ void MakeNoise(const std::string& path, int seconds) {
                     "anoisesrc=d=" + std::to_string(seconds) + ":c=pink:a=0.3:r=44100", "-ac", "2", path});
 }
 
-void Throughput(const std::string& file, int runs) {
-    std::vector<double> host;
-    std::vector<double> alone;
-    for (int i = 0; i < runs; ++i) {
-        // Alternating, so that a drift of the machine hits both alike.
-        alone.push_back(bench::TimeRun({FD_FFMPEG_PATH, "-nostdin", "-hide_banner", "-loglevel", "error", "-y", "-i",
-                                        file, "-f", "w64", "/dev/null"}));
-        host.push_back(bench::TimeRun({FD_HOST_PATH, "decode", "--quiet", file, "-o", "/dev/null"}));
-    }
-    // The best run of each is the least disturbed by the rest of the machine.
-    const double h = *std::min_element(host.begin(), host.end());
-    const double a = *std::min_element(alone.begin(), alone.end());
-    std::printf("throughput  fdhost decode %.3f s   ffmpeg alone %.3f s   ratio %.3f (target <= 1.03; best of %d)\n",
-                h, a, h / a, runs);
-    std::printf("            medians %.3f s / %.3f s, ratio %.3f\n", bench::Median(host), bench::Median(alone),
-                bench::Median(host) / bench::Median(alone));
+// The worker's own command line, and ffmpeg writing the same straight to a file.
+std::vector<std::string> WorkerLine(const std::string& file, const std::string& seconds = {}) {
+    std::vector<std::string> argv = {FD_FFMPEG_PATH};
+    if (!seconds.empty()) argv.insert(argv.end(), {"-ss", seconds});
+    argv.insert(argv.end(), {"-i", file, "-f", "w64", "-"});
+    return argv;
 }
 
-void OpenLatency(const host::Plugin& exports, const std::string& file, int runs) {
-    std::vector<double> plugin;
-    std::vector<double> alone;
-    for (int i = 0; i < runs; ++i) {
-        alone.push_back(bench::TimeFirstByte({FD_FFMPEG_PATH, "-hide_banner", "-i", file, "-f", "w64", "-"}));
+// User and system time of the children reaped so far (and of theirs).
+double ChildrenCpuSeconds() {
+    rusage usage{};
+    ::getrusage(RUSAGE_CHILDREN, &usage);
+    const auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+void Throughput(const std::string& file, int rounds) {
+    const std::vector<std::string> host = {FD_HOST_PATH, "decode", "--quiet", "--raw", file, "-o", "/dev/null"};
+    const std::vector<std::string> alone = {FD_FFMPEG_PATH, "-y", "-i", file, "-f", "w64", "/dev/null"};
+    std::vector<double> hostTimes, pipeTimes, aloneTimes, toPipe, toAlone, hostCpu, pipeCpu;
+    for (int round = 0; round < rounds; ++round) {
+        // Side by side, in an order that turns with each round, so that the
+        // load of the shared machine meets all three alike.
+        double h = 0, p = 0, a = 0;
+        for (int k = 0; k < 3; ++k) {
+            const int which = (round + k) % 3;
+            const double cpu = ChildrenCpuSeconds();
+            if (which == 0) h = bench::TimeRun(host);
+            if (which == 1) p = bench::TimePipeline(WorkerLine(file), {"/bin/cat"});
+            if (which == 2) a = bench::TimeRun(alone);
+            if (which == 0) hostCpu.push_back(ChildrenCpuSeconds() - cpu);
+            if (which == 1) pipeCpu.push_back(ChildrenCpuSeconds() - cpu);
+        }
+        hostTimes.push_back(h);
+        pipeTimes.push_back(p);
+        aloneTimes.push_back(a);
+        toPipe.push_back(h / p);
+        toAlone.push_back(h / a);
+    }
+    std::printf("throughput  medians of %d interleaved rounds: fdhost decode --raw %.3f s, ffmpeg -f w64 - | cat "
+                "%.3f s, ffmpeg to /dev/null %.3f s\n",
+                rounds, bench::Median(hostTimes), bench::Median(pipeTimes), bench::Median(aloneTimes));
+    std::printf("            fdhost / pipe: median of the rounds' ratios %.3f (target <= 1.03), of the medians %.3f\n",
+                bench::Median(toPipe), bench::Median(hostTimes) / bench::Median(pipeTimes));
+    std::printf("            fdhost / ffmpeg alone: median of the rounds' ratios %.3f, of the medians %.3f\n",
+                bench::Median(toAlone), bench::Median(hostTimes) / bench::Median(aloneTimes));
+    std::printf("            CPU time: fdhost with its worker %.3f s, ffmpeg with cat %.3f s (medians)\n",
+                bench::Median(hostCpu), bench::Median(pipeCpu));
+}
+
+// What a run costs besides the reading: Open against the worker's own start
+// to its first byte, and Close after the end of the stream and in mid-stream.
+void OpenAndClose(const host::Plugin& exports, const std::string& file, int rounds) {
+    std::vector<double> open, firstByte, closeAtEnd, closeMidway;
+    for (int round = 0; round < rounds; ++round) {
+        firstByte.push_back(bench::TimeFirstByte(WorkerLine(file)));
         Session session(exports, Wide(file));
-        const auto start = Clock::now();
+        auto start = Clock::now();
         DecoderBlockInfo block{};
-        if (!session.Open() || !session.Block(block)) throw std::runtime_error("Open failed");
-        plugin.push_back(Since(start));
+        if (!session.Open()) throw std::runtime_error("Open failed");
+        open.push_back(Since(start));
+        const bool toTheEnd = round % 2 == 0;
+        while (session.Block(block) && toTheEnd && !block.endOfStream && block.bytes != 0) {
+        }
+        start = Clock::now();
         session.Close();
+        (toTheEnd ? closeAtEnd : closeMidway).push_back(Since(start));
     }
-    const double p = bench::Median(plugin) * 1000;
-    const double a = bench::Median(alone) * 1000;
-    std::printf("open        Open to first block %.1f ms   ffmpeg to first byte %.1f ms   more %.1f ms (target < 20)\n",
-                p, a, p - a);
+    const double o = bench::Median(open) * 1000;
+    const double f = bench::Median(firstByte) * 1000;
+    std::printf("open        Open %.1f ms   ffmpeg start to first byte %.1f ms   fixed cost %.1f ms (medians of %d)\n",
+                o, f, o - f, rounds);
+    std::printf("close       Close after the end %.2f ms, in mid-stream %.2f ms (medians)\n",
+                bench::Median(closeAtEnd) * 1000, bench::Median(closeMidway) * 1000);
 }
 
-void SeekLatency(const host::Plugin& exports, const std::string& file, int runs, int seconds) {
+// SetPosition to the first block in hand against ffmpeg's own -ss start to
+// its first byte, at the same places, side by side.
+void SeekLatency(const host::Plugin& exports, const std::string& file, int rounds, int seconds) {
     Session session(exports, Wide(file));
     if (!session.Open()) throw std::runtime_error("Open failed");
-    std::vector<double> times;
-    for (int i = 0; i < runs; ++i) {
-        const int64_t frame = int64_t{44100} * (seconds * (i % 10 + 1) / 11);
+    std::vector<double> plugin, alone;
+    for (int round = 0; round < rounds; ++round) {
+        const int second = seconds * (round % 10 + 1) / 11;
+        alone.push_back(bench::TimeFirstByte(WorkerLine(file, std::to_string(second))));
         const auto start = Clock::now();
         DecoderBlockInfo block{};
-        if (!session.Seek(frame) || !session.Block(block)) throw std::runtime_error("SetPosition failed");
-        times.push_back(Since(start));
+        if (!session.Seek(int64_t{44100} * second) || !session.Block(block)) throw std::runtime_error("SetPosition failed");
+        plugin.push_back(Since(start));
     }
     session.Close();
-    std::printf("seek        SetPosition to first block %.1f ms (median of %d)\n", bench::Median(times) * 1000, runs);
+    const double p = bench::Median(plugin) * 1000;
+    const double a = bench::Median(alone) * 1000;
+    std::printf("seek        SetPosition to first block %.1f ms   ffmpeg -ss to first byte %.1f ms   more %.1f ms "
+                "(medians of %d)\n", p, a, p - a, rounds);
 }
 
 long PeakRssKiB() {
@@ -156,7 +205,7 @@ long DecodePeakRss(const char* pluginPath, const std::string& file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int runs = 5;
+    int runs = 11;
     int minutes = 10;
     for (int i = 1; i + 1 < argc; i += 2) {
         if (std::strcmp(argv[i], "--runs") == 0) runs = std::atoi(argv[i + 1]);
@@ -175,7 +224,7 @@ int main(int argc, char** argv) {
         Throughput(longFile, runs);
         {
             host::Plugin exports(FD_PLUGIN_PATH);
-            OpenLatency(exports, longFile, runs * 2);
+            OpenAndClose(exports, shortFile, runs * 2);
             SeekLatency(exports, longFile, runs * 2, minutes * 60);
         }
         const long shortPeak = DecodePeakRss(FD_PLUGIN_PATH, shortFile);

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds the benchmarks in their own optimised tree and prints the figures.
-# Usage: bench/run.sh [--runs N] [--minutes M]   (options go to decode_bench)
+# Usage: bench/run.sh [--runs N] [--minutes M]   (options go to decode_bench: N
+# interleaved rounds, 11 by default; an M-minute file, 10 by default)
 set -e
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=${FD_BENCH_BUILD_DIR:-$source_dir/build-bench}

@@ -1,8 +1,9 @@
 #pragma once
-// Byte streams over the parent's end of a pipe. Each piece (at most 16 MiB)
-// waits on the pipe and the thread's current aborter together, within the
-// time limit: an abort raises user_abort, a time-out network_error_timeout,
-// and neither leaves a transfer pending. The writer's end is a count of 0.
+// Byte streams over the parent's end of a pipe. A read piece (at most
+// 16 MiB) takes what the pipe holds; only an empty pipe makes it wait, on the
+// pipe and the thread's current aborter together, within the time limit: an
+// abort raises user_abort, a time-out network_error_timeout, and neither
+// leaves a transfer pending. The writer's end is a count of 0.
 
 #include "transport/event.h"
 #include "transport/streams.h"

@@ -18,6 +18,9 @@ uint64_t SkipThrough(uint64_t count, ReadStep&& readStep) {
     uint8_t scratch[kScratchSize];
     uint64_t passed = 0;
     while (passed < count) {
+        // A pipe read takes what is there without looking at the aborter, and
+        // a skip may be long: it looks itself.
+        CheckAbort();
         size_t step = static_cast<size_t>(std::min<uint64_t>(count - passed, kScratchSize));
         size_t got = readStep(scratch, step);
         passed += got;

@@ -3,8 +3,10 @@
 // directory. The system calls are in worker_posix.cpp and worker_win32.cpp.
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
+#include "transport/exceptions.h"
 #include "transport/worker.h"
 
 namespace {
@@ -51,6 +53,10 @@ void WorkerProcess::Start(const WorkerCommand& command) {
     Stop();
     command_ = command;
     try {
+        // A relative path would be looked up from the working directory,
+        // where anyone may have put a program of that name.
+        const std::u8string exe(command.exe.begin(), command.exe.end());
+        if (!std::filesystem::path(exe).is_absolute()) throw Qel::file_not_found();
         Launch();
     } catch (...) {
         Stop();

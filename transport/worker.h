@@ -29,8 +29,9 @@ public:
     ~WorkerProcess();
 
     // Stops what runs, then launches. Raises Qel::file_not_found ("file not
-    // found") for a missing program, std::runtime_error("could not start the
-    // worker process") or ("pipe creation failure") otherwise.
+    // found") for a missing program or one not named by an absolute path,
+    // std::runtime_error("could not start the worker process") or ("pipe
+    // creation failure") otherwise.
     void Start(const WorkerCommand& command);
     void Stop();
     // Closes the pipes and kills at once, without the grace time (Destroy).

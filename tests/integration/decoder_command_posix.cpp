@@ -1,9 +1,11 @@
 // The Linux answers of the decoder: the worker is "ffmpeg-lgpl" one folder
-// above the code that looks for it, and the named quit event is a FIFO.
+// above the code that looks for it, and the named quit event is a FIFO of
+// the user's own.
 
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -27,43 +29,6 @@ TEST(WorkerCommand, BareNameAndPathOneFolderAbove) {
     EXPECT_EQ(seek.exe, (self.parent_path().parent_path() / "ffmpeg-lgpl").string());
 }
 
-bool Readable(Qel::EventHandle handle) {
-    pollfd fd{static_cast<int>(handle), POLLIN, 0};
-    return ::poll(&fd, 1, 0) == 1 && (fd.revents & POLLIN);
-}
-
-TEST(QuitEvent, NamesFifoAndSetState) {
-    EXPECT_EQ(QuitEventPath(clString(u"HostQuit")), "/tmp/HostQuit");
-    EXPECT_EQ(QuitEventPath(clString(u"Local\\host/quit")), "/tmp/Local_host_quit");
-    EXPECT_EQ(QuitEventPath(clString(u"/run/user/quit")), "/run/user/quit");
-
-    it::TempDir dir;
-    const std::string path = dir.File("quit");
-    std::optional<Qel::aborter> event = OpenQuitEvent(clString::FromUtf8(path));
-    ASSERT_TRUE(event.has_value());
-    struct stat st {};
-    ASSERT_EQ(::stat(path.c_str(), &st), 0);
-    EXPECT_TRUE(S_ISFIFO(st.st_mode));
-    EXPECT_FALSE(event->IsSet());
-    EXPECT_FALSE(Readable(event->Handle()));
-
-    const int host = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);   // the host's end
-    ASSERT_GE(host, 0);
-    ASSERT_EQ(::write(host, "x", 1), 1);
-    EXPECT_TRUE(event->IsSet());
-    EXPECT_TRUE(Readable(event->Handle()));
-    EXPECT_TRUE(OpenQuitEvent(clString::FromUtf8(path))->IsSet()) << "every decoder watching sees it set";
-    char byte = 0;
-    ASSERT_EQ(::read(host, &byte, 1), 1);
-    EXPECT_FALSE(event->IsSet());
-    ::close(host);
-    EXPECT_FALSE(event->IsSet()) << "the host closing its end is no hang-up";
-
-    it::WriteFile(dir.File("plain"), "not a fifo");
-    EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(dir.File("plain"))).has_value());
-    EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(dir.File("no/such/folder/quit"))).has_value());
-}
-
 TEST(QuitEvent, DecoderKeepsItsEventOnNullAndReplacesIt) {
     it::TempDir dir;
     Decoder decoder(DecoderCreateInfo{});
@@ -83,6 +48,73 @@ TEST(QuitEvent, DecoderKeepsItsEventOnNullAndReplacesIt) {
     EXPECT_FALSE(decoder.DecodeBlock(&block));
     EXPECT_TRUE(decoder.Close());
     EXPECT_TRUE(decoder.Close());
+}
+
+// An open of a watched file since the last look: the kernel reports every
+// open, also one that was closed again at once.
+bool Opened(int watch) {
+    alignas(inotify_event) char events[4096];
+    return ::read(watch, events, sizeof events) > 0;
+}
+
+// The FIFO at `path` made by the user 65534 (as another local user could
+// make /tmp/<name> before the host): a child that gives up root makes it.
+bool MakeFifoAsAnotherUser(const std::string& path) {
+    const pid_t pid = ::fork();
+    if (pid == 0) ::_exit(::setgid(65534) == 0 && ::setuid(65534) == 0 && ::mkfifo(path.c_str(), 0666) == 0 ? 0 : 1);
+    int status = 0;
+    return pid > 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(QuitEvent, AFifoOfItsOwnThatTheHostSetsAndNothingElse) {
+    EXPECT_EQ(QuitEventPath(clString(u"HostQuit")), "/tmp/HostQuit");
+    EXPECT_EQ(QuitEventPath(clString(u"Local\\host/quit")), "/tmp/Local_host_quit");
+    EXPECT_EQ(QuitEventPath(clString(u"/run/user/quit")), "/run/user/quit");
+
+    it::TempDir dir;
+    ASSERT_EQ(::chmod(dir.Path().c_str(), 01777), 0);   // open to all, as /tmp is
+    const std::string path = dir.File("quit");
+    std::optional<Qel::aborter> event = OpenQuitEvent(clString::FromUtf8(path));
+    ASSERT_TRUE(event.has_value());
+    struct stat st {};
+    ASSERT_EQ(::stat(path.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode));
+    EXPECT_FALSE(event->IsSet());
+
+    const int host = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);   // the host's end
+    ASSERT_GE(host, 0);
+    ASSERT_EQ(::write(host, "x", 1), 1);
+    EXPECT_TRUE(event->IsSet());
+    const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(::inotify_add_watch(watch, path.c_str(), IN_OPEN), 0);
+    EXPECT_TRUE(OpenQuitEvent(clString::FromUtf8(path))->IsSet()) << "every decoder watching sees it set";
+    EXPECT_TRUE(Opened(watch)) << "the watch sees an open";
+    char byte = 0;
+    ASSERT_EQ(::read(host, &byte, 1), 1);
+    EXPECT_FALSE(event->IsSet());
+    ::close(host);
+    EXPECT_FALSE(event->IsSet()) << "the host closing its end is no hang-up";
+
+    // Refused without being opened: a regular file, a symbolic link to a FIFO
+    // (the FIFO watched), a FIFO of another user.
+    const std::string file = dir.File("hostname"), link = dir.File("link"), foreign = dir.File("foreign");
+    it::WriteFile(file, "host\n");
+    ASSERT_EQ(::symlink(path.c_str(), link.c_str()), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) { ASSERT_TRUE(MakeFifoAsAnotherUser(foreign)); }
+    const std::pair<std::string, std::string> refused[] = {{file, file}, {link, path}, {foreign, foreign}};
+    const int descriptors = it::CurrentResources().descriptors;
+    for (const auto& [name, watched] : refused) {
+        if (name == foreign && !root) continue;
+        SCOPED_TRACE(name);
+        ASSERT_GE(::inotify_add_watch(watch, watched.c_str(), IN_OPEN), 0);
+        EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(name)).has_value());
+        EXPECT_FALSE(Opened(watch)) << "opened before it was refused";
+    }
+    EXPECT_EQ(it::CurrentResources().descriptors, descriptors);
+    EXPECT_FALSE(OpenQuitEvent(clString::FromUtf8(dir.File("no/such/folder/quit"))).has_value());
+    ::close(watch);
+    if (!root) GTEST_SKIP() << "not root: no FIFO of another user can be made (fork + setuid); the rest passed";
 }
 
 }  // namespace

@@ -1,13 +1,18 @@
-// Pure logic without a worker: the worker's command line and fdhost's tag
-// blob reader (its SHA-256: against sha256sum in the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
+// Pure logic without a worker: the worker's command line and path, the
+// private quit event and fdhost's tag blob reader (its SHA-256: against
+// sha256sum in the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "codecs/decoders/ffmpeg/decoder.h"
+#include "codecs/decoders/ffmpeg/selfpath.h"
 #include "host/errors.h"
 #include "host/tagblob.h"
 #include "support/clBuffer.h"
 #include "tags/idtags.h"
+#include "transport/exceptions.h"
 #include "testkit.h"
 
 namespace {
@@ -32,6 +37,34 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
     EXPECT_EQ(arguments(seek), (std::vector<std::string>{"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
     EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
+}
+
+// A plug-in whose own place is unknown, or in the root folder, would start a
+// bare name from the working directory, where a program of that name waits.
+TEST(WorkerCommand, NoWorkerByARelativePath) {
+    it::TempDir dir;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.Path());
+    it::WriteFile(WorkerFileName(), "#!/bin/sh\n");
+    std::filesystem::permissions(WorkerFileName(), std::filesystem::perms::owner_all);
+    for (const std::string& self : {std::string(), (before.root_path() / "ffmpeg_decoder.so").string()}) {
+        WorkerCommand command = Decoder::BuildWorkerCommand("x.flac", 0.0);
+        command.exe = Decoder::WorkerPathBeside(self);
+        WorkerProcess worker;
+        EXPECT_THROW(worker.Start(command), Qel::file_not_found) << self;
+    }
+    std::filesystem::current_path(before);
+}
+
+// An empty name gives the decoder an event of its own, as an unnamed one.
+TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
+    Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
+    ASSERT_TRUE(decoder.SetQuitEvent(u""));
+    ASSERT_TRUE(other.SetQuitEvent(u""));
+    EXPECT_FALSE(decoder.quitSignal->IsSet());
+    decoder.quitSignal->Set();
+    EXPECT_TRUE(decoder.quitSignal->IsSet());
+    EXPECT_FALSE(other.quitSignal->IsSet()) << "each decoder's own";
 }
 
 TEST(FdhostTagBlob, ReadsWhatTheCollectionWritesRefusesTheRest) {

@@ -47,18 +47,40 @@ struct QuitTest : ::testing::Test {
     }
 };
 
-TEST_F(QuitTest, EndsOpenBlockedOnASilentInput) {
-    const std::string input = dir.File("silent.wav");
-    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);   // nobody ever writes: the worker waits
+// A FIFO as the input: with no writer the worker waits in its open, and so
+// does Open, until the quit. One whose only writer left after bytes that
+// are no audio fails at once: telling "can't open" from "can't decode"
+// must not wait for a writer that never comes.
+TEST_F(QuitTest, AFifoInputWaitsForTheQuitOrFailsAtOnce) {
+    const std::string input = dir.File("input.wav");
+    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
     SetLater(milliseconds(300), now);
     EXPECT_FALSE(decoder.Open(input, kOpenWantTags | kOpenWantInfo));
     ExpectEndedPromptly();
     EXPECT_EQ(decoder.ErrorLog(), "");
-
-    const auto start = Clock::now();
+    auto start = Clock::now();
     decoder.Destroy();
     EXPECT_LT(Clock::now() - start, milliseconds(1000)) << "Destroy doesn't wait for the worker";
     EXPECT_EQ(it::ChildrenAfter(0), 0);
+
+    quit.Reset();
+    std::thread writer([&] {
+        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd >= 0 && ::write(fd, "no audio here", 13) != 13) ADD_FAILURE() << "the write failed";
+        ::close(fd);
+    });
+    it::TestDecoder fed;
+    ASSERT_TRUE(fed.SetQuitEvent(quit.Path()));
+    start = Clock::now();
+    {
+        it::Later hostGivesUp(milliseconds(3000), [&] { quit.Set(); });
+        // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
+        it::Later release(milliseconds(8000), [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
+        EXPECT_FALSE(fed.Open(input, 0));
+    }
+    EXPECT_LT(Clock::now() - start, milliseconds(3000)) << "the failure must come before the host's quit";
+    writer.join();
+    EXPECT_NE(fed.ErrorLog().find("File could not be decoded"), std::string::npos) << fed.ErrorLog();
 }
 
 // The quit lands in the middle of a block (the input stalls at no block

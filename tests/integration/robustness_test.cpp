@@ -1,8 +1,7 @@
-// The plug-in against what hosts and inputs do to it: a host that reaps its
-// children, a silent FIFO, a relative load path, progress text without line ends.
+// The plug-in against what hosts do to it: a host that reaps its children,
+// a relative load path. (A FIFO as input: quit_test.cpp; what a worker does
+// to it: tests/faults/worker_fault_test.cpp.)
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include <filesystem>
 
 #include "plugindriver.h"
-#include "tests/transport/pattern.h"
 #include "tests/transport/strangerchild.h"
 
 namespace {
@@ -55,35 +53,6 @@ TEST(HostReapsItsChildren, AStrangerWithTheWorkersPidSurvivesDestroyCloseAndSeek
     EXPECT_EQ(it::ChildrenAfter(3000), 0);
 }
 
-// The worker fails on what a FIFO gave it; the check that tells "can't open"
-// from "can't decode" must not wait for a writer that never comes.
-TEST(OddInputs, AFifoTheWorkerCannotDecodeFailsWithinTheQuitTime) {
-    it::TempDir dir;
-    it::QuitFifo quit(dir.File("quit"));
-    const std::string input = dir.File("input.wav");
-    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
-    std::thread writer([&] {   // one writer, gone before the worker has failed
-        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd >= 0 && ::write(fd, "no audio here", 13) != 13) ADD_FAILURE() << "the write failed";
-        ::close(fd);
-    });
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-    const auto start = Clock::now();
-    bool opened = true;
-    {
-        it::Later hostGivesUp(3000ms, [&] { quit.Set(); });
-        // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
-        it::Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
-        opened = decoder.Open(input, 0);
-    }
-    const auto took = Clock::now() - start;
-    writer.join();
-    EXPECT_FALSE(opened);
-    EXPECT_LT(took, 3000ms) << "the failure must come before the host's quit";
-    EXPECT_NE(decoder.ErrorLog().find("File could not be decoded"), std::string::npos) << decoder.ErrorLog();
-}
-
 // The plug-in finds its worker beside itself, however it was named when
 // loaded, after the host has changed its working directory.
 TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
@@ -116,36 +85,6 @@ TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
         EXPECT_TRUE(samples == reference);
     }
     fs::current_path(before);
-}
-
-// Twenty MiB of progress text (the real worker's take more than a day) with
-// carriage returns only, or with no line end at all, while audio streams: the
-// reader keeps draining, so the audio comes to its end.
-TEST(LongStreams, EndlessProgressTextNeverStallsTheAudio) {
-    it::TempDir dir;
-    it::PluginLibrary plugin(it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER));
-    it::QuitFifo quit(dir.File("quit"));
-    constexpr uint64_t kFrames = 441000;
-    for (const char* lineEnds : {"0", "1"}) {
-        SCOPED_TRACE(std::string("noreturns ") + lineEnds);
-        const std::string orders = dir.File(std::string("orders") + lineEnds);
-        it::WriteFile(orders, "frames " + std::to_string(kFrames) + "\nprogress " + std::to_string(20u << 20) +
-                                  "\nnoreturns " + lineEnds + "\n");
-        it::TestDecoder decoder(plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
-        it::Later stuck(60000ms, [&] { quit.Set(); });   // a stalled stream fails rather than hangs
-        ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
-        std::string samples;
-        bool ended = false;
-        for (DecoderBlockInfo block{}; !ended && decoder.DecodeBlock(block);) {
-            samples.append(static_cast<const char*>(block.samples), block.bytes);
-            ended = block.endOfStream != 0 || block.bytes == 0;   // 0: the declared size is reached
-        }
-        EXPECT_TRUE(ended) << "the audio stalled after " << samples.size() << " bytes";
-        ASSERT_EQ(samples.size(), kFrames * 4);
-        EXPECT_EQ(PatternMismatches(samples), 0u);
-        EXPECT_EQ(decoder.ErrorLog(), "");
-    }
 }
 
 }  // namespace

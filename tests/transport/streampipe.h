@@ -15,8 +15,6 @@ public:
     StreamPipe& operator=(const StreamPipe&) = delete;
     ~StreamPipe();
     void CloseWriteEnd();
-    // How many bytes wait in the pipe now.
-    size_t Available() const;
 
     Qel::streamInOverlapped in;
     Qel::streamOutOverlapped out;

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <stdexcept>
@@ -21,9 +20,4 @@ StreamPipe::~StreamPipe() {
 void StreamPipe::CloseWriteEnd() {
     if (out.handle != Qel::kNoPipe) ::close(static_cast<int>(out.handle));
     out.handle = Qel::kNoPipe;
-}
-
-size_t StreamPipe::Available() const {
-    int count = 0;
-    return ::ioctl(static_cast<int>(in.handle), FIONREAD, &count) == 0 && count > 0 ? static_cast<size_t>(count) : 0;
 }

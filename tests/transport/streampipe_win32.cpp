@@ -45,8 +45,3 @@ void StreamPipe::CloseWriteEnd() {
     if (out.handle != Qel::kNoPipe) ::CloseHandle(reinterpret_cast<HANDLE>(out.handle));
     out.handle = Qel::kNoPipe;
 }
-
-size_t StreamPipe::Available() const {
-    DWORD count = 0;
-    return ::PeekNamedPipe(reinterpret_cast<HANDLE>(in.handle), nullptr, 0, nullptr, &count, nullptr) ? count : 0;
-}

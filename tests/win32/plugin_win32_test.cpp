@@ -79,8 +79,10 @@ TEST(Win32Plugin, DecodesRecordingsBitExactAndSeeksWithTheRightCommandLine) {
         ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
         EXPECT_EQ(it::U32At(it::FormatHead(decoder.Format()), 4), 44100u);   // the sample rate
         std::string samples;
-        ASSERT_TRUE(decoder.ReadToEnd(samples));
+        std::vector<DecoderBlockInfo> blocks;   // the recording's data chunk has its size
+        ASSERT_TRUE(decoder.ReadToEnd(samples, &blocks));
         EXPECT_TRUE(samples == Recording(input)) << samples.size() << " bytes";
+        EXPECT_EQ(blocks.back().endOfStream, 1) << "where the declared size is used up";
 
         ASSERT_TRUE(decoder.SetPosition(22050)) << decoder.ErrorLog();
         std::string tail;

@@ -85,8 +85,9 @@ bool clDecoder_ffmpeg::SetQuitEvent(const char16_t* name) {
     return true;
 }
 
-std::string clDecoder_ffmpeg::WorkerPath() {
-    std::string self = OwnLibraryPath();
+std::string clDecoder_ffmpeg::WorkerPath() { return WorkerPathBeside(OwnLibraryPath()); }
+
+std::string clDecoder_ffmpeg::WorkerPathBeside(std::string self) {
     if (!self.empty() && self.front() == '"') {
         self.erase(0, 1);
         self = self.substr(0, self.find('"'));
@@ -276,7 +277,9 @@ bool clDecoder_ffmpeg::DecodeBlock(DecoderBlockInfo* out) {
         out->format = format;
         out->reserved = formatTail;
         out->position = position;
-        out->endOfStream = got < want ? 1 : 0;
+        // A finite data chunk ends where its declared size is used up, also
+        // when that falls on a block's end: a host waits for this flag.
+        out->endOfStream = got < want || dataRead >= dataSize ? 1 : 0;
         out->bytes = static_cast<uint32_t>(got);
         out->samples = block.Data();
         return true;

@@ -40,6 +40,9 @@ public:
 
     bool StartWorker(int64_t position, DecoderOpenInfo* info);
     static std::string WorkerPath();
+    // The worker's path for a plug-in at `self`. Relative (the bare name)
+    // when `self` is unknown or lies in the root: the start refuses that.
+    static std::string WorkerPathBeside(std::string self);
     static WorkerCommand BuildWorkerCommand(const std::string& pathUtf8, double seconds);
     static std::string SecondsText(double seconds);
 

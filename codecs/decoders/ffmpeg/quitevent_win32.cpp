@@ -13,8 +13,10 @@ std::string QuitEventPath(const clString& name) { return name.ToUtf8(); }
 
 std::optional<Qel::aborter> OpenQuitEvent(const clString& name) {
     // A name that exists already is the normal case: the host made the event.
+    // No name: an unnamed event, the decoder's alone.
+    const wchar_t* const named = name.Empty() ? nullptr : reinterpret_cast<const wchar_t*>(name.Text());
     ::SetLastError(0);
-    const HANDLE opened = ::CreateEventW(nullptr, TRUE, FALSE, reinterpret_cast<const wchar_t*>(name.Text()));
+    const HANDLE opened = ::CreateEventW(nullptr, TRUE, FALSE, named);
     (void)::GetLastError();
     if (opened == nullptr) return std::nullopt;
     HANDLE copy = nullptr;

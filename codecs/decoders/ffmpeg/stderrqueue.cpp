@@ -4,11 +4,16 @@
 #include <utility>
 
 #include "transport/exceptions.h"
+#include "transport/waitable.h"
 
 namespace {
 
 constexpr size_t kMaxLineBytes = 0x1000000;
 constexpr size_t kChunkBytes = 65536;   // the pipe's whole buffer
+constexpr size_t kMaxHeldBytes = size_t{64} << 20;
+
+// What a queued line costs, its bookkeeping included.
+size_t HeldBytes(const std::string& line) { return sizeof(std::string) + line.capacity(); }
 
 }  // namespace
 
@@ -31,11 +36,24 @@ void StdErrLineQueue::Run() {
         std::lock_guard<std::mutex> guard(lock_);
         if (discarding_) break;
         if (lines_.empty()) dataEvent_->Set();
-        lines_.push_back(std::move(line));
+        Append(std::move(line));
     }
     // Drained to the end, so that the worker never blocks on its error pipe.
     while (reader.SkipChunk()) {
     }
+}
+
+// A worker may print without end before its first audio byte, while nobody
+// takes lines: the queue never holds more than its limit. Beyond it the
+// oldest lines go, down to three quarters of the limit at once, so that the
+// lines behind them move only now and then. Holds the lock.
+void StdErrLineQueue::Append(std::string line) {
+    heldBytes_ += HeldBytes(line);
+    lines_.push_back(std::move(line));
+    if (heldBytes_ <= kMaxHeldBytes) return;
+    auto kept = lines_.begin();
+    while (kept != lines_.end() && heldBytes_ > kMaxHeldBytes / 4 * 3) heldBytes_ -= HeldBytes(*kept++);
+    lines_.erase(lines_.begin(), kept);
 }
 
 std::vector<std::string> StdErrLineQueue::TakeLines(double timeoutSeconds) {
@@ -45,14 +63,21 @@ std::vector<std::string> StdErrLineQueue::TakeLines(double timeoutSeconds) {
     // Reset under the lock: a line appended after the take sets the event again.
     std::lock_guard<std::mutex> guard(lock_);
     dataEvent_->Reset();
+    heldBytes_ = 0;
     return std::exchange(lines_, {});
 }
 
 void StdErrLineQueue::Discard() {
     std::lock_guard<std::mutex> guard(lock_);
     discarding_ = true;
-    lines_.clear();
+    Clear();
     if (dataEvent_) dataEvent_->Reset();
+}
+
+void StdErrLineQueue::Clear() {
+    lines_.clear();
+    lines_.shrink_to_fit();
+    heldBytes_ = 0;
 }
 
 void StdErrLineQueue::Stop() {
@@ -61,13 +86,16 @@ void StdErrLineQueue::Stop() {
     dataEvent_.reset();
     stream_ = nullptr;
     std::lock_guard<std::mutex> guard(lock_);
-    lines_.clear();
+    Clear();
 }
 
 StdErrLineReader::StdErrLineReader(Qel::streamIn& stream) : stream_(stream), chunk_(kChunkBytes) {}
 
 bool StdErrLineReader::Fill() {
     if (at_ < end_) return true;
+    // A pipe read takes what is there without looking at the aborter, and a
+    // worker may write for ever: the reader looks before each chunk.
+    Qel::CheckAbort();
     at_ = 0;
     end_ = stream_.readSome(chunk_.data(), chunk_.size());
     return end_ != 0;

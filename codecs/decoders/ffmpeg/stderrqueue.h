@@ -31,8 +31,12 @@ public:
 
 private:
     void Run();
+    void Append(std::string line);
+    void Clear();
 
+    // Oldest first; at most 64 MiB with their bookkeeping, the oldest dropped beyond.
     std::vector<std::string> lines_;
+    size_t heldBytes_ = 0;
     bool discarding_ = false;
     std::mutex lock_;
     Qel::streamIn* stream_ = nullptr;
