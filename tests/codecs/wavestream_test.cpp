@@ -121,9 +121,6 @@ std::unique_ptr<Result> ReadWithSamples(Wave64& w) { return Read(w.Data(kSamples
 
 TEST(WaveFormat, DivisorsAndEffectiveTag) {
     clWaveFormat wave;
-    EXPECT_EQ(wave.Tag(), 0);
-    EXPECT_EQ(wave.AvgBytesPerSecond(), 1u);
-    EXPECT_EQ(wave.BlockAlign(), 1);
     Bytes zeros = Body({.tag = 2, .avgBytes = 0, .blockAlign = 0});
     wave.SetBytes(zeros.data(), 16);
     EXPECT_EQ(wave.AvgBytesPerSecond(), 1u) << "a zero divisor is never left behind";
