@@ -91,9 +91,6 @@ TEST_F(PluginTest, TablesInOrderAndNothingPastTheEnd) {
             EXPECT_EQ(decoder.Get(key, param), 0);
             EXPECT_TRUE(SameBytes(param, before)) << "index " << index;
         }
-        DecoderParam description = Patterned();
-        ASSERT_EQ(decoder.Get(u"Decoder Description", description), 1);
-        EXPECT_EQ(host::WideView(description.text), u"FFmpeg Decoder");
         ASSERT_EQ(decoder.Get(u"Decodes", row18), 1);
     }
     // The text handed out outlives the decoder.

@@ -85,7 +85,6 @@ TEST(Ebml, VoidsOfEverySize) {
     EXPECT_EQ(Hex(EBML::BuildVoid(2)), "EC 80");
     EXPECT_EQ(Hex(EBML::BuildVoid(8)), "EC 86 00 00 00 00 00 00");
     EXPECT_EQ(Hex(EBML::BuildVoid(9)), "EC 01 00 00 00 00 00 00 00");
-    EXPECT_EQ(EBML::BuildVoid(300).size(), 300u);
     // Each Void reads back as one element of exactly its size.
     for (uint64_t size : {2u, 8u, 9u, 10u, 300u}) {
         const std::vector<uint8_t> bytes = EBML::BuildVoid(size);
@@ -133,7 +132,6 @@ TEST(Ebml, WalkOverChildren) {
     ASSERT_EQ(seen.size(), 2u);
     EXPECT_EQ(seen[0], std::make_pair(0x81u, uint64_t{5}));
     EXPECT_EQ(seen[1], std::make_pair(0x82u, uint64_t{6}));
-
 }
 
 TEST(Ebml, HeaderVersionsAndMagic) {
