@@ -142,13 +142,17 @@ TEST(ClString, AppendingSplittingAndFileNames) {
     s.Append(s);
     EXPECT_EQ(S(s), u"abcdefgabcdefg");
 
-    // A source inside the string itself, where the growth frees the old block
-    // (full capacity, so that the step must reallocate).
+    // Sources inside the string itself, where the growth frees the old block
+    // (full capacity, so that every step must reallocate).
     const std::u16string text = u"0123456789abcdefghij";
     clString grown{std::u16string_view(text)};
     ASSERT_EQ(grown.Capacity(), grown.Length());
     grown.Append(grown.Text() + 10);
     EXPECT_EQ(S(grown), text + u"abcdefghij");
+    clString grow{std::u16string_view(text)}, insert{std::u16string_view(text)};
+    grow.AppendGrow(grow.Text() + 15);
+    insert.Insert(insert.Text() + 18, 1);
+    EXPECT_EQ(S(grow) + u"|" + S(insert), text + u"fghij|ij" + text);
     grown.Set(grown.Text() + 1, 2);
     EXPECT_EQ(S(grown), u"12");
     grown.tag = 77;
