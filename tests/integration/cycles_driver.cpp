@@ -1,4 +1,4 @@
-// One soak thread: a decoder that opens, decodes, seeks, closes and retags
+// One cycles thread: a decoder that opens, decodes, seeks, closes and retags
 // copies at random, and tells a quit-caused failure from any other.
 
 #include <unistd.h>
@@ -10,11 +10,11 @@
 #include "host/tagblob.h"
 #include "host/tagblobwriter.h"
 #include "host/text.h"
-#include "soak.h"
+#include "cycles.h"
 #include "tests/integration/testkit.h"
 #include "tests/qel-matroska/ebmlwalk.h"
 
-namespace soak {
+namespace cycles {
 namespace {
 
 class Driver {
@@ -215,4 +215,4 @@ void Shared::Fail(const std::string& text) {
     if (failureTexts.size() < 50) failureTexts.push_back(text);
 }
 
-}  // namespace soak
+}  // namespace cycles

@@ -1,5 +1,5 @@
 #pragma once
-// The soak run: decoders in threads driving the plug-in as a busy host does,
+// The cycles run: decoders in threads driving the plug-in as a busy host does,
 // with quit events fired at random moments, while the process's descriptors,
 // threads, children and resident memory are watched.
 
@@ -12,7 +12,7 @@
 #include "host/plugin.h"
 #include "tests/integration/quitfifo.h"
 
-namespace soak {
+namespace cycles {
 
 // One kind of input: its file, its decoded samples as a reference, and
 // whether its tags can be written.
@@ -49,4 +49,4 @@ using it::QuitFifo;
 // One decoder thread's loop until `shared.stop`.
 void RunDecoderThread(Shared& shared, QuitFifo& quit, unsigned seed, int index);
 
-}  // namespace soak
+}  // namespace cycles

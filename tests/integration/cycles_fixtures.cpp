@@ -1,16 +1,16 @@
-// The soak's inputs: one short file of every kind the host meets, made by
+// The cycles run's inputs: one short file of every kind the host meets, made by
 // ffmpeg, and each one's samples as ffmpeg itself decodes them.
 
 #include <stdexcept>
 
-#include "soak.h"
+#include "cycles.h"
 #include "tests/integration/testkit.h"
 
-namespace soak {
+namespace cycles {
 namespace {
 
 const std::vector<std::string> kTone = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100",
-                                        "-ac", "2", "-metadata", "title=Soak title", "-metadata", "artist=Soak artist"};
+                                        "-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist"};
 
 // The bytes in front of an APE tag at the end of `bytes` (all of them when
 // there is none): what a tag write must leave as it is.
@@ -61,4 +61,4 @@ std::vector<Fixture> MakeFixtures(const std::string& dir) {
     return fixtures;
 }
 
-}  // namespace soak
+}  // namespace cycles
