@@ -21,14 +21,6 @@ constexpr const char* kExitFooter =
     "\nExit status: 0 success, 1 the plug-in or the system failed (the reason is on standard error),\n"
     "2 usage error (nothing was changed).\n";
 
-constexpr const char* kCommonFooter =
-    "\nCommon options (before or after the command):\n"
-    "  --plugin PATH        the plug-in to load (default: the one beside fdhost)\n"
-    "  --trace-log PATH     give the plug-in this trace log (UTF-16LE, started afresh)\n"
-    "  --error-log PATH     keep a copy of the plug-in's error log (UTF-16LE, started afresh)\n"
-    "  --quit-after-ms N    set the plug-in's quit event after N milliseconds\n"
-    "  --json               print JSON instead of text\n";
-
 void AddCommonOptions(CLI::App& app, CommonOptions& options) {
     app.add_option("--plugin", options.pluginPath, "the plug-in to load (default: the one beside fdhost)")
         ->type_name("PATH")
@@ -36,13 +28,27 @@ void AddCommonOptions(CLI::App& app, CommonOptions& options) {
     app.add_option("--trace-log", options.traceLogPath, "give the plug-in this trace log (UTF-16LE, started afresh)")
         ->type_name("PATH")
         ->check(NonEmpty());
-    app.add_option("--error-log", options.errorLogPath, "keep a copy of the plug-in's error log (UTF-16LE)")
+    app.add_option("--error-log", options.errorLogPath, "keep a copy of the plug-in's error log (UTF-16LE, started afresh)")
         ->type_name("PATH")
         ->check(NonEmpty());
     app.add_option("--quit-after-ms", options.quitAfterMs, "set the plug-in's quit event after N milliseconds")
         ->type_name("N")
         ->check(WholeNumber());
     app.add_flag("--json", options.json, "print JSON instead of text");
+}
+
+// The common options as a command's help shows them, one line each, from
+// their definitions on the main command.
+std::string CommonFooter(const CLI::App& app) {
+    std::string text = "\nCommon options (before or after the command):\n";
+    for (const CLI::Option* option : app.get_options()) {
+        if (option == app.get_help_ptr() || option == app.get_version_ptr()) continue;
+        std::string left = "  " + option->get_name();
+        if (!option->get_type_name().empty()) left += " " + option->get_type_name();
+        left.resize(std::max<size_t>(left.size() + 1, 23), ' ');
+        text += left + option->get_description() + "\n";
+    }
+    return text;
 }
 
 // An option that may stand once, given more often, is a mistake to report
@@ -88,11 +94,12 @@ int RunCommandLine(std::vector<std::string> args) {
 
     CommandContext context;
     AddCommonOptions(app, context.options);
+    const std::string commonFooter = CommonFooter(app);
     for (const Command* command : AllCommands()) {
         CLI::App* sub = app.add_subcommand(command->name, command->summary);
         sub->fallthrough();
         command->define(*sub, context.args);
-        sub->footer(sub->get_footer() + kCommonFooter + kExitFooter);
+        sub->footer(sub->get_footer() + commonFooter + kExitFooter);
     }
 
     std::reverse(args.begin(), args.end());   // CLI11 takes them last first
