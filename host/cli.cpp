@@ -89,7 +89,6 @@ int RunCommandLine(std::vector<std::string> args) {
     app.set_help_flag("-h,--help", "print this help, or with a command its options");
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.require_subcommand(0, 1);
-    app.footer(kExitFooter);
     app.get_formatter()->column_width(36);
 
     CommandContext context;
@@ -101,6 +100,7 @@ int RunCommandLine(std::vector<std::string> args) {
         command->define(*sub, context.args);
         sub->footer(sub->get_footer() + commonFooter + kExitFooter);
     }
+    app.footer(kExitFooter);   // after the commands, which would take it as their own
 
     std::reverse(args.begin(), args.end());   // CLI11 takes them last first
     try {
