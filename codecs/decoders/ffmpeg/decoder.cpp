@@ -7,6 +7,7 @@
 #include <cmath>
 #include <string>
 
+#include "codecs/decoders/ffmpeg/capabilities.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "codecs/decoders/ffmpeg/quitevent.h"
 #include "codecs/decoders/ffmpeg/selfpath.h"

@@ -83,8 +83,3 @@ private:
     // from one that can't be decoded.
     void ReportUndecodable();
 };
-
-// 0 none, 1 standard tags, 4 Matroska; by the path's extension, ASCII case
-// ignored. A URL has none.
-int TagFamilyOf(const clString& path);
-bool IsUrl(const clString& path);

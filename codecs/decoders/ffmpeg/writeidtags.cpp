@@ -1,6 +1,8 @@
 // Set("IDTags"): the host's tag blob goes to the engines of the file's family.
 
 #include "codecs/decoders/ffmpeg/decoder.h"
+
+#include "codecs/decoders/ffmpeg/capabilities.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "tags/idtags.h"
 #include "tags/stdtags.h"
