@@ -3,6 +3,7 @@
 #include <array>
 
 #include "host/errors.h"
+#include "host/text.h"
 
 namespace host {
 namespace {
@@ -37,16 +38,6 @@ constexpr std::array<PictureType, 21> kTypes = {{
     {"artist-logo", "Artist Logo"},
     {"publisher-logo", "Publisher Logo"},
 }};
-
-char FoldAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
-
-bool EqualsNoCase(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
-    }
-    return true;
-}
 
 // -1 when the text is not a number of one or two digits.
 int NumberOf(std::string_view text) {

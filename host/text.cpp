@@ -132,4 +132,26 @@ std::string PathUtf8(const std::filesystem::path& path) {
     return std::string(units.begin(), units.end());
 }
 
+namespace {
+
+template <typename Char>
+bool EqualsFolded(std::basic_string_view<Char> a, std::basic_string_view<Char> b) {
+    const auto fold = [](Char c) { return c >= Char('A') && c <= Char('Z') ? Char(c + 32) : c; };
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (fold(a[i]) != fold(b[i])) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool EqualsNoCase(std::string_view a, std::string_view b) { return EqualsFolded(a, b); }
+
+bool EqualsNoCase(std::u16string_view a, std::u16string_view b) { return EqualsFolded(a, b); }
+
+bool StartsWithNoCase(std::u16string_view text, std::u16string_view prefix) {
+    return text.size() >= prefix.size() && EqualsNoCase(text.substr(0, prefix.size()), prefix);
+}
+
 }  // namespace host

@@ -18,6 +18,11 @@ char32_t JoinSurrogates(char32_t high, char32_t low);
 // A NUL-terminated wide string from the plug-in; null gives an empty view.
 std::u16string_view WideView(const char16_t* text);
 
+// Equal but for ASCII letter case, as tag names and picture type names compare.
+bool EqualsNoCase(std::string_view a, std::string_view b);
+bool EqualsNoCase(std::u16string_view a, std::u16string_view b);
+bool StartsWithNoCase(std::u16string_view text, std::u16string_view prefix);
+
 // Control characters (below 0x20 and 0x7F) as \xNN, so that a tag value
 // can't move the cursor or change the colours of a terminal.
 std::string EscapeControls(std::string_view utf8);

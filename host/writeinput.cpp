@@ -16,20 +16,6 @@
 namespace host {
 namespace {
 
-char FoldAscii(char16_t c) { return (c >= u'A' && c <= u'Z') ? static_cast<char>(c + 32) : static_cast<char>(c); }
-
-bool SameNameNoCase(std::u16string_view a, std::u16string_view b) {
-    if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
-    }
-    return true;
-}
-
-bool StartsNoCase(std::u16string_view text, std::u16string_view prefix) {
-    return text.size() >= prefix.size() && SameNameNoCase(text.substr(0, prefix.size()), prefix);
-}
-
 // A file named on the command line: a directory, a missing or an empty file
 // is a mistake of the command, not something to store.
 std::string ReadArgumentFile(const std::string& path, const std::string& what) {
@@ -57,7 +43,7 @@ void TagList::AddText(const std::string& name, const std::string& value) {
     std::u16string wideName = Utf8ToUtf16(name);
     std::u16string wideValue = Utf8ToUtf16(value);
     for (BlobEntry& entry : entries_) {
-        if (entry.data.empty() && SameNameNoCase(entry.name, wideName)) {
+        if (entry.data.empty() && EqualsNoCase(entry.name, wideName)) {
             entry.value += u'\r';
             entry.value += wideValue;
             return;
@@ -128,11 +114,11 @@ void TagList::CheckApeKeys() const {
     static constexpr std::u16string_view kReserved[] = {u"ID3", u"TAG", u"OggS", u"MP+"};
     for (const BlobEntry& entry : entries_) {
         // Pictures become "Cover Art (front)" or "(back)", "_crc" becomes "CRC".
-        if (StartsNoCase(entry.name, u"_albumart_") || SameNameNoCase(entry.name, u"_crc")) continue;
+        if (StartsWithNoCase(entry.name, u"_albumart_") || EqualsNoCase(entry.name, u"_crc")) continue;
         const std::string name = Utf16ToUtf8(entry.name);
         bool printable = entry.name.size() >= 2 && entry.name.size() <= 255;
         for (const char16_t c : entry.name) printable = printable && c >= 0x20 && c <= 0x7E;
-        for (const std::u16string_view reserved : kReserved) printable = printable && !SameNameNoCase(entry.name, reserved);
+        for (const std::u16string_view reserved : kReserved) printable = printable && !EqualsNoCase(entry.name, reserved);
         if (!printable) {
             throw UsageError("'" + EscapeControls(name) +
                              "' cannot be an APE item key (2 to 255 characters from 0x20 to 0x7E, not ID3, TAG, OggS "
@@ -146,7 +132,7 @@ bool HasApeTags(const std::string& path) {
     const std::u16string wide = Utf8ToUtf16(path);
     for (const std::u16string_view extension : kExtensions) {
         if (wide.size() >= extension.size() &&
-            SameNameNoCase(std::u16string_view(wide).substr(wide.size() - extension.size()), extension)) {
+            EqualsNoCase(std::u16string_view(wide).substr(wide.size() - extension.size()), extension)) {
             return true;
         }
     }
