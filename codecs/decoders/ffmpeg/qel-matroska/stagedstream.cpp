@@ -24,7 +24,7 @@ void StagedStream::Read(void* buffer, uint64_t size) {
         file_.m_range = saved;
     }
     for (const Change& change : changes_) {
-        if (change.resize) {
+        if (change.Resizes()) {
             if (change.at < end) std::memset(out + (std::max(change.at, begin) - begin), 0, end - std::max(change.at, begin));
             continue;
         }
@@ -45,19 +45,19 @@ void StagedStream::WriteHere(const void* data, uint64_t size) {
     if (size == 0) return;
     if (position_ > size_ || position_ + size < position_) EBML::Fail();
     const auto* bytes = static_cast<const uint8_t*>(data);
-    changes_.push_back({position_, std::vector<uint8_t>(bytes, bytes + size), false});
+    changes_.push_back({position_, std::vector<uint8_t>(bytes, bytes + size)});
     position_ += size;
     size_ = std::max(size_, position_);
 }
 
 void StagedStream::SetSize(uint64_t size) {
-    changes_.push_back({size, {}, true});
+    changes_.push_back({size, {}});
     size_ = size;
 }
 
 void StagedStream::Commit() {
     for (const Change& change : changes_) {
-        if (change.resize) {
+        if (change.Resizes()) {
             file_.SetSize(change.at);
             continue;
         }

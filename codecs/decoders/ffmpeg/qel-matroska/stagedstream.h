@@ -29,7 +29,7 @@ private:
     struct Change {
         uint64_t at = 0;
         std::vector<uint8_t> bytes;   // empty: the file's size becomes `at`
-        bool resize = false;
+        bool Resizes() const { return bytes.empty(); }
     };
 
     EBML::StreamRW& file_;
