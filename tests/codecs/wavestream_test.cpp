@@ -115,8 +115,6 @@ std::unique_ptr<Result> Read(const Bytes& bytes) {
     return result;
 }
 
-std::unique_ptr<Result> ReadWithSamples(Wave64& w) { return Read(w.Data(kSamples.size(), kSamples).bytes); }
-
 }  // namespace
 
 TEST(WaveFormat, DivisorsAndEffectiveTag) {
@@ -137,74 +135,53 @@ TEST(WaveFormat, DivisorsAndEffectiveTag) {
     }
 }
 
-TEST(Wave64Header, PcmIsRecomputedOtherChunksSkippedUpToTheFirstSample) {
-    Wave64 w;
-    // Odd sizes: 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
-    w.Chunk("junk", Bytes(5, 0x77)).Format({.rate = 48000, .avgBytes = 1, .blockAlign = 99, .bits = 24, .tail = {0, 0}});
-    w.Chunk("list", Bytes(13, 0x66));
-    const auto r = Read(w.Data(1000, kSamples).bytes);
-    EXPECT_EQ(r->dataSize, 1000u);
-    EXPECT_EQ(r->rest, kSamples);
-    EXPECT_EQ(r->wave.BlockAlign(), 6);
-    EXPECT_EQ(r->wave.AvgBytesPerSecond(), 6u * 48000u);
-    EXPECT_EQ(r->Record(), Handed({.rate = 48000, .avgBytes = 288000, .blockAlign = 6, .bits = 24}));
-}
-
-TEST(Wave64Header, FormatChunkSizeBounds) {
-    for (uint64_t size : {39u, 65561u}) {
-        EXPECT_THROW(ReadWithSamples(Wave64().ChunkSized("fmt ", size, Bytes(size - 24, 0), (8 - (size - 24) % 8) % 8)),
-                     Qel::invalid_input) << size;
+// What the host is handed, and what the reader keeps for itself.
+TEST(Wave64Header, RecordsHandedOver) {
+    Bytes bigTail = ExtraTail(65536 - 18);   // 65560: an ADPCM record whose extra bytes fill all 65536
+    bigTail.back() = 0x42;
+    const Fmt adpcm{.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)};
+    const Fmt extensible{.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1, .blockAlign = 7, .bits = 24,
+                         .tail = ExtensibleTail(20, 0x3F, 1)};
+    Fmt extensibleFixed = extensible;
+    extensibleFixed.avgBytes = 18 * 48000;
+    extensibleFixed.blockAlign = 18;
+    const struct {
+        const char* name;
+        Bytes bytes;
+        Bytes record;       // what the host gets
+        uint16_t extraSize;
+        uint64_t dataSize = 8;
+    } rows[] = {
+        // Odd sizes, 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
+        {"PCM recomputed, other chunks skipped",
+         Wave64().Chunk("junk", Bytes(5, 0x77)).Format({.rate = 48000, .avgBytes = 1, .blockAlign = 99, .bits = 24, .tail = {0, 0}})
+             .Chunk("list", Bytes(13, 0x66)).Data(1000, kSamples).bytes,
+         Handed({.rate = 48000, .avgBytes = 288000, .blockAlign = 6, .bits = 24}), 0, 1000},
+        {"16-byte body", Wave64().Format({}).Data(8, kSamples).bytes, Handed({}), 0},
+        {"65536 extra bytes", Wave64().Format({.tag = 2, .tail = bigTail}).Data(8, kSamples).bytes,
+         Handed({.tag = 2, .tail = {0xEE, 0xFF}}), 65518},
+        {"18 bytes claiming 22 extra", Wave64().Format({.tag = 0xFFFE, .tail = {22, 0}}).Data(8, kSamples).bytes,
+         Handed({.tag = 0xFFFE, .tail = {0, 0}}), 0},
+        {"extensible PCM, handed whole", Wave64().Format(extensible).Data(8, kSamples).bytes, Body(extensibleFixed), 22},
+        {"ADPCM keeps what it declares; its extra bytes stay home", Wave64().Format(adpcm).Data(8, kSamples).bytes,
+         Handed({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = {32, 0}}), 32},
+        {"a second format chunk rules",
+         Wave64().Format({.tag = 2, .blockAlign = 512, .tail = ExtraTail(4)}).Format({.channels = 1, .rate = 8000, .bits = 8})
+             .Data(8, kSamples).bytes,
+         Handed({.channels = 1, .rate = 8000, .avgBytes = 8000, .blockAlign = 1, .bits = 8}), 0},
+        {"no data", Wave64().Format({}).Data(0, {}).bytes, Handed({}), 0, 0},
+        {"the largest data size", Wave64().Format({}).Data(~uint64_t{0} - 24, kSamples).bytes, Handed({}), 0, ~uint64_t{0} - 24},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto r = Read(row.bytes);
+        EXPECT_EQ(r->Record(), row.record);
+        EXPECT_EQ(r->wave.ExtraSize(), row.extraSize);
+        EXPECT_EQ(r->dataSize, row.dataSize);
+        EXPECT_EQ(r->rest, row.dataSize == 0 ? Bytes{} : kSamples) << "the stream stops at the first sample";
+        EXPECT_EQ(0, std::memcmp(r->wave.Record(), row.record.data(), 16)) << "the reader's own record differs";
+        if (row.extraSize == 65518) { EXPECT_EQ(r->wave.Record()[65535], 0x42); }
     }
-    const auto r16 = ReadWithSamples(Wave64().Format({}));   // 40: a 16-byte body
-    EXPECT_EQ(r16->wave.ExtraSize(), 0);
-    EXPECT_EQ(r16->wave.BitsPerSample(), 16);
-    EXPECT_EQ(r16->rest, kSamples);
-
-    // 65560: an ADPCM record whose extra bytes fill all 65536.
-    Bytes tail = ExtraTail(65536 - 18);
-    tail.back() = 0x42;
-    const auto big = ReadWithSamples(Wave64().Format({.tag = 2, .tail = tail}));
-    EXPECT_EQ(big->wave.ExtraSize(), 65518);
-    EXPECT_EQ(big->wave.Record()[65535], 0x42);
-    EXPECT_EQ(big->Record(), Handed({.tag = 2, .tail = {0xEE, 0xFF}})) << "the extra size goes, not the bytes";
-    EXPECT_EQ(big->rest, kSamples);
-}
-
-TEST(Wave64Header, ExtraBytesShortExtensibleAndAdpcm) {
-    // 18 bytes claiming 22 extra: taken with extra size 0.
-    const auto r18 = ReadWithSamples(Wave64().Format({.tag = 0xFFFE, .tail = {22, 0}}));
-    EXPECT_EQ(r18->wave.ExtraSize(), 0);
-    EXPECT_EQ(r18->wave.EffectiveTag(), 0xFFFE);
-    EXPECT_EQ(r18->Record(), Handed({.tag = 0xFFFE, .tail = {0, 0}}));
-    EXPECT_EQ(r18->rest, kSamples);
-
-    // Extensible PCM: block align and rate recomputed, the record handed over whole.
-    const auto r = ReadWithSamples(Wave64().Format({.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1,
-                                              .blockAlign = 7, .bits = 24, .tail = ExtensibleTail(20, 0x3F, 1)}));
-    EXPECT_EQ(r->wave.EffectiveTag(), 1);
-    EXPECT_EQ(r->wave.BlockAlign(), 18);
-    EXPECT_EQ(r->Record(), Body({.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 18 * 48000,
-                                 .blockAlign = 18, .bits = 24, .tail = ExtensibleTail(20, 0x3F, 1)}));
-
-    // ADPCM keeps what it declares; its extra bytes stay home.
-    const auto a =
-        ReadWithSamples(Wave64().Format({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)}));
-    EXPECT_EQ(a->wave.BlockAlign(), 2048);
-    EXPECT_EQ(a->wave.AvgBytesPerSecond(), 44359u);
-    EXPECT_EQ(a->Record(), Handed({.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = {32, 0}}));
-}
-
-TEST(Wave64Header, DataSizesAndASecondFormatChunk) {
-    const auto r0 = Read(Wave64().Format({}).Data(0, {}).bytes);
-    EXPECT_EQ(r0->dataSize, 0u);
-    EXPECT_TRUE(r0->rest.empty());
-    EXPECT_EQ(Read(Wave64().Format({}).Data(~uint64_t{0} - 24, kSamples).bytes)->dataSize, ~uint64_t{0} - 24);
-
-    const auto r = ReadWithSamples(
-        Wave64().Format({.tag = 2, .blockAlign = 512, .tail = ExtraTail(4)}).Format({.channels = 1, .rate = 8000, .bits = 8}));
-    EXPECT_EQ(r->wave.ExtraSize(), 0);
-    EXPECT_EQ(r->Record(), Handed({.channels = 1, .rate = 8000, .avgBytes = 8000, .blockAlign = 1, .bits = 8}));
-    EXPECT_EQ(r->rest, kSamples);
 }
 
 TEST(Wave64Header, MalformedHeadersAreRefused) {
@@ -218,5 +195,8 @@ TEST(Wave64Header, MalformedHeadersAreRefused) {
     bad.back()[24 + 3] = 'E';
     bad.push_back(Wave64().ChunkSized("junk", 23, {}, 0).bytes);
     bad.push_back(Wave64().Data(8, kSamples).Format({}).bytes);
+    for (uint64_t size : {39u, 65561u}) {   // format chunks out of bounds
+        bad.push_back(Wave64().ChunkSized("fmt ", size, Bytes(size - 24, 0), (8 - (size - 24) % 8) % 8).Data(8, kSamples).bytes);
+    }
     for (size_t i = 0; i < bad.size(); ++i) EXPECT_THROW(Read(bad[i]), Qel::invalid_input) << "case " << i;
 }
