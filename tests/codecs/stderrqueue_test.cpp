@@ -53,10 +53,10 @@ void Write(StreamPipe& pipe, const std::string& text) {
     std::thread([&] { EXPECT_NO_THROW(pipe.out.write(text.data(), text.size())); }).join();
 }
 
-// Takes batches until `count` lines have come or a batch times out.
-Lines TakeAtLeast(StdErrLineQueue& queue, size_t count) {
+// Takes batches until `count` lines (or the line `last`) have come or a batch times out.
+Lines TakeAtLeast(StdErrLineQueue& queue, size_t count, const std::string& last = "") {
     Lines all;
-    while (all.size() < count) {
+    while (all.size() < count && (last.empty() || all.empty() || all.back() != last)) {
         Lines batch = queue.TakeLines(5.0);
         if (batch.empty()) break;
         all.insert(all.end(), batch.begin(), batch.end());
@@ -75,7 +75,7 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
         std::string text;
         Lines lines;
     } cases[] = {
-        {"line ends", "ab\r\n\ncd\n", {"ab", "", "cd"}},
+        {"nothing", "", {}}, {"line ends", "ab\r\n\ncd\n", {"ab", "", "cd"}},
         {"progress then its line feed", "size= 1\rsize= 2\r\n", {"size= 2"}},
         {"carriage returns before the line feed", "x\r\r\n\r\ny\n", {"x", "", "y"}},
         {"unfinished last line", "one\ntwo", {"one"}}, {"unfinished progress", "one\nsize= 1\r", {"one"}},
@@ -97,9 +97,6 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
     StdErrLineReader reader(stream);
     EXPECT_THROW(reader.ReadLine(), Qel::invalid_input);
     EXPECT_LE(stream.calls, progress.size() / 65536 + 2);
-    Qel::streamInMemory empty(nullptr, 0);
-    StdErrLineReader none(empty);
-    EXPECT_THROW(none.ReadLine(), Qel::invalid_input);
 }
 
 TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
@@ -145,12 +142,7 @@ TEST(StdErrLineQueue, HoldsAtMost64MiBDroppingTheOldestAndNothingOnceDiscarded) 
     std::string flood;
     for (int i = 0; i < 100000; ++i) flood += std::to_string(i) + std::string(1000, '.') + "\n";
     Write(pipe, flood + "end\n");
-    Lines lines;
-    while (lines.empty() || lines.back() != "end") {
-        Lines batch = queue.TakeLines(5.0);
-        if (batch.empty()) break;
-        lines.insert(lines.end(), batch.begin(), batch.end());
-    }
+    const Lines lines = TakeAtLeast(queue, 100001, "end");
     ASSERT_GT(lines.size(), 1u);
     size_t bytes = 0;
     const int first = std::stoi(lines.front());

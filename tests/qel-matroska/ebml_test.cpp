@@ -30,7 +30,6 @@ uint64_t SizeOf(const std::string& bytes) {
     EBML::StreamMem stream(bytes.data(), bytes.size());
     return EBML::ReadElementSize(stream);
 }
-
 uint32_t IdOf(const std::string& bytes) {
     EBML::StreamMem stream(bytes.data(), bytes.size());
     return EBML::ReadElementId(stream);
@@ -68,13 +67,11 @@ TEST(Ebml, SizesAndIdsReading) {
     EXPECT_EQ(IdOf("\x1A\x45\xDF\xA3"), 0x0A45DFA3u);
     EXPECT_THROW(IdOf("\x08\x01\x02\x03\x04"), EBML::ParseError);   // width 5
 
-    for (uint64_t size : {0u, 9u}) {
-        const std::string body(16, '\x01');
-        EBML::StreamMem stream(body.data(), body.size());
-        EXPECT_THROW(EBML::ReadUInt(stream, size), EBML::ParseError) << size;
-    }
-    const std::string text("ab\0\0", 4), broken("a\0b", 3), control("a\x01", 2);
-    EBML::StreamMem a(text.data(), text.size()), b(broken.data(), broken.size()), c(control.data(), control.size());
+    const std::string ones(16, '\x01'), text("ab\0\0", 4), broken("a\0b", 3), control("a\x01", 2);
+    EBML::StreamMem u(ones.data(), ones.size()), a(text.data(), text.size()), b(broken.data(), broken.size()),
+        c(control.data(), control.size());
+    EXPECT_THROW(EBML::ReadUInt(u, 0), EBML::ParseError);
+    EXPECT_THROW(EBML::ReadUInt(u, 9), EBML::ParseError);
     EXPECT_EQ(EBML::ReadAscii(a, 4), text);   // trailing NULs kept; users take the C string
     EXPECT_THROW(EBML::ReadUtf8(b, 3), EBML::ParseError);
     EXPECT_THROW(EBML::ReadAscii(c, 2), EBML::ParseError);
@@ -145,11 +142,12 @@ TEST(Ebml, HeaderVersionsAndMagic) {
     for (const auto& c : cases) {
         EBML::StreamMem stream(c.body.data(), c.body.size());
         EBML::ParserEBML parser;
-        if (c.ok) {
+        std::string docType = "refused";
+        try {
             parser.Run(stream);
-            EXPECT_EQ(parser.docType, "webm");
-        } else {
-            EXPECT_THROW(parser.Run(stream), EBML::ParseError);
+            docType = parser.docType;
+        } catch (const EBML::ParseError&) {
         }
+        EXPECT_EQ(docType, c.ok ? "webm" : "refused") << c.body;
     }
 }

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
@@ -20,48 +18,36 @@
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-Bytes RandomBytes(size_t count, unsigned seed) {
+std::string RandomBytes(size_t count, unsigned seed) {
     std::mt19937 engine(seed);
-    Bytes out(count);
-    for (auto& b : out) b = static_cast<uint8_t>(engine());
+    std::string out(count, '\0');
+    for (char& b : out) b = static_cast<char>(engine());
     return out;
 }
 
 clString Path(const std::string& utf8) { return clString::FromUtf8(utf8); }
 std::u16string S(const clString& s) { return std::u16string(s.View()); }
 
-Bytes Load(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
 class ClFileTest : public testing::Test {
 protected:
     // `name` is UTF-8. The runtime's file streams take ANSI names on Windows,
     // so the file is written under a plain name and then renamed.
-    std::string Make(const Bytes& content, const std::string& name = "f.bin") {
-        const std::string plain = dir_.File("made.tmp");
-        std::ofstream(plain, std::ios::binary)
-            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+    std::string Make(const std::string& content, const std::string& name = "f.bin") {
+        it::WriteFile(dir_.File("made.tmp"), content);
         const std::string path = dir_.File(name);
-        std::filesystem::rename(std::filesystem::u8path(plain), std::filesystem::u8path(path));
+        std::filesystem::rename(std::filesystem::u8path(dir_.File("made.tmp")), std::filesystem::u8path(path));
         return path;
     }
-
     it::TempDir dir_;
 };
 
-// A log file as the host opens it, for appending.
+// A log file as the host opens it, for appending; read back as strict
+// UTF-16LE, so that a byte order mark or another byte order shows.
 struct Sink {
     it::TempDir dir;
-    std::string path = dir.File("log");
-    it::SinkFile file{path};
-    uint64_t Word() const { return file.Get(); }
-    // Decodes UTF-16LE strictly, so a byte order mark or another byte order shows.
+    it::SinkFile file{dir.File("log")};
     std::u16string Text() const {
-        const std::string bytes = it::ReadFile(path);
+        const std::string bytes = it::ReadFile(dir.File("log"));
         EXPECT_EQ(bytes.size() % 2, 0u);
         std::u16string out;
         for (size_t i = 0; i + 1 < bytes.size(); i += 2)
@@ -72,15 +58,10 @@ struct Sink {
 
 class ClLogTest : public testing::Test {
 protected:
-    void SetUp() override {
-        clLog::ResetForTesting();
-        target_.errorLog = errors_.Word();
-        target_.traceLog = trace_.Word();
-    }
+    void SetUp() override { clLog::ResetForTesting(); }
     void TearDown() override { clLog::ResetForTesting(); }
-
     Sink errors_, trace_;
-    clLogTarget target_;
+    clLogTarget target_{errors_.file.Get(), 0, trace_.file.Get()};
 };
 
 }  // namespace
@@ -97,8 +78,7 @@ TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
     unsigned seed = 1;
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.size << " " << c.position << " " << c.delta);
-        const Bytes old = RandomBytes(c.size, seed++);
-        const std::string path = Make(old);
+        const std::string old = RandomBytes(c.size, seed++), path = Make(old);
         clFile file(Path(path));
         ASSERT_TRUE(file.Open(clFile::kReadWrite));
         EXPECT_TRUE(file.ShiftTail(c.position, c.delta));
@@ -106,50 +86,45 @@ TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
         // The model: the tail at its new place, the bytes left behind
         // unchanged, a hole in a grown file read as zeros.
         const auto size = static_cast<int64_t>(c.size);
-        Bytes expected = old;
+        std::string expected = old;
         expected.resize(static_cast<size_t>(std::max(size, size + c.delta)), 0);
         if (c.position < size) std::copy(old.begin() + c.position, old.end(), expected.begin() + c.position + c.delta);
         expected.resize(static_cast<size_t>(size + c.delta));
-        EXPECT_TRUE(Load(path) == expected);
+        EXPECT_TRUE(it::ReadFile(path) == expected);
     }
-
     // A read-only handle can't move anything and says so.
     clFile readOnly(Path(Make(RandomBytes(100, 9))));
     ASSERT_TRUE(readOnly.Open(clFile::kRead));
-    EXPECT_FALSE(readOnly.ShiftTail(10, 5));
-    EXPECT_FALSE(clFile().ShiftTail(0, 1));
+    EXPECT_FALSE(readOnly.ShiftTail(10, 5) || clFile().ShiftTail(0, 1));
 }
 
 // A grown file reads zeros in the new part; a read tells a failure (a
 // write-only or closed file) from the end of the file.
 TEST_F(ClFileTest, SetLengthAndReadsAtTheEnd) {
-    const Bytes old = RandomBytes(10, 3);
-    const std::string path = Make(old);
+    const std::string old = RandomBytes(10, 3), path = Make(old);
     clFile file(Path(path));
     ASSERT_TRUE(file.Open(clFile::kReadWrite));
     ASSERT_TRUE(file.SetLength(10 + 65537));
     EXPECT_EQ(file.Size(), 10 + 65537);
-    Bytes expected = old;
-    expected.resize(10 + 65537, 0);
-    EXPECT_TRUE(Load(path) == expected);
+    EXPECT_TRUE(it::ReadFile(path) == old + std::string(65537, '\0'));
     ASSERT_TRUE(file.SetLength(4));
-    EXPECT_TRUE(Load(path) == Bytes(old.begin(), old.begin() + 4));
+    EXPECT_TRUE(it::ReadFile(path) == old.substr(0, 4));
     EXPECT_FALSE(file.SetLength(-1));
     file.Close();
 
     clFile reader(Path(path)), writeOnly(Path(path));
     ASSERT_TRUE(reader.Open(clFile::kRead) && writeOnly.Open(clFile::kWrite));
-    Bytes buffer(20);
-    bool failed = true;
-    EXPECT_EQ(reader.Read(buffer.data(), 20, &failed), 4u);
+    uint8_t buffer[20];
+    bool failed = false;
+    EXPECT_EQ(reader.Read(buffer, 20, &failed), 4u);
     EXPECT_FALSE(failed);
-    EXPECT_EQ(reader.Read(buffer.data(), 20, &failed), 0u);
+    EXPECT_EQ(reader.Read(buffer, 20, &failed), 0u);
     EXPECT_FALSE(failed);
-    EXPECT_FALSE(reader.Write(buffer.data(), 1));
-    EXPECT_EQ(writeOnly.Read(buffer.data(), 5, &failed), 0u);
+    EXPECT_FALSE(reader.Write(buffer, 1));
+    EXPECT_EQ(writeOnly.Read(buffer, 5, &failed), 0u);
     EXPECT_TRUE(failed);
     failed = false;
-    EXPECT_EQ(clFile().Read(buffer.data(), 5, &failed), 0u);
+    EXPECT_EQ(clFile().Read(buffer, 5, &failed), 0u);
     EXPECT_TRUE(failed);
 }
 
@@ -163,7 +138,7 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
         EXPECT_FALSE(clFile(missing).Open(clFile::kRead));
         EXPECT_FALSE(clFile(Path(dir_.Path())).Open(clFile::kRead));   // a folder is no file
 
-        const std::string path = Make(Bytes{1, 2, 3}, "\xC3\xA9t\xC3\xA9.bin");   // UTF-8 name
+        const std::string path = Make("\x01\x02\x03", "\xC3\xA9t\xC3\xA9.bin");   // UTF-8 name
         clFile owner(Path(path));
         ASSERT_TRUE(owner.Open(clFile::kRead));
         EXPECT_FALSE(Inheritable(owner.handle)) << "a worker must not inherit the file";
@@ -171,9 +146,7 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
         EXPECT_EQ(clFile::Borrow(owner).Read(bytes, 1), 1u);   // the borrowed view leaves the handle open
         EXPECT_EQ(owner.Read(bytes, 2), 2u);
         EXPECT_EQ(bytes[0], 2);
-
-        clFile moved(std::move(owner));
-        clFile other(Path(path));
+        clFile moved(std::move(owner)), other(Path(path));
         ASSERT_TRUE(other.Open(clFile::kRead));
         moved = std::move(other);   // closes the handle it held
         EXPECT_TRUE(moved.Open(clFile::kRead));   // reopening closes first
@@ -210,25 +183,23 @@ TEST_F(ClLogTest, LineFormIndentationAndMissingSinks) {
               u"<-<-  [f]\r\n"
               u"after\r\n"
               u"label \u00E9  [\u00E9t\u00E9]\r\n");
-    EXPECT_EQ(errors_.Text(), u"Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
+    const std::u16string error = u"Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n";
+    EXPECT_EQ(errors_.Text(), error);
     EXPECT_TRUE(clLog::CurrentIndent().Empty());
 
     // Without sinks nothing is written, but the indentation still moves.
-    clLogTarget none;
-    clLogTarget allOnes{UINT64_MAX, 0, UINT64_MAX};
+    clLogTarget none, allOnes{UINT64_MAX, 0, UINT64_MAX};
     clLog::Trace(u"->->", &none, "f");
     clLog::Trace(u"->->", &allOnes, "f");
     clLog::Trace(u"->->", nullptr, "f");
     clLog::Error(u"dropped", &none, "f");
     clLog::Trace(u"<-<-", &allOnes, "f");
     EXPECT_EQ(std::u16string(clLog::CurrentIndent().View()), u"    ");
-    EXPECT_EQ(trace_.Text(), traced);
-    EXPECT_EQ(errors_.Text(), u"Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
+    EXPECT_EQ(trace_.Text() + errors_.Text(), traced + error);
 }
 
 TEST_F(ClLogTest, ConcurrentLinesStayWhole) {
-    constexpr int kThreads = 8;
-    constexpr int kLines = 300;
+    constexpr int kThreads = 8, kLines = 300;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([this, t] {
@@ -237,7 +208,6 @@ TEST_F(ClLogTest, ConcurrentLinesStayWhole) {
         });
     }
     for (auto& thread : threads) thread.join();
-
     const std::u16string text = trace_.Text();
     std::vector<int> counts(kThreads, 0);
     for (size_t start = 0, end; start < text.size(); start = end + 2) {
@@ -245,8 +215,8 @@ TEST_F(ClLogTest, ConcurrentLinesStayWhole) {
         ASSERT_NE(end, std::u16string::npos);
         const std::u16string line = text.substr(start, end - start);
         const int t = line.empty() ? -1 : line[0] - u'a';
-        ASSERT_TRUE(t >= 0 && t < kThreads) << "torn line";
-        ASSERT_EQ(line, std::u16string(static_cast<size_t>(40 + t), line[0]) + u"  [worker]");
+        ASSERT_TRUE(t >= 0 && t < kThreads && line == std::u16string(static_cast<size_t>(40 + t), line[0]) + u"  [worker]")
+            << "torn line";
         ++counts[static_cast<size_t>(t)];
     }
     EXPECT_EQ(counts, std::vector<int>(kThreads, kLines));
