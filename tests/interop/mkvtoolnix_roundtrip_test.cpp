@@ -24,6 +24,8 @@ namespace {
 
 using Json = nlohmann::json;
 using Shown = std::map<std::string, std::string>;   // name -> value, or picture key -> bytes
+using ebmltest::Child;
+using ebmltest::Children;
 
 const char* kTagsXml = R"X(<?xml version="1.0"?><Tags>
 <Tag><Targets><TargetTypeValue>50</TargetTypeValue></Targets>
@@ -44,21 +46,6 @@ uint32_t Crc32(const std::string& bytes, size_t from, size_t to) {
         for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (0xEDB88320 & (0 - (crc & 1)));
     }
     return ~crc;
-}
-
-// The children of the element at `at`: (id with marker, offset, body, end).
-struct Child { uint64_t id, offset, body, end; };
-std::vector<Child> Children(const std::string& b, uint64_t at) {
-    uint64_t id = 0, size = 0, end = 0;
-    ebmltest::ReadVar(b, at, id, true);
-    ebmltest::ReadVar(b, at, size, false);
-    std::vector<Child> children;
-    for (end = at + size; at < end;) {
-        Child c{0, at, 0, 0};
-        if (!ebmltest::ReadVar(b, at, c.id, true) || !ebmltest::ReadVar(b, at, size, false)) break;
-        children.push_back({c.id, c.offset, at, at += size});
-    }
-    return children;
 }
 
 struct XmlSimple {   // `scoped`: aimed at a track, chapter, edition or attachment

@@ -72,6 +72,23 @@ inline SegmentView WalkSegment(const std::string& b) {
     return view;
 }
 
+// The children of the element at `at`, as far as they parse.
+struct Child {
+    uint64_t id, offset, body, end;   // id with the length marker
+};
+inline std::vector<Child> Children(const std::string& b, uint64_t at) {
+    uint64_t id = 0, size = 0;
+    ReadVar(b, at, id, true);
+    ReadVar(b, at, size, false);
+    std::vector<Child> children;
+    for (const uint64_t end = at + size; at < end;) {
+        Child c{0, at, 0, 0};
+        if (!ReadVar(b, at, c.id, true) || !ReadVar(b, at, size, false)) break;
+        children.push_back({c.id, c.offset, at, at += size});
+    }
+    return children;
+}
+
 // "" when every Seek entry of every SeekHead points at an element of its ID.
 inline std::string SeekProblems(const std::string& b) {
     const SegmentView view = WalkSegment(b);
@@ -80,25 +97,15 @@ inline std::string SeekProblems(const std::string& b) {
     for (const TopElement& e : view.children) idAt[e.offset] = e.id;
     std::string problems;
     for (const TopElement& e : view.children) {
-        if (e.id != 0x114D9B74) continue;
-        uint64_t at = e.offset, id = 0, size = 0;
-        ReadVar(b, at, id, true);
-        ReadVar(b, at, size, false);
-        const uint64_t end = at + size;
-        while (at < end) {
-            uint64_t seekEnd = 0, child = 0, childSize = 0, target = 0, position = 0;
-            if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return problems + "bad SeekHead;";
-            seekEnd = at + size;
-            if (id != 0x4DBB) {   // a Void where an entry was
-                at = seekEnd;
-                continue;
-            }
-            while (at < seekEnd) {
-                if (!ReadVar(b, at, child, true) || !ReadVar(b, at, childSize, false)) return problems + "bad Seek;";
+        const std::vector<Child> seeks = e.id == 0x114D9B74 ? Children(b, e.offset) : std::vector<Child>{};
+        if (!seeks.empty() && seeks.back().end != e.offset + e.total) problems += "bad SeekHead;";
+        for (const Child& seek : seeks) {
+            if (seek.id != 0x4DBB) continue;   // a Void where an entry was
+            uint64_t target = 0, position = 0;
+            for (const Child& field : Children(b, seek.offset)) {
                 uint64_t value = 0;
-                for (uint64_t i = 0; i < childSize; ++i) value = value << 8 | static_cast<uint8_t>(b[at + i]);
-                (child == 0x53AB ? target : position) = value;
-                at += childSize;
+                for (uint64_t i = field.body; i < field.end; ++i) value = value << 8 | static_cast<uint8_t>(b[i]);
+                (field.id == 0x53AB ? target : position) = value;
             }
             const auto found = idAt.find(view.dataBegin + position);
             if (found == idAt.end() || found->second != target) problems += "entry to " + std::to_string(position) + ";";

@@ -27,14 +27,8 @@ std::string Tags(const std::string& title) {
                                                   UInt(0x484, 1));
     return El(kTags, El(kTag, El(kTargets, UInt(kTargetTypeValue, 30)) + simple));
 }
-// A Void of `total` bytes, 2 to 16000.
-std::string VoidOf(size_t total) {
-    if (total < 129) return El(kVoid, std::string(total - 2, '\0'));
-    const size_t size = total - 3;
-    return "\xEC" + std::string{static_cast<char>(0x40 | size >> 8), static_cast<char>(size & 0xFF)} +
-           std::string(size, '\0');
-}
-std::string TwoClusters() { return Cluster(100) + Cluster(50); }
+// A Void of `total` bytes, 2 to 128.
+std::string VoidOf(size_t total) { return El(kVoid, std::string(total - 2, '\0')); }
 
 // "KEY=NAME@LEVEL:VALUE,...;" of the Global map.
 std::string DescribeRecord(const Matroska::TagRecord& record) {
@@ -55,13 +49,10 @@ protected:
     bool Write(const std::string& bytes, const IDTags& tags) {
         WriteFile(path, bytes);
         const bool written = MatroskaTags::Write(S(path), tags, log.Target());
-        Verify(bytes);
-        return written;
-    }
-    void Verify(const std::string& before) {
         const std::string after = ReadFile(path);
-        EXPECT_EQ(Clusters(after), Clusters(before));
+        EXPECT_EQ(Clusters(after), Clusters(bytes));
         EXPECT_EQ(SeekProblems(after), "");
+        return written;
     }
     std::string ReadBack() {
         IDTags tags;
@@ -119,11 +110,10 @@ TEST_F(MatroskaWrite, ThreeLayoutsOfTheRelayout) {
     } cases[] = {
         {10, "Void;Cluster;Cluster;Info;Tags;"},                                       // no room for a SeekHead
         {40, "SeekHead;Void;Cluster;Cluster;Info;SeekHead;Void;Tags;"},                // a small SeekHead only
-        {200, "SeekHead;Void;Info;Void;Cluster;Cluster;Tags;"},                        // the normal case
         {50 + 12 + 8, "SeekHead;Void;Info;Void;Cluster;Cluster;Tags;"},                // avail just fits Info
     };
     for (const auto& c : cases) {
-        ASSERT_TRUE(Write(File(VoidOf(c.leading) + TwoClusters() + tail), title)) << log.Text();
+        ASSERT_TRUE(Write(File(VoidOf(c.leading) + Cluster(100) + Cluster(50) + tail), title)) << log.Text();
         EXPECT_EQ(Names(ReadFile(path)), c.layout) << c.leading;
         EXPECT_EQ(ReadBack(), "TITLE=" + std::string(60, 'n') + ";") << c.leading;
         // A second write finds the Tags where the first put them.
