@@ -3,7 +3,6 @@
 // engine's own encoder: elements by held ID, and whole files around them.
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 
 namespace ebmltest {
@@ -31,12 +30,6 @@ inline std::string UInt(uint32_t heldId, uint64_t value) {
     } while (value != 0);
     return El(heldId, body);
 }
-inline std::string Cat(std::initializer_list<std::string> parts) {
-    std::string out;
-    for (const std::string& part : parts) out += part;
-    return out;
-}
-
 inline constexpr uint32_t kHeader = 0x0A45DFA3, kDocType = 0x282, kSegment = 0x08538067, kSeekHead = 0x014D9B74,
                           kSeek = 0xDBB, kSeekId = 0x13AB, kSeekPosition = 0x13AC, kVoid = 0x6C, kInfo = 0x0549A966,
                           kTracks = 0x0654AE6B, kCluster = 0x0F43B675, kTags = 0x0254C367, kTag = 0x3373,
