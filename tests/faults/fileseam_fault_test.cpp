@@ -106,7 +106,7 @@ faults::Plan FailsAt(bool reading, int64_t offset, bool once) {
     return plan;
 }
 
-TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheAudio) {
+TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
     using P = faults::Plan;
     const auto chunks = [](size_t bytes) { return With(&P::maxChunk, bytes); };
     const P interrupts = With(&P::interrupt, true);
