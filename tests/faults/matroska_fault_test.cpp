@@ -1,8 +1,9 @@
 // The Matroska retag flows with faults at the file seam: short reads and writes
-// and EINTR change nothing; a failed read, a full disk or a shrinking file end
-// in the logged error with the file byte for byte as it was. A write that
-// fails part-way through its own writes leaves the leading area, the Clusters
-// and the audio as they were.
+// and EINTR change nothing; a failed read, a full disk before the first write
+// or a shrinking file end in the logged error with the file byte for byte as
+// it was. A disk that fills part-way through the writes leaves the Clusters
+// and the audio as they were, and, where the file grows, the leading area too:
+// the tail is written first.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
 // Image detection over hand-made bytes: the edges of each reader that no
-// tool makes on purpose (cursors, zero sizes, chunk order, box order).
+// tool makes (cursors, zero sizes, chunk order, box order); what the tools
+// make is in imagedetect_tools_test.cpp.
 
 #include <gtest/gtest.h>
 
@@ -68,25 +69,19 @@ TEST(ImageDetect, HandMadeEdges) {
         {"GIF with zero width", std::string("GIF89a") + Le16(0) + Le16(7) + std::string(10, '\0'), "fail"},
         {"ICO of 100 entries", Ico(1, ico100, 100), "ICO 16x16 d8 alpha"},
         {"ICO of 101 entries", Ico(1, ico101, 101), "fail"}, {"cursor", Ico(2, IcoEntry(16, 16, 8), 1), "fail"},
-        {"ICO width byte 0", Ico(1, IcoEntry(32, 32, 32) + IcoEntry(0, 0, 32), 2), "ICO 256x256 d32 alpha"},
         {"ICO: larger but shallower", Ico(1, IcoEntry(16, 16, 32) + IcoEntry(48, 48, 8), 2), "ICO 16x16 d32 alpha"},
         {"ICO reserved byte", Ico(1, IcoEntry(16, 16, 8, 1), 1), "fail"},
         {"JPEG end before frame", "\xFF\xD8\xFF\xD9", "fail"},
         {"JPEG fill byte", "\xFF\xD8\xFF\xE0" + Be16(4) + "ab\xFF\xFF\xC0", "fail"},
         {"JPEG SOS before frame", "\xFF\xD8\xFF\xDA" + Be16(4) + "ab" + "\x12\x34", "fail"},
-        {"JPEG frame", "\xFF\xD8\xFF\xE0" + Be16(4) + "ab\xFF\xC2" + Be16(11) + "\x08" + Be16(9) + Be16(11) + "\x03",
-         "JPEG 11x9 d24"},
-        {"PNG tRNS before IDAT", Png(2, Chunk("tRNS", "ab") + Chunk("IDAT", "x")), "PNG 3x2 d24 alpha"},
+        {"PNG of RGB with tRNS before IDAT", Png(2, Chunk("tRNS", "ab") + Chunk("IDAT", "x")), "PNG 3x2 d24 alpha"},
         {"PNG tRNS behind IDAT", Png(2, Chunk("IDAT", "x") + Chunk("tRNS", "ab")), "PNG 3x2 d24"},
         {"PNG cut behind the header", Png(3, "\0\0"), "PNG 3x2 d8"},
-        {"PNG grey and alpha", Png(4, ""), "PNG 3x2 d16 alpha"},
         {"ISO with mdat first", Iso(Box("mdat", "data"), Ispe(4, 3) + Box("av1C", "x")), "fail"},
         {"ISO with av1C then hvcC", Iso("", Ispe(4, 3) + Box("av1C", "x") + Box("hvcC", "y")), "HEIC 4x3 d24"},
         {"ISO with hvcC then av1C", Iso("", Box("hvcC", "y") + Ispe(4, 3) + Box("av1C", "x")), "AVIF 4x3 d24"},
         {"ISO without codec", Iso("", Ispe(4, 3)), "fail"},
         {"ISO child larger than parent", Iso("", Be32(100) + "ispe"), "fail"},
-        {"BMP core header", "BM" + std::string(12, '\0') + Le16(12) + Le16(0) + Le16(7) + Le16(9) + Le16(1) + Le16(24),
-         "BMP 7x9 d24"},
         // small, height (1 + 1) x 8, ratio 1:1, all defaults
         {"JPEG XL all defaults", "\xFF\x0A\x43\x02", "JPEG XL 16x16 d24"},
         {"WebP of another chunk", "RIFF" + std::string(4, '\0') + "WEBPVP9 " + std::string(18, '\0'), "fail"},
