@@ -88,61 +88,40 @@ struct Row {
     const char* logText;   // on a failure: what the error log says
 };
 
-// A plan with one field set; the offset faults and the shrink set two.
-template <typename T, typename V>
-faults::Plan With(T faults::Plan::*field, V value) {
-    faults::Plan plan;
-    plan.*field = static_cast<T>(value);
-    return plan;
-}
-faults::Plan Shrinks(int64_t afterReads, int64_t to) {
-    faults::Plan plan = With(&faults::Plan::shrinkAfterReads, afterReads);
-    plan.shrinkTo = to;
-    return plan;
-}
-faults::Plan FailsAt(bool reading, int64_t offset, bool once) {
-    faults::Plan plan = With(reading ? &faults::Plan::readFailsAt : &faults::Plan::writeFailsAt, offset);
-    plan.once = once;
-    return plan;
-}
-
 TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
     using P = faults::Plan;
-    const auto chunks = [](size_t bytes) { return With(&P::maxChunk, bytes); };
-    const P interrupts = With(&P::interrupt, true);
-    const auto readFailsAfter = [](int64_t bytes) { return With(&P::readFailAfter, bytes); };
-    const auto writeFailsAfter = [](int64_t bytes) { return With(&P::writeFailAfter, bytes); };
+    const P interrupts{.target = {}, .interrupt = true};
     // Behind where the old end lands once the ID3v2 tag has grown: only a write of the APE tag reaches it.
     const std::string both = StartBytes(Start::Both), written = RunOp(Start::Both, Op::Write, nullptr).file;
     const auto pastOldEnd = static_cast<int64_t>(both.size() + AudioStart(written) - AudioStart(both) + 100);
     const Row rows[] = {
-        {"ID3v2 and APE write, 7-byte pieces", Start::Both, Op::Write, chunks(7), Expect::Same, ""},
+        {"ID3v2 and APE write, 7-byte pieces", Start::Both, Op::Write, P{.target = {}, .maxChunk = 7}, Expect::Same, ""},
         {"ID3v2 and APE write, EINTR", Start::Both, Op::Write, interrupts, Expect::Same, ""},
-        {"APE delete, 3-byte pieces", Start::Ape, Op::Delete, chunks(3), Expect::Same, ""},
+        {"APE delete, 3-byte pieces", Start::Ape, Op::Delete, P{.target = {}, .maxChunk = 3}, Expect::Same, ""},
         {"ID3v2 and APE read, EINTR", Start::Both, Op::Read, interrupts, Expect::Same, ""},
         {"ID3v2 delete, EINTR", Start::Id3v2, Op::Delete, interrupts, Expect::Same, ""},
-        {"APE write, disk full at once", Start::Ape, Op::Write, writeFailsAfter(0), Expect::Restored,
+        {"APE write, disk full at once", Start::Ape, Op::Write, P{.target = {}, .writeFailAfter = 0}, Expect::Restored,
          "Could not write APE tag"},
-        {"APE write, disk full half-way", Start::Ape, Op::Write, writeFailsAfter(15000), Expect::Restored,
+        {"APE write, disk full half-way", Start::Ape, Op::Write, P{.target = {}, .writeFailAfter = 15000}, Expect::Restored,
          "Could not write APE tag"},
-        {"ID3v2 write, disk full at once", Start::Id3v2, Op::Write, writeFailsAfter(0), Expect::Restored,
+        {"ID3v2 write, disk full at once", Start::Id3v2, Op::Write, P{.target = {}, .writeFailAfter = 0}, Expect::Restored,
          "Could not write ID3v2 tag"},
-        {"ID3v2 write, disk full while reserving room", Start::Id3v2, Op::Write, writeFailsAfter(10000),
+        {"ID3v2 write, disk full while reserving room", Start::Id3v2, Op::Write, P{.target = {}, .writeFailAfter = 10000},
          Expect::Restored, "Could not write ID3v2 tag"},
-        {"ID3v2 write, write fails while moving the audio", Start::Id3v2, Op::Write, writeFailsAfter(50000),
+        {"ID3v2 write, write fails while moving the audio", Start::Id3v2, Op::Write, P{.target = {}, .writeFailAfter = 50000},
          Expect::Reported, "Could not write ID3v2 tag"},
-        {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, writeFailsAfter(30000),
+        {"ID3v2 delete, write fails while moving the audio", Start::Id3v2, Op::Delete, P{.target = {}, .writeFailAfter = 30000},
          Expect::Reported, "Could not delete ID3v2 tag"},
-        {"APE write, write fails once over the old tag", Start::Ape, Op::Write, FailsAt(false, kAudioSize + 20, true),
+        {"APE write, write fails once over the old tag", Start::Ape, Op::Write, P{.target = {}, .writeFailsAt = kAudioSize + 20, .once = true},
          Expect::Restored, "restored as it was"},
         {"ID3v2 and APE write, write fails once in the new APE tag", Start::Both, Op::Write,
-         FailsAt(false, pastOldEnd, true), Expect::Restored, "Could not write ID3v2 tag"},
-        {"APE read, read fails half-way", Start::Ape, Op::Read, readFailsAfter(16), Expect::Restored, ""},
-        {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, readFailsAfter(12), Expect::Restored, ""},
-        {"APE write, read fails half-way", Start::Ape, Op::Write, readFailsAfter(40), Expect::Restored, ""},
-        {"ID3v2 write, read fails half-way", Start::Id3v2, Op::Write, readFailsAfter(12), Expect::Restored, ""},
-        {"APE read, file shrinks", Start::Ape, Op::Read, Shrinks(1, 1000), Expect::Reported, ""},
-        {"ID3v2 read, file shrinks", Start::Id3v2, Op::Read, Shrinks(1, 8), Expect::Reported, ""},
+         P{.target = {}, .writeFailsAt = pastOldEnd, .once = true}, Expect::Restored, "Could not write ID3v2 tag"},
+        {"APE read, read fails half-way", Start::Ape, Op::Read, P{.target = {}, .readFailAfter = 16}, Expect::Restored, ""},
+        {"ID3v2 read, read fails half-way", Start::Id3v2, Op::Read, P{.target = {}, .readFailAfter = 12}, Expect::Restored, ""},
+        {"APE write, read fails half-way", Start::Ape, Op::Write, P{.target = {}, .readFailAfter = 40}, Expect::Restored, ""},
+        {"ID3v2 write, read fails half-way", Start::Id3v2, Op::Write, P{.target = {}, .readFailAfter = 12}, Expect::Restored, ""},
+        {"APE read, file shrinks", Start::Ape, Op::Read, P{.target = {}, .shrinkAfterReads = 1, .shrinkTo = 1000}, Expect::Reported, ""},
+        {"ID3v2 read, file shrinks", Start::Id3v2, Op::Read, P{.target = {}, .shrinkAfterReads = 1, .shrinkTo = 8}, Expect::Reported, ""},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.name);
@@ -206,12 +185,14 @@ TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
             for (const bool reading : {true, false}) {
                 SCOPED_TRACE(testing::Message() << "step " << step << (reading ? " read" : " write"));
                 const int64_t at = reading ? source : source + delta;
-                const faults::Plan once = FailsAt(reading, at, true);
+                faults::Plan once{.target = {}, .once = true};
+                (reading ? once.readFailsAt : once.writeFailsAt) = at;
                 const Outcome transient = RunOn(move.start, move.op, &once);
                 EXPECT_NE(transient.log.find(move.words), std::string::npos) << transient.log;
                 expectRestored(transient, move.start);
 
-                const faults::Plan always = FailsAt(reading, at, false);
+                faults::Plan always = once;
+                always.once = false;
                 const Outcome persistent = RunOn(move.start, move.op, &always);
                 EXPECT_FALSE(persistent.result);
                 EXPECT_NE(persistent.log.find(move.words), std::string::npos) << persistent.log;
@@ -222,7 +203,7 @@ TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
         }
         if (move.op != Op::Write) continue;
         // The tail has moved and the new tag's write fails: the tail and the old tag go back.
-        const faults::Plan tagWrite = FailsAt(false, 50, true);
+        const faults::Plan tagWrite{.target = {}, .writeFailsAt = 50, .once = true};
         expectRestored(RunOn(move.start, move.op, &tagWrite), move.start);
     }
 }

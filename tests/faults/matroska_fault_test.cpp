@@ -127,26 +127,19 @@ TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         ASSERT_FALSE(clusters.empty());
         const std::string leading = start.substr(0, clusters.begin()->first);
 
-        faults::Plan pieces, interrupted, readFails, diskFull, diskFullAtOnce, shrinks, growthFails;
-        pieces.maxChunk = 5;
-        interrupted.interrupt = true;
-        readFails.readFailAfter = clean.read / 2;
-        diskFull.writeFailAfter = clean.written / 2;
-        diskFullAtOnce.writeFailAfter = 0;
-        shrinks.shrinkAfterReads = 1;
-        shrinks.shrinkTo = static_cast<int64_t>(start.size() / 2);
-        growthFails.writeFailsAt = static_cast<int64_t>(start.size());
+        using P = faults::Plan;
+        const auto half = static_cast<int64_t>(start.size() / 2), size = static_cast<int64_t>(start.size());
         std::vector<Fault> rows = {
-            {"5-byte pieces", pieces, Expect::Same},
-            {"EINTR", interrupted, Expect::Same},
-            {"read fails half-way", readFails, Expect::Untouched},
-            {"disk full at once", diskFullAtOnce, Expect::Untouched},
-            {"file shrinks while read", shrinks, Expect::Untouched},
-            {"disk full half-way", diskFull, Expect::Cut},
+            {"5-byte pieces", P{.target = {}, .maxChunk = 5}, Expect::Same},
+            {"EINTR", P{.target = {}, .interrupt = true}, Expect::Same},
+            {"read fails half-way", P{.target = {}, .readFailAfter = clean.read / 2}, Expect::Untouched},
+            {"disk full at once", P{.target = {}, .writeFailAfter = 0}, Expect::Untouched},
+            {"file shrinks while read", P{.target = {}, .shrinkAfterReads = 1, .shrinkTo = half}, Expect::Untouched},
+            {"disk full half-way", P{.target = {}, .writeFailAfter = clean.written / 2}, Expect::Cut},
         };
         // A relayout writes the tail first and the leading area last, so a
         // disk that fills where the file grows finds the leading area intact.
-        if (clean.file.size() > start.size()) rows.push_back({"disk full where the file grows", growthFails, Expect::TailCut});
+        if (clean.file.size() > start.size()) rows.push_back({"disk full where the file grows", P{.target = {}, .writeFailsAt = size}, Expect::TailCut});
         for (const Fault& row : rows) {
             SCOPED_TRACE(row.name);
             const Outcome faulted = row.expect == Expect::Same ? RunOp(op, row.plan) : RunOnce(op, row.plan);
