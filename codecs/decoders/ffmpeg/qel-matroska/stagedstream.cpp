@@ -55,14 +55,49 @@ void StagedStream::SetSize(uint64_t size) {
     size_ = size;
 }
 
+// The file's own bytes under [at, at + size), as far as the file reaches.
+std::vector<uint8_t> StagedStream::FileBytes(uint64_t at, uint64_t size) {
+    if (at >= fileSize_) return {};
+    std::vector<uint8_t> bytes(static_cast<size_t>(std::min(size, fileSize_ - at)));
+    const EBML::Range saved = file_.m_range;
+    file_.m_range = EBML::Range{0, fileSize_};
+    file_.Seek(at);
+    file_.Read(bytes.data(), bytes.size());
+    file_.m_range = saved;
+    return bytes;
+}
+
+// The old bytes under every write and cut are read before the first one, so that a
+// write that fails part-way (a disk that fills where the file grows) puts
+// them back and the file ends byte for byte as it was. A device that fails
+// every write leaves the undo undone too; the error goes on either way.
 void StagedStream::Commit() {
+    std::vector<Change> undo;
     for (const Change& change : changes_) {
-        if (change.Resizes()) {
-            file_.SetSize(change.at);
-            continue;
+        // A resize keeps what it would cut off.
+        const uint64_t size = change.Resizes() ? UINT64_MAX : change.bytes.size();
+        undo.push_back({change.at, FileBytes(change.at, size)});
+    }
+    try {
+        for (const Change& change : changes_) {
+            if (change.Resizes()) {
+                file_.SetSize(change.at);
+                continue;
+            }
+            file_.Seek(change.at);
+            file_.WriteHere(change.bytes.data(), change.bytes.size());
         }
-        file_.Seek(change.at);
-        file_.WriteHere(change.bytes.data(), change.bytes.size());
+    } catch (...) {
+        try {
+            for (const Change& old : undo) {
+                if (old.bytes.empty()) continue;
+                file_.Seek(old.at);
+                file_.WriteHere(old.bytes.data(), old.bytes.size());
+            }
+            file_.SetSize(fileSize_);
+        } catch (...) {
+        }
+        throw;
     }
     changes_.clear();
     fileSize_ = file_.GetSize();

@@ -22,7 +22,8 @@ public:
     uint64_t GetSize() override { return size_; }
 
     bool Changed() const { return !changes_.empty(); }
-    // Writes the staged changes into the file, in the order they were made.
+    // Writes the staged changes into the file, in the order they were made;
+    // when a write fails, the file's old bytes and size go back first.
     void Commit();
 
 private:
@@ -31,6 +32,8 @@ private:
         std::vector<uint8_t> bytes;   // empty: the file's size becomes `at`
         bool Resizes() const { return bytes.empty(); }
     };
+
+    std::vector<uint8_t> FileBytes(uint64_t at, uint64_t size);
 
     EBML::StreamRW& file_;
     uint64_t fileSize_ = 0;
