@@ -1,11 +1,10 @@
-"""usage: mutagen_tags.py ape-expect|ape-write|id3v1-expect|id3v1-write FILE TAGS.json
-       mutagen_tags.py id3v2-roundtrip FDHOST AUDIO DIR FIRST_SEED COUNT IMAGE...
+"""usage: mutagen_tags.py id3v2-roundtrip|ape-roundtrip FDHOST AUDIO DIR FIRST_SEED COUNT IMAGE...
 
-APE tags: {"Key": {"text": [values]} | {"cover": {"name": str, "data_file": path}}}, keys
-without case. ID3v1 tags: {"title", "artist", ..., "genre"}: strings, absent when empty.
 id3v2-roundtrip: per seed, a random 2.3 or 2.4 tag by mutagen (some with a usual defect); fdhost
 must read what mutagen reads; after "fdhost write" of one random field mutagen reads it as written,
 every other frame is the same bytes and the bytes behind the tag are unchanged.
+ape-roundtrip: per seed, a random APEv2 tag, ID3v1.1 tag, both or none by mutagen behind the audio;
+the same checks, item by item, and the ID3v1 tag read back by mutagen as the update made it.
 """
 
 import hashlib
@@ -22,58 +21,9 @@ import mutagen.apev2
 import mutagen.id3
 import mutagen.id3 as m
 
-ID3V1_FRAMES = {"title": "TIT2", "artist": "TPE1", "album": "TALB", "year": "TDRC",
-                "comment": "COMM", "track": "TRCK"}
-
-
 def read_bytes(path):
     with open(path, "rb") as f:
         return f.read()
-
-
-def ape_actual(path, expected):
-    actual = {}
-    for key, value in mutagen.apev2.APEv2(path).items():
-        key = key.lower()
-        if value.kind == mutagen.apev2.TEXT:
-            actual[key] = {"text": list(value)}
-            continue
-        name, _, data = value.value.partition(b"\0")
-        data_file = expected.get(key, {}).get("cover", {}).get("data_file", "")
-        same = data_file and data == read_bytes(data_file)
-        actual[key] = {"cover": {"name": name.decode("latin-1"), "data_file": data_file if same else "<differs>"}}
-    return actual
-
-
-def ape_write(path, wanted):
-    try:
-        tag = mutagen.apev2.APEv2(path)
-    except mutagen.apev2.APENoHeaderError:
-        tag = mutagen.apev2.APEv2()
-    for key, item in wanted.items():
-        if "text" in item:
-            tag[key] = mutagen.apev2.APEValue("\0".join(item["text"]), mutagen.apev2.TEXT)
-        else:
-            data = item["cover"]["name"].encode("latin-1") + b"\0" + read_bytes(item["cover"]["data_file"])
-            tag[key] = mutagen.apev2.APEValue(data, mutagen.apev2.BINARY)
-    tag.save(path)
-
-
-def id3v1_actual(path):
-    frames = mutagen.id3.ParseID3v1(read_bytes(path)[-128:]) or {}
-    actual = {name: str(frames[frame]) for name, frame in ID3V1_FRAMES.items() if frame in frames}
-    if "TCON" in frames:
-        actual["genre"] = frames["TCON"].genres[0]
-    return actual
-
-
-def id3v1_write(path, wanted):
-    frames = {frame: getattr(mutagen.id3, frame)(encoding=0, text=[wanted[name]])
-              for name, frame in ID3V1_FRAMES.items() if name in wanted}
-    if "genre" in wanted:
-        frames["TCON"] = mutagen.id3.TCON(encoding=0, text=[wanted["genre"]])
-    with open(path, "ab") as f:
-        f.write(mutagen.id3.MakeID3v1(frames))
 
 
 ONE = {"TIT2": "Title", "TIT3": "Subtitle", "TSST": "Set subtitle", "TALB": "Album", "TCOP": "Copyright",
@@ -237,7 +187,7 @@ def our_values(fdhost, path):
             kind, _, desc = name.split("_", 3)[3].partition("<subdesc>")
             pictures.append((kind, desc, e["data_sha256"]))
         else:
-            values[name.lower()] = (name, e["data_sha256"] if name == "_cdtoc" else e["value"])
+            values[name.lower()] = (name, e["data_sha256"] if e["data_size"] else e["value"])
     return values, sorted(pictures)
 
 
@@ -411,14 +361,14 @@ def differences(what, got, expected):
     return ["%s %r where mutagen %r" % (what, sorted(ours - theirs), sorted(theirs - ours))] if ours != theirs else []
 
 
-def id3v2_roundtrip(fdhost, audio_path, workdir, first_seed, count, image_paths):
+def run_roundtrips(one, fdhost, audio_path, workdir, first_seed, count, image_paths):
     images = {}
     for image in image_paths:
         data = read_bytes(image)
         images[os.path.splitext(image)[1][1:]] = (mimetypes.guess_type(image)[0], data, image)
     audio, notes, failures, counts = read_bytes(audio_path), [], 0, {"frames": 0, "checks": 0}
     for seed in range(first_seed, first_seed + count):
-        faults = roundtrip_one(fdhost, audio, images, workdir, seed, notes, counts)
+        faults = one(fdhost, audio, images, workdir, seed, notes, counts)
         print(notes[-1] + (" FAILED\n  " + "\n  ".join(faults) if faults else ""), flush=True)
         failures += bool(faults)
     print("%d files, %d frames, %d checks: %d files with differences" % (count, counts["frames"], counts["checks"],
@@ -426,28 +376,129 @@ def id3v2_roundtrip(fdhost, audio_path, workdir, first_seed, count, image_paths)
     return 1 if failures else 0
 
 
-def compare(actual, expected):
-    for label, value in (("expected:", expected), ("actual:  ", actual)):
-        print(label, json.dumps(value, sort_keys=True, ensure_ascii=False))
-    return 0 if actual == expected else 1
+# APE and ID3v1. Keys: what mutagen writes, with the values to pick from. Covers are front or back
+# (one per tag), and no locator item: a rewrite keeps neither another cover type nor a locator.
+LATIN = [t for t in TEXTS if latin1(t)] + ["a title that runs well past thirty bytes"]
+APE_KEYS = [("Title", TEXTS), ("Album", TEXTS), ("Comment", LATIN), ("Year", ["1999", "2004-05-06"]),
+            ("Track", ["3", "7/12"]), ("Genre", [["Rock"], ["Jazz", "Tr\u00e4nce"]]),
+            ("Artist", [["A"], ["A", "B b"], ["\u00c7a", "\u4e2d"]]), ("Composer", [["C", "D"]]),
+            ("Foreign Key", TEXTS), ("Media JukeBox: Mood", TEXTS), ("Tool Name", ["enc 1.0"]), ("BPM", ["120"]),
+            ("Rating", ["4.5", "3", "0.5"]), ("Blob", [b"\x00\x01\xff bin"])]
+V1_FIELDS = [("Title", "TIT2", LATIN), ("Artist", "TPE1", [["A", "B"], ["\u00c7a"]]), ("Album", "TALB", LATIN),
+             ("Year", "TDRC", ["1999"]), ("Comment", "COMM", ["note", "n\u00f6te twenty-eight bytes.."]),
+             ("Track", "TRCK", ["9", "255"]), ("Genre", "TCON", ["Jazz", "Electronic", "Pop"])]
+APE_WRITES = [("Title", LATIN), ("Album", LATIN), ("Artist", [["A", "\u00df"], ["X"]]), ("Comment", LATIN[:4]),
+              ("Year", ["2001"]), ("Track", ["4"]), ("Genre", ["Jazz", "Tr\u00e4nce"]), ("Rating", ["7"]),
+              ("Mood", ["glad"]), ("picture", [3, 4])]
+SIDES = {"front": "Front Album Cover", "back": "Back Album Cover"}
+
+
+def ape_tag(path):
+    try:
+        return mutagen.apev2.APEv2(path)
+    except mutagen.apev2.APENoHeaderError:
+        return {}
+
+
+def ape_view(path, items=None):
+    """What the plug-in's reader gives for the APE and ID3v1 tags that mutagen reads."""
+    values, pictures = Values(), []
+    for key, item in (ape_tag(path) if items is None else items).items():
+        low, raw = key.lower(), item._write()
+        name = {"tool name": "Encoded by", "bpm": "tempo"}.get(low, key[15:] if low.startswith("media jukebox: ") else key)
+        if low.startswith("cover art ("):
+            pictures.append((SIDES[low[11:-1]], "", hashlib.sha256(raw.partition(b"\0")[2]).hexdigest()))
+        elif item.kind == mutagen.apev2.BINARY:
+            values.add(name, hashlib.sha256(raw).hexdigest())
+        for t in list(item) if item.kind == mutagen.apev2.TEXT else []:
+            values.add(name, str(int(float(t) * 2)) if name.lower() == "rating" else t)
+    v1 = v1_fields(read_bytes(path))
+    for name, fid, _ in V1_FIELDS:
+        for t in v1[fid].split("; ") if fid in v1 and name.lower() not in values.map else []:
+            values.add(name, t)
+    return values.result()[0], sorted(pictures)
+
+
+def v1_fields(data):
+    frames = mutagen.id3.ParseID3v1(data[-128:]) if data[-128:-125] == b"TAG" else {}
+    return {fid: f.genres[0] if fid == "TCON" else str(f) for fid, f in frames.items()}
+
+
+def v1_expected(fields, name, value):
+    """The ID3v1 fields after `name` is written: the format's byte limits, known genres only."""
+    fid = {n: f for n, f, _ in V1_FIELDS}.get(name)
+    text = "; ".join(value) if isinstance(value, list) else value
+    if fid == "TCON" and text not in m.TCON.GENRES[:126]:
+        text = ""
+    if fid and fields:
+        fields[fid] = text[:{"TDRC": 4, "COMM": 28}.get(fid, 30)]
+    return {k: v for k, v in fields.items() if v}
+
+
+def ape_roundtrip_one(fdhost, audio, images, workdir, seed, notes, counts):
+    rng = random.Random(seed)
+    path = os.path.join(workdir, "a%d.tta" % seed)
+    with open(path, "wb") as f:
+        f.write(audio)
+    items, v1 = mutagen.apev2.APEv2(), {}
+    for key, choices in rng.sample(APE_KEYS, rng.choice([0, 3, 6, 9])):
+        value = rng.choice(choices)
+        kind = mutagen.apev2.BINARY if isinstance(value, bytes) else mutagen.apev2.TEXT
+        items[key] = mutagen.apev2.APEValue(value if kind else "\0".join([value] if isinstance(value, str) else value), kind)
+    if items and rng.random() < 0.7:
+        kind = rng.choice(sorted(images))
+        items["Cover Art (%s)" % rng.choice(["Front", "Back"])] = mutagen.apev2.APEValue(
+            rng.choice(["cover", "c\u00f6ver"]).encode("latin-1") + b".%s\0" % kind.encode() + images[kind][1],
+            mutagen.apev2.BINARY)
+    if items:
+        items.save(path)
+    for name, fid, choices in rng.sample(V1_FIELDS, rng.choice([0, 0, 2, 5])):
+        value = rng.choice(choices)
+        v1[fid] = getattr(m, fid)(encoding=0, text=["; ".join(value) if isinstance(value, list) else value])
+    if v1:
+        with open(path, "ab") as f:
+            f.write(mutagen.id3.MakeID3v1(v1))
+    data, faults = read_bytes(path), []
+    expected = ape_view(path)
+    faults += differences("we read", our_values(fdhost, path), expected)
+
+    name, choices = rng.choice(APE_WRITES)
+    value = rng.choice(choices)
+    if name == "picture":
+        kind = rng.choice(sorted(images))
+        args, touched = ["--picture", "%d=%s" % (value, images[kind][2])], "cover art"
+        side = SIDES["front" if value == 3 else "back"]
+        expected[1][:] = sorted([p for p in expected[1] if p[0] != side] +
+                                [(side, "", hashlib.sha256(images[kind][1]).hexdigest())])
+    else:
+        values = value if isinstance(value, list) else [value]
+        args, touched = sum((["--set", "%s=%s" % (name, x)] for x in values), []), name.lower()
+        expected[0][touched] = (expected[0].get(touched, (name,))[0], "\r".join(values))
+    notes.append("seed %d, %d APE items, %d ID3v1 fields: wrote %s" % (seed, len(items), len(v1), " ".join(args[1::2])))
+    write = subprocess.run([fdhost, "write", path] + args, capture_output=True, text=True)
+    if write.returncode:
+        return faults + ["write failed: " + write.stderr]
+    after = read_bytes(path)
+    if after[:len(audio)] != audio:
+        faults.append("the audio changed")
+    kept = {k.lower(): (v.kind, v._write()) for k, v in items.items() if touched not in k.lower()}
+    now = {k.lower(): (v.kind, v._write()) for k, v in ape_tag(path).items() if k.lower() in kept}
+    if now != kept:
+        faults.append("items that the write didn't touch changed:\n  before %r\n  after  %r" % (kept, now))
+    if v1_fields(after) != v1_expected(v1_fields(data), name, value):
+        faults.append("ID3v1 after the write: %r, not %r" % (v1_fields(after), v1_expected(v1_fields(data), name, value)))
+    counts["frames"] += len(items) + len(v1)
+    counts["checks"] += 3 * (len(expected[0]) + len(expected[1])) + len(kept) + 2
+    faults += differences("after the write mutagen reads", ape_view(path), expected)
+    return faults + differences("after the write we read", our_values(fdhost, path), expected)
 
 
 def main(argv):
-    if len(argv) >= 7 and argv[1] == "id3v2-roundtrip":
-        return id3v2_roundtrip(argv[2], argv[3], argv[4], int(argv[5]), int(argv[6]), argv[7:])
-    if len(argv) != 4 or argv[1] not in ("ape-expect", "ape-write", "id3v1-expect", "id3v1-write"):
+    ones = {"id3v2-roundtrip": roundtrip_one, "ape-roundtrip": ape_roundtrip_one}
+    if len(argv) < 7 or argv[1] not in ones:
         print(__doc__, file=sys.stderr)
         return 2
-    command, path = argv[1], argv[2]
-    with open(argv[3], encoding="utf-8") as f:
-        wanted = json.load(f)
-    if command == "ape-expect":
-        expected = {key.lower(): item for key, item in wanted.items()}
-        return compare(ape_actual(path, expected), expected)
-    if command == "id3v1-expect":
-        return compare(id3v1_actual(path), wanted)
-    (ape_write if command == "ape-write" else id3v1_write)(path, wanted)
-    return 0
+    return run_roundtrips(ones[argv[1]], argv[2], argv[3], argv[4], int(argv[5]), int(argv[6]), argv[7:])
 
 
 if __name__ == "__main__":
