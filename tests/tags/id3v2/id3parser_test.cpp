@@ -6,10 +6,10 @@
 
 #include <vector>
 
-#include "id3builder.h"
+#include "tests/tags/tagfixture.h"
 
 using namespace id3parser;
-using namespace id3test;
+using namespace tagtest;
 
 namespace {
 

@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include "id3builder.h"
+#include "tests/tags/tagfixture.h"
 #include "tags/id3v2/id3writer.h"
 
 using namespace id3parser;
-using namespace id3test;
+using namespace tagtest;
 
 namespace {
 

@@ -3,11 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include "id3builder.h"
-#include "tags/id3v2/tagid3v2.h"
 #include "tests/tags/tagfixture.h"
+#include "tags/id3v2/tagid3v2.h"
 
-using namespace id3test;
 using namespace tagtest;
 
 namespace {
