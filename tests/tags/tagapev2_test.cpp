@@ -156,21 +156,6 @@ TEST_F(APETest, NewTagsAndTheirItems) {
     EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, {"Album", "X"}}).Bytes());
 }
 
-TEST_F(APETest, MergeReplacesInPlaceAndAppendsNewNames) {
-    std::string id3 = Id3v1("id3 title");
-    Make("", ApeTag({{"Title", "old"}, {"Media JukeBox: Mood", "sad"}, {"Album", "a"}, {"X", "x"}}).Bytes() + id3);
-    ASSERT_TRUE(Write(Tags({{"album", "new album"}, {"Mood", "glad"}, {"Year", "2020"}}), true));
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "old"}, {"Media JukeBox: Mood", "glad"}, {"album", "new album"}, {"X", "x"},
-                              {"Year", "2020"}})
-                              .Bytes() + id3);
-    // Without merge the entries are the whole tag, already in the file's form.
-    ASSERT_TRUE(Write(Tags({{"rating", "4.5"}}), false));
-    EXPECT_EQ(Tail(), ApeTag({{"rating", "4.5"}}).Bytes() + id3);
-    // An empty collection leaves no APE tag, but the ID3v1 tag.
-    ASSERT_TRUE(Write(IDTags(), false));
-    EXPECT_EQ(Tail(), id3);
-}
-
 TEST_F(APETest, CoversAndDeletion) {
     Make("", "");
     std::string png = "\x89PNG\r\n\x1a\n" + std::string(30, 'p');

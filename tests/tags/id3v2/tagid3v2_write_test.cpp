@@ -29,9 +29,6 @@ protected:
 }  // namespace
 
 TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
-    const std::string png = "\x89PNG\r\n\x1A\n" + std::string(100, 'p');
-    IDTags cover = Tags({{"Title", "Old"}});
-    cover.AddBinary(S("_albumart_1_Front Album Cover<subdesc>Sleeve"), png.data(), static_cast<uint32_t>(png.size()));
     IDTags noFront;
     noFront.AddBinary(S("_albumart_1_Front Album Cover"), nullptr, 0);
     const struct {
@@ -40,8 +37,6 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
         std::string frames;   // expected tag, as hand-made frames
         std::initializer_list<const char16_t*> options = {};
     } cases[] = {
-        {"new first, then retained", Tags({{"Title", "New"}}),
-         Frame23("TIT2", Text("New") + '\0') + Frame23("TALB", Text("Album")) + kPriv},
         {"an empty value deletes", Tags({{"Album", ""}}), Frame23("TIT2", Text("Old")) + kPriv},
         {"a date is a year and a day", Tags({{"year", "2001-03-02"}}),
          Frame23("TYER", Text("2001") + '\0') + Frame23("TDAT", Text("0203") + '\0') + Frame23("TIT2", Text("Old")) +
@@ -53,17 +48,16 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
         {"comments join comment", Tags({{"comments", "b"}, {"comment", "a"}}),
          Frame23("COMM", std::string("\0eng\0a\0", 7)) + Frame23("COMM", std::string("\0eng\0b\0", 7)) +
              Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv},
-        {"a picture", cover,
-         Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv +
-             Frame23("APIC", std::string("\0\0\x03Sleeve\0", 10) + png)},   // bytes of no known format: no MIME
     };
     for (const auto& c : cases) {
         Make(kOld23);
         ASSERT_TRUE(Write(c.tags, c.options)) << c.what;
         EXPECT_EQ(Front(), Tag(3, c.frames)) << c.what;
     }
-    EXPECT_EQ(ReadWith<TagID3v2>(path), "TagVersion=ID3v2.3;Album=Album;Title=Old;_albumart_1_Front Album Cover<subdesc>Sleeve=[108 bytes];");
-    ASSERT_TRUE(Write(noFront));   // a picture without data deletes the pictures of its type
+    // A picture without data deletes the pictures of its type.
+    Make(Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv +
+                    Frame23("APIC", std::string("\0\0\x03\0p", 5))));
+    ASSERT_TRUE(Write(noFront));
     EXPECT_EQ(Front(), kOld23);
 }
 
