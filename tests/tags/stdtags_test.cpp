@@ -188,36 +188,21 @@ TEST_F(StdTagsTest, FilesThatCannotBeUpdatedAreLeftAlone) {
     EXPECT_FALSE(WriteTitle()(dir.File("no/such/folder.tta"), log.Target()));
 }
 
-TEST_F(StdTagsTest, WriteIDTagsDispatchesByExtension) {
+// Which extensions and URLs have a tag family: PluginTest.CanWriteIDTagsByExtension; the
+// leak of a descriptor over many writes: Concurrency.ManyCyclesLeaveNothingBehind.
+TEST_F(StdTagsTest, WriteIDTagsDispatchesByFamily) {
     clBuffer blob;
     Tags({{"Title", "New"}}).Serialise(blob);
     clDecoder_ffmpeg decoder(DecoderCreateInfo{log.Target()->errorLog, 0, 0});
-    for (const char* name : {"song.flac", "song.mka", "song", "a.TAK", "a.tta", "a.dts", "a.dtshd"}) {
+    for (const char* name : {"song.flac", "a.TAK"}) {
         const std::string file = dir.File(name);
         WriteFile(file, audio);
-        const bool taggable = std::string(name).rfind("a.", 0) == 0;
+        const bool taggable = std::string(name) == "a.TAK";
         EXPECT_EQ(clDecoder_ffmpeg::WriteIDTags(&decoder, S(file).Text(), blob.Data(), blob.Size()), taggable);
         EXPECT_EQ(ReadFile(file), audio + (taggable ? ApeTag({{"Title", "New"}}).Bytes() : "")) << name;
     }
-    EXPECT_NE(log.Text().find("Tagging not supported for this format.  [clDecoder_ffmpeg::WriteIDTags]\r\n"),
-              std::string::npos) << log.Text();
     // A URL is no file that the engines may touch, whatever its name.
-    const size_t logged = log.Text().size();
-    EXPECT_FALSE(decoder.DeleteATag(S("file://" + dir.File("a.tta")).Text(), nullptr));
-    EXPECT_EQ(log.Text().substr(logged), "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n");
-}
-
-TEST_F(StdTagsTest, FlowsLeaveNoDescriptorOpen) {
-    Make("", Id3v1("t"));
-    const auto before = it::CurrentResources().descriptors;
-    for (int i = 0; i < 20; ++i) {
-        IDTags tags;
-        clString version;
-        ASSERT_TRUE(WriteTitle()(path, log.Target()));
-        ASSERT_TRUE(ReadStdTags(S(path), tags, version, log.Target()));
-        ASSERT_TRUE(DeleteStdTags(S(path), u"Title\0", log.Target()));
-        ASSERT_TRUE(DeleteStdTags(S(path), nullptr, log.Target()));
-        ASSERT_FALSE(ReadStdTags(S(dir.File("missing.tta")), tags, version, log.Target()));
-    }
-    EXPECT_EQ(it::CurrentResources().descriptors, before);
+    EXPECT_FALSE(decoder.DeleteATag(S("file://" + dir.File("a.TAK")).Text(), nullptr));
+    EXPECT_EQ(log.Text(), "Tagging not supported for this format.  [clDecoder_ffmpeg::WriteIDTags]\r\n"
+                          "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n");
 }

@@ -74,13 +74,9 @@ TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
         {3, {Old("TXXX", Text(std::string("Mood[2]\0calm", 12)))}, {{"Mood", {"calm"}}}, "3 *TXXX:.Mood[2].calm;"},
         {3, {Old("TXXX", Text(std::string("Mood[2]\0calm", 12)))}, {{"Mood", {"calm", "x"}}},
          "3 TXXX:.Mood.calm.;TXXX:.Mood.x.;"},
-        // Frames whose names keep their values stay byte for byte, in any form.
-        {3, {Old("TIT2", std::string("\x01" "A\0B\0", 5)), Old("TIPL", Text(std::string("role\0p\0r2\0q", 11))),
-             Old("COMM", std::string("\0deud\0x", 7)), Old("TXXX", Text(std::string("[1]\0v", 5))),
-             Old("TDRC", Text("2005-06-07")), Old("TALB", Text("a"))},
-         {{"Title", {"AB"}}, {"Involved People", {"role"}}, {"Comment d", {"x"}}, {"Year", {"2005-06-07"}},
-          {"Album", {"new"}}},
-         "3 TALB:.new.;*TIT2:.A.B.;*TIPL:.role.p.r2.q;*COMM:.deud.x;*TXXX:.[1].v;*TDRC:.2005-06-07;"},
+        // Frames whose names keep their values stay byte for byte (more: MutagenId3), BOM-less UTF-16 too.
+        {3, {Old("TIT2", std::string("\x01" "A\0B\0", 5)), Old("TALB", Text("a"))}, {{"Title", {"AB"}}, {"Album", {"new"}}},
+         "3 TALB:.new.;*TIT2:.A.B.;"},
         // An old frame that can't be read stays, unless a new one of its kind replaces it.
         {4, {Old("TIT2", std::string("\x09" "x", 2), 4), Old("TALB", std::string("\x09" "x", 2), 4)}, {{"Title", {"t"}}},
          "4 TIT2:.t.;*TALB:.x;"},
