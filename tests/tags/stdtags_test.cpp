@@ -118,7 +118,6 @@ TEST_F(StdTagsTest, WritesAndDeletes) {
         {"the same value rewrites nothing", "", cover + Id3v1("t"), Write(Tags({{"Title", "t"}})), "",
          cover + Id3v1("t")},
         {"a value too large", "", ape3, Write(big), "", refused, {"Could not write APE tag", "too large"}},
-        {"ID3v2 alone: updated, no APE tag", kOld23, "", WriteTitle(), kNew23, ""},
         {"all three updated, each in its place", kOld23, ApeTag({{"Title", "ape"}}).Bytes() + Id3v1("v1"),
          WriteTitle(), kNew23, ApeTag({{"Title", "New"}}).Bytes() + Id3v1("New")},
         {"delete all three", kOld23, ape3 + Id3v1("t"), Delete(nullptr), "", ""},
