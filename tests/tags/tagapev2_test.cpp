@@ -34,17 +34,6 @@ protected:
             return r;
         }, clFile::kRead);
     }
-    bool Write(const IDTags& tags, bool merge, bool version1 = false) {
-        const bool ok = RunEngine<TagAPEv2>(path, [&](TagAPEv2& engine) {
-            if (version1) engine.SetOption(S("APEWriteAPE1Tag"));
-            return engine.Write(tags, merge);
-        });
-        Tail();   // checks the audio
-        return ok;
-    }
-    void DeleteTag(const char* name) {
-        RunEngine<TagAPEv2>(path, [&](TagAPEv2& engine) { name ? engine.DeleteTag(S(name)) : engine.Delete(); });
-    }
 };
 
 }  // namespace
@@ -119,53 +108,57 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
     EXPECT_EQ(Read(true).tags, "Media JukeBox: Rating=3.5;rating=2.75;TagVersion=APEv2;");
 }
 
-TEST_F(APETest, NewTagsAndTheirItems) {
-    // A CR stays inside a value of a single-valued name; names map to keys (UTF-8, multiple values, rating,
-    // covers: MutagenApe).
-    Make("", "");
-    ASSERT_TRUE(Write(Tags({{"Comment", "x\ry"}, {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}}), true));
-    EXPECT_EQ(Tail(), ApeTag({{"Comment", "x\ry"}, {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}}).Bytes());
-
-    // Version 1000: no header, ANSI text, a NUL behind every value.
-    Make("", "");
-    ASSERT_TRUE(Write(Tags({{"Title", "Caf\xC3\xA9"}, {"Genre", "Rock\rPop"}}), true, true));
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}}, 1000, false).Bytes());
-    ASSERT_TRUE(Write(Tags({{"Album", "X"}}), true));
-    EXPECT_EQ(Tail(),
-              ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}, {"Album", "X\0"s}}, 1000, false).Bytes());
-    // An existing version 2000 tag keeps its version, and its old header goes with it.
-    Make("", ApeTag({{"Title", "t"}}).Bytes());
-    ASSERT_TRUE(Write(Tags({{"Album", "X"}}), true, true));
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, {"Album", "X"}}).Bytes());
-}
-
-TEST_F(APETest, CoversAndDeletion) {
-    Make("", "");
-    std::string png = "\x89PNG\r\n\x1a\n" + std::string(30, 'p');
-    std::string jpeg = "\xFF\xD8\xFF\xE0" + std::string(30, 'j');
-    IDTags tags;
-    tags.AddBinary(S("_albumart_1_Back Album Cover<subdesc>Inlay"), png.data(), static_cast<uint32_t>(png.size()));
-    tags.AddBinary(S("_albumart_2_Media"), jpeg.data(), static_cast<uint32_t>(jpeg.size()));
-    tags.AddBinary(S("Blob"), "\0\1", 2);
-    ASSERT_TRUE(Write(tags, true));
-    EXPECT_EQ(Tail(), ApeTag({{"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2},
-                              {"Cover Art (front)", "C:\\Pretend.jpg\0"s + jpeg, 2}, {"Blob", "\0\1"s, 2}})
-                          .Bytes());
-    // Same number and type replace an old picture, whatever the description.
-    IDTags replace;
+// Writes and deletes, each on the file as the row before left it unless the row
+// starts anew (names to keys, UTF-8, multiple values, rating, covers: MutagenApe).
+TEST_F(APETest, WritesAndDeletes) {
+    const std::string png = "\x89PNG\r\n\x1a\n" + std::string(30, 'p'), jpeg = "\xFF\xD8\xFF\xE0" + std::string(30, 'j');
+    IDTags covers, replace;
+    covers.AddBinary(S("_albumart_1_Back Album Cover<subdesc>Inlay"), png.data(), static_cast<uint32_t>(png.size()));
+    covers.AddBinary(S("_albumart_2_Media"), jpeg.data(), static_cast<uint32_t>(jpeg.size()));
     replace.AddBinary(S("_albumart_2_Front Album Cover<subdesc>New"), "NEW", 3);
-    ASSERT_TRUE(Write(replace, true));
-    const ApeItem back("Cover Art (back)", "C:\\Pretend.png\0"s + png, 2);
-    const ApeItem front("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2);
-    EXPECT_EQ(Tail(), ApeTag({back, front, {"Blob", "\0\1"s, 2}}).Bytes());
-
-    Make("", ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + Id3v1("t"));   // "nothing": StdTagsTest
-    DeleteTag("tempo");
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}, back, front}).Bytes() + Id3v1("t"));
-    // APE covers have no description, and an empty one matches every picture
-    // without one: removing one cover removes them all.
-    DeleteTag("_albumart_1_Front Album Cover");
-    EXPECT_EQ(Tail(), ApeTag({{"Title", "t"}}).Bytes() + Id3v1("t"));
-    DeleteTag(nullptr);
-    EXPECT_EQ(Tail(), Id3v1("t"));
+    const ApeItem back("Cover Art (back)", "C:\\Pretend.png\0"s + png, 2), front("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2);
+    const auto Write = [](IDTags tags, bool version1 = false) {
+        return [tags, version1](TagAPEv2& engine) {
+            if (version1) engine.SetOption(S("APEWriteAPE1Tag"));
+            return engine.Write(tags, true);
+        };
+    };
+    const auto Delete = [](const char* name) {
+        return [name](TagAPEv2& engine) { return name ? engine.DeleteTag(S(name)) : engine.Delete(), true; };
+    };
+    const std::string v1 = Id3v1("t"), keep = "(as left)";
+    const struct {
+        const char* what;
+        std::string start;
+        std::function<bool(TagAPEv2&)> op;
+        std::string tail;
+    } rows[] = {
+        // A CR stays inside a value of a single-valued name.
+        {"names to keys", "", Write(Tags({{"Comment", "x\ry"}, {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}})),
+         ApeTag({{"Comment", "x\ry"}, {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}}).Bytes()},
+        // Version 1000: no header, ANSI text, a NUL behind every value.
+        {"version 1000", "", Write(Tags({{"Title", "Caf\xC3\xA9"}, {"Genre", "Rock\rPop"}}), true),
+         ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}}, 1000, false).Bytes()},
+        {"version 1000 kept", keep, Write(Tags({{"Album", "X"}})),
+         ApeTag({{"Title", "Caf\xE9\0"s}, {"Genre", "Rock\0Pop\0"s}, {"Album", "X\0"s}}, 1000, false).Bytes()},
+        // An existing version 2000 tag keeps its version, and its old header goes with it.
+        {"version 2000 kept", ApeTag({{"Title", "t"}}).Bytes(), Write(Tags({{"Album", "X"}}), true),
+         ApeTag({{"Title", "t"}, {"Album", "X"}}).Bytes()},
+        {"covers", "", Write(covers),
+         ApeTag({{"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2}, {"Cover Art (front)", "C:\\Pretend.jpg\0"s + jpeg, 2}})
+             .Bytes()},
+        // Same number and type replace an old picture, whatever the description.
+        {"a cover replaced", keep, Write(replace), ApeTag({back, front}).Bytes()},
+        {"delete tempo", ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + v1, Delete("tempo"),
+         ApeTag({{"Title", "t"}, back, front}).Bytes() + v1},
+        // APE covers have no description, and an empty one matches every picture
+        // without one: removing one cover removes them all.
+        {"delete a cover", keep, Delete("_albumart_1_Front Album Cover"), ApeTag({{"Title", "t"}}).Bytes() + v1},
+        {"delete", keep, Delete(nullptr), v1},
+    };
+    for (const auto& row : rows) {
+        if (row.start != keep) Make("", row.start);
+        EXPECT_TRUE(RunEngine<TagAPEv2>(path, row.op)) << row.what;
+        EXPECT_EQ(Tail(), row.tail) << row.what;
+    }
 }
