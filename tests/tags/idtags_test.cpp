@@ -1,12 +1,13 @@
-// The tag collection and its flat form, the tag blob.
+// The tag collection, its flat form (the tag blob) and the naming of pictures in it.
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include "tags/idtags.h"
+#include "tagfixture.h"
+#include "tags/picturenaming.h"
+
+using namespace tagtest;
 
 namespace {
 
@@ -19,15 +20,10 @@ struct Blob {
         for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(static_cast<uint32_t>(value) >> (8 * i)));
         return *this;
     }
-    // UTF-16LE units, with the NUL when `terminated`.
-    Blob& Text(std::u16string_view text, bool terminated = true) {
-        for (char16_t unit : text) {
-            bytes.insert(bytes.end(), {static_cast<uint8_t>(unit), static_cast<uint8_t>(unit >> 8)});
-        }
+    // UTF-16LE units, with the NUL when `terminated`; a lone byte from `raw`.
+    Blob& Text(std::u16string_view text, bool terminated = true, Bytes raw = {}) {
+        for (char16_t unit : text) bytes.insert(bytes.end(), {static_cast<uint8_t>(unit), static_cast<uint8_t>(unit >> 8)});
         if (terminated) bytes.insert(bytes.end(), {0, 0});
-        return *this;
-    }
-    Blob& Raw(const Bytes& raw) {
         bytes.insert(bytes.end(), raw.begin(), raw.end());
         return *this;
     }
@@ -36,9 +32,19 @@ struct Blob {
     }
 };
 
-Bytes DataOf(const IDTag& tag) { return Bytes(tag.Data.Data(), tag.Data.Data() + tag.Data.Size()); }
 Bytes BytesOf(const clBuffer& b) { return Bytes(b.Data(), b.Data() + b.Size()); }
-clString S(const char16_t* text) { return clString(text); }
+
+// Describe, with the data's bytes shown, NUL as "." unless `exact`.
+std::string Shown(const IDTags& tags, bool exact = false) {
+    std::string text;
+    for (int i = 0; i < tags.Count(); ++i) {
+        text += Utf8(tags[i].Name) + "=" + Utf8(tags[i].Value);
+        if (!tags[i].Data.Empty()) text += "[" + DataOf(tags[i]) + "]";
+        text += ";";
+    }
+    if (!exact) std::replace(text.begin(), text.end(), '\0', '.');
+    return text;
+}
 
 }  // namespace
 
@@ -47,12 +53,11 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
     clBuffer buffer;
     tags.Serialise(buffer);
     EXPECT_EQ(BytesOf(buffer), (Bytes{0, 0, 0, 0}));
-
-    tags.Add(S(u"A"), S(u"\u00E9"));
-    tags.AddBinary(S(u""), "\xFF\x00\x7F", 3);
+    tags.Add(S("A"), S("\xC3\xA9"));
+    tags.AddBinary(S(""), "\xFF\x00\x7F", 3);
     tags.Serialise(buffer);
-    EXPECT_EQ(BytesOf(buffer), (Bytes{2, 0, 0, 0,                                  // count
-                                      12, 0, 0, 0, 'A', 0, 0, 0, 0xE9, 0, 0, 0,    // 4 + 4 + 4
+    EXPECT_EQ(BytesOf(buffer), (Bytes{2, 0, 0, 0,                                    // count
+                                      12, 0, 0, 0, 'A', 0, 0, 0, 0xE9, 0, 0, 0,      // 4 + 4 + 4
                                       11, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0x00, 0x7F}));  // 4 + 2 + 2 + 3
     // A buffer with room enough keeps its storage.
     clBuffer roomy;
@@ -62,34 +67,35 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
     EXPECT_EQ(roomy.Data(), storage);
     EXPECT_EQ(roomy.Size(), buffer.Size());
 
-    tags.Add(S(u"Title"), S(u"Caf\u00E9 \U0001D11E"));
-    tags.Add(S(u"Artist"), S(u"One\rTwo"));
-    Bytes picture(70000);
-    for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<uint8_t>(i * 7);
-    tags.AddBinary(S(u"_albumart_3_Front<subdesc>x"), picture.data(), static_cast<uint32_t>(picture.size()));
-    tags.Add(S(u"Both"), S(u"text"))->Data.Assign("\x01\x00\x02", 3);
+    tags.Add(S("Title"), S("Caf\xC3\xA9 \xF0\x9D\x84\x9E"));
+    tags.Add(S("Artist"), S("One\rTwo"));
+    std::string picture(70000, '\0');
+    for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<char>(i * 7);
+    tags.AddBinary(S("_albumart_3_Front<subdesc>x"), picture.data(), static_cast<uint32_t>(picture.size()));
+    tags.Add(S("Both"), S("text"))->Data.Assign("\x01\x00\x02", 3);
+    tags.AddCopy(tags[4]);   // a copy of an own entry, whose storage may move meanwhile
     tags.Serialise(buffer);
     // At an odd address too; and Parse starts over.
     Bytes shifted(buffer.Size() + 1);
     std::memcpy(shifted.data() + 1, buffer.Data(), buffer.Size());
     IDTags back;
-    back.Add(S(u"stale"), S(u""));
+    back.Add(S("stale"), S(""));
     back.Parse(shifted.data() + 1, buffer.Size());
-    ASSERT_EQ(back.Count(), tags.Count());
-    for (int i = 0; i < tags.Count(); ++i) {
-        EXPECT_EQ(back[i].Name, tags[i].Name) << i;
-        EXPECT_EQ(back[i].Value, tags[i].Value) << i;
-        EXPECT_EQ(DataOf(back[i]), DataOf(tags[i])) << i;
-    }
-    EXPECT_EQ(DataOf(back[4]), picture);
+    EXPECT_EQ(Shown(back, true), Shown(tags, true));
+    // Copies are deep, and a self-assignment keeps everything.
+    IDTags copy(back);
+    copy[6].Data.Data()[0] = 9;
+    copy = static_cast<const IDTags&>(copy);
+    EXPECT_EQ(DataOf(copy[6])[0], 9);
+    EXPECT_EQ(Shown(back, true), Shown(tags, true));
 }
 
 TEST(IDTags, ParseIsForgiving) {
     const auto a = [](int32_t count) { return Blob().I32(count).Entry(u"A", u"1"); };
-    struct Case {
+    const struct {
         const char* what;
         Bytes bytes;
-        const char* names;   // "name=value[data bytes];" per entry
+        const char* shown;
     } cases[] = {
         {"count only", Blob().I32(2).bytes, ""}, {"no room for a length", {5, 0, 0, 0, 0}, ""},
         {"count 0", a(0).bytes, ""}, {"count below 0", a(-3).bytes, ""},
@@ -97,7 +103,7 @@ TEST(IDTags, ParseIsForgiving) {
         {"count below them", a(1).Entry(u"B", u"2").bytes, "A=1;"},
         {"negative length", a(3).I32(-1).Entry(u"B", u"2").bytes, "A=1;"},
         {"length beyond the end", a(3).I32(1000).Text(u"B").Text(u"2").bytes, "A=1;"},
-        {"two stray bytes", a(3).Raw({0x10, 0}).bytes, "A=1;"},
+        {"two stray bytes", a(3).Text(u"", false, {0x10, 0}).bytes, "A=1;"},
         // A length of 4 or less: one entry with an empty name, and the end.
         {"length 4", a(3).I32(4).Entry(u"B", u"2").bytes, "A=1;=;"},
         {"length 3", a(3).I32(3).Entry(u"B", u"2").bytes, "A=1;=;"},
@@ -107,102 +113,124 @@ TEST(IDTags, ParseIsForgiving) {
         {"unterminated name", Blob().I32(2).I32(4 + 6).Text(u"abc", false).Entry(u"B", u"2").bytes,
          "=[a.b.c.];B=2;"},
         {"unterminated value", Blob().I32(1).I32(4 + 4 + 4).Text(u"N").Text(u"vw", false).bytes, "N=[v.w.];"},
-        {"lone odd byte", Blob().I32(1).I32(4 + 4 + 1).Text(u"N").Raw({0}).bytes, "N=[.];"},
+        {"lone odd byte", Blob().I32(1).I32(4 + 4 + 1).Text(u"N", true, {0}).bytes, "N=[.];"},
         {"NUL behind the name's share", Blob().I32(1).I32(4 + 2).Text(u"a", false).Text(u"").bytes, "=[a.];"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         IDTags tags;
         tags.Parse(c.bytes.data(), static_cast<int64_t>(c.bytes.size()));
-        std::string text;
-        for (int i = 0; i < tags.Count(); ++i) {
-            text += tags[i].Name.ToUtf8() + "=" + tags[i].Value.ToUtf8();
-            if (!tags[i].Data.Empty()) {
-                text += "[";
-                for (uint8_t byte : DataOf(tags[i])) text += byte ? static_cast<char>(byte) : '.';
-                text += "]";
-            }
-            text += ";";
-        }
-        EXPECT_EQ(text, c.names) << c.what;
+        EXPECT_EQ(Shown(tags), c.shown) << c.what;
     }
     IDTags none;
-    none.Add(S(u"stale"), S(u""));
+    none.Add(S("stale"), S(""));
     none.Parse(nullptr, 100);
     EXPECT_EQ(none.Count(), 0);
     EXPECT_EQ(none.Current, nullptr);
 }
 
-TEST(IDTags, FindComparesNamesAndStripsArtKeys) {
+TEST(IDTags, FindRemoveAndTakeVersion) {
     IDTags tags;
-    tags.Add(S(u"Title"), S(u"t"));
-    tags.Add(S(u"_albumart_1_Front<subdesc>first"), S(u""));
-    tags.Add(S(u"Artist<subdesc>x"), S(u""));
-    tags.Add(S(u"\u00C9t\u00E9"), S(u""));
+    for (const char* name : {"Title", "_albumart_1_Front<subdesc>first", "Artist<subdesc>x", "\xC3\x89t\xC3\xA9"}) {
+        tags.Add(S(name), S(""));
+    }
+    const struct {
+        const char* name;
+        bool strip;
+        int found;   // -1: none
+    } finds[] = {
+        {"TITLE", false, 0}, {"\xC3\xA9t\xC3\xA9", false, -1} /* only A to Z fold */, {"Titl", false, -1},
+        {"_ALBUMART_1_front<subdesc>second", true, 1}, {"_ALBUMART_1_front<subdesc>second", false, -1},
+        {"_albumart_1_front", true, 1}, {"_albumart_1_Front<SUBDESC>first", true, -1} /* the marker has case */,
+        {"Artist", true, -1} /* other names are never cut */,
+    };
+    for (const auto& f : finds) {
+        IDTag* expected = f.found < 0 ? nullptr : &tags[f.found];
+        EXPECT_EQ(tags.Find(S(f.name), f.strip), expected) << f.name;
+        EXPECT_EQ(tags.Current, expected ? expected : tags.Current) << f.name;
+    }
+    EXPECT_EQ(Utf8(NormalisedTagName(S("_AlbumArt_2_Back<subdesc>d<subdesc>e"), true)), "_AlbumArt_2_Back");
+    EXPECT_EQ(Utf8(NormalisedTagName(S("_albumart_2_Back<subdesc>d"), false)), "_albumart_2_Back<subdesc>d");
+    EXPECT_EQ(Utf8(NormalisedTagName(S("_albumart<subdesc>d"), true)), "_albumart<subdesc>d");
 
-    EXPECT_EQ(tags.Find(S(u"TITLE"), false), &tags[0]);
-    EXPECT_EQ(tags.Current, &tags[0]);
-    EXPECT_EQ(tags.Find(S(u"\u00E9t\u00E9"), false), nullptr);   // only A to Z fold
-    EXPECT_EQ(tags.Find(S(u"Titl"), false), nullptr);
-
-    const clString other(u"_ALBUMART_1_front<subdesc>second");
-    EXPECT_EQ(tags.Find(other, true), &tags[1]);
-    EXPECT_EQ(tags.Find(other, false), nullptr);
-    EXPECT_EQ(tags.Find(S(u"_albumart_1_front"), true), &tags[1]);
-    // The marker itself is matched with case; other names are never cut.
-    EXPECT_EQ(tags.Find(S(u"_albumart_1_Front<SUBDESC>first"), true), nullptr);
-    EXPECT_EQ(tags.Find(S(u"Artist"), true), nullptr);
-
-    EXPECT_EQ(NormalisedTagName(S(u"_AlbumArt_2_Back<subdesc>d<subdesc>e"), true), S(u"_AlbumArt_2_Back"));
-    EXPECT_EQ(NormalisedTagName(S(u"_albumart_2_Back<subdesc>d"), false), S(u"_albumart_2_Back<subdesc>d"));
-    EXPECT_EQ(NormalisedTagName(S(u"_albumart<subdesc>d"), true), S(u"_albumart<subdesc>d"));
+    // Removal takes every case, keeps the order and doesn't strip.
+    IDTags list;
+    for (const char* name : {"Artist", "TagVersion", "ARTIST", "Album", "tagversion", "artist"}) list.Add(S(name), S(name));
+    EXPECT_TRUE(list.Remove(S("aRtIsT")));
+    EXPECT_EQ(list.Current, nullptr);
+    EXPECT_FALSE(list.Remove(S("Artist")));
+    list.AddCopy(tags[1]);
+    EXPECT_FALSE(list.Remove(S("_albumart_1_Front")));
+    EXPECT_TRUE(list.Remove(S("_ALBUMART_1_Front<subdesc>first")));
+    // Only the first version goes each time.
+    EXPECT_EQ(Utf8(list.TakeVersion()), "TagVersion");
+    EXPECT_EQ(Shown(list), "Album=Album;tagversion=tagversion;");
+    EXPECT_EQ(Utf8(list.TakeVersion()), "tagversion");
+    EXPECT_TRUE(list.TakeVersion().Empty());
+    list.Add(S("Title"), S(""));
+    list.Find(S("Album"), false);
+    list.RemoveAt(1);
+    list.RemoveAt(5);                    // out of range: nothing
+    EXPECT_EQ(list.Current, &list[0]);   // the cursor stays on a survivor
+    EXPECT_EQ(list.Count(), 1);
 }
 
-TEST(IDTags, RemoveTakesEveryCaseAndKeepsTheOrder) {
+TEST(PictureNaming, TypeTableAndArtKeys) {
+    EXPECT_EQ(PictureTypeFromName(S("a bRIGHT cOLOURED fISH")), 17);
+    EXPECT_EQ(PictureTypeFromName(S("Undefined")), 3);
+    EXPECT_EQ(PictureTypeFromName(S("")), 3);
+    EXPECT_TRUE(PictureTypeKeyPart(0).Empty());
+    EXPECT_TRUE(PictureTypeKeyPart(21).Empty());
+    EXPECT_EQ(Utf8(PictureTypeKeyPart(20)), "_Publisher Logo");
+    const struct {
+        const char *key, *type, *description;
+    } cases[] = {
+        {"_albumart_12_Back Album Cover<subdesc>Inlay", "Back Album Cover", "Inlay"},
+        {"_albumart_1_Media<subdesc>a<subdesc>b", "Media", "a<subdesc>b"},
+        {"_albumart_1_Media<SUBDESC>x", "Media<SUBDESC>x", ""},   // the separator is case-sensitive
+        {"_albumart_1_", "", ""}, {"_albumart_1", "", ""}, {"_albumart_", "", ""},
+    };
+    for (const auto& c : cases) {
+        clString type = S("x"), description = S("y");
+        SplitArtKey(S(c.key), type, description);
+        EXPECT_EQ(Utf8(type) + "/" + Utf8(description), std::string(c.type) + "/" + c.description) << c.key;
+    }
+    // The first art key numbered one, whatever its place.
     IDTags tags;
-    for (const char16_t* name : {u"Artist", u"Title", u"ARTIST", u"Album", u"artist"}) tags.Add(S(name), S(name));
-    EXPECT_EQ(tags.Current, &tags[4]);
-
-    EXPECT_TRUE(tags.Remove(S(u"aRtIsT")));
-    EXPECT_EQ(tags.Current, nullptr);
-    ASSERT_EQ(tags.Count(), 2);
-    EXPECT_EQ(tags[0].Value, S(u"Title"));
-    EXPECT_EQ(tags[1].Value, S(u"Album"));
-    EXPECT_FALSE(tags.Remove(S(u"Artist")));
-
-    // Removal doesn't strip: an art key goes only under its full name.
-    tags.Add(S(u"_albumart_1_Front<subdesc>d"), S(u""));
-    EXPECT_FALSE(tags.Remove(S(u"_albumart_1_Front")));
-    EXPECT_TRUE(tags.Remove(S(u"_ALBUMART_1_Front<subdesc>d")));
-
-    tags.Find(S(u"Title"), false);
-    tags.RemoveAt(1);
-    tags.RemoveAt(5);                    // out of range: nothing
-    EXPECT_EQ(tags.Current, &tags[0]);   // the cursor stays on a survivor
-    EXPECT_EQ(tags.Count(), 1);
+    tags.Add(S("Title"), S("t"));
+    tags.AddBinary(S("_albumart_2_Media"), "b", 1);
+    tags.AddBinary(S("_ALBUMART_1_Back Album Cover<subdesc>Inlay"), "a", 1);
+    clString type, description;
+    ASSERT_EQ(tags.FindFirstArt(type, description), &tags[2]);
+    EXPECT_EQ(Utf8(type) + "/" + Utf8(description), "Back Album Cover/Inlay");
+    tags.RemoveAt(2);
+    EXPECT_EQ(tags.FindFirstArt(type, description), nullptr);
+    EXPECT_TRUE(type.Empty());
 }
 
-TEST(IDTags, TakeVersionRemovesOnlyTheFirst) {
+TEST(PictureNaming, RemoveArtRenumbersTheRestAndRemoveHiddenSparesReservedNames) {
     IDTags tags;
-    EXPECT_TRUE(tags.TakeVersion().Empty());
-    for (const char16_t* name : {u"Title", u"TagVersion", u"Album", u"tagversion"}) tags.Add(S(name), S(name));
+    tags.AddBinary(S("_albumart_1_Front Album Cover"), "F", 1);
+    tags.Add(S("Title"), S("t"));
+    tags.AddBinary(S("_albumart_2_Back Album Cover<subdesc>Inlay"), "B", 1);
+    tags.Add(S("_hidden"), S("h"));
+    tags.AddBinary(S("_albumart_3_Media<subdesc>Disc"), "M", 1);
+    tags.Add(S("_RIFF_info"), S("r"));
+    // No type and no description matches: nothing changes, hidden names neither.
+    IDTags unchanged = tags;
+    EXPECT_FALSE(unchanged.RemoveArt(S("Leaflet Page"), S("nothing")));
+    EXPECT_FALSE(unchanged.RemoveArt(S("back album cover"), S("none")));   // case-sensitive
+    EXPECT_EQ(Shown(unchanged), Shown(tags));
+    // The rest go behind everything else, numbered anew.
+    ASSERT_TRUE(tags.RemoveArt(S("Back Album Cover"), S("none")));
+    EXPECT_EQ(Shown(tags), "Title=t;_RIFF_info=r;_albumart_1_Front Album Cover=[F];_albumart_2_Media<subdesc>Disc=[M];");
+    // An empty description matches every picture without one.
+    ASSERT_TRUE(tags.RemoveArt(S("No Such Type"), S("")));
+    EXPECT_EQ(Shown(tags), "Title=t;_RIFF_info=r;_albumart_1_Media<subdesc>Disc=[M];");
 
-    EXPECT_EQ(tags.TakeVersion(), S(u"TagVersion"));
-    ASSERT_EQ(tags.Count(), 3);
-    EXPECT_EQ(tags[1].Name, S(u"Album"));
-    EXPECT_EQ(tags.TakeVersion(), S(u"tagversion"));
-    EXPECT_EQ(tags.Count(), 2);
-    EXPECT_TRUE(tags.TakeVersion().Empty());
-}
-
-TEST(IDTags, CopiesAreDeep) {
-    IDTags tags;
-    tags.AddBinary(S(u"Bin"), "\x01\x02", 2);
-    tags.AddCopy(tags[0]);   // a copy of an own entry, whose storage may move meanwhile
-    IDTags copy(tags);
-    copy[1].Data.Data()[0] = 9;
-    copy = static_cast<const IDTags&>(copy);   // self-assignment keeps everything
-    ASSERT_EQ(copy.Count(), 2);
-    EXPECT_EQ(DataOf(copy[1]), (Bytes{9, 2}));
-    EXPECT_EQ(DataOf(tags[0]), (Bytes{1, 2}));
-    EXPECT_EQ(DataOf(tags[1]), (Bytes{1, 2}));
+    IDTags hidden;
+    for (const char* name : {"_riff_a", "_RIFF_B", "_CDTOC", "_Crc", "_crcx", "_x", "_", "", "Title", "_albumart_1_"}) {
+        hidden.Add(S(name), S("v"));
+    }
+    hidden.RemoveHidden();
+    EXPECT_EQ(Shown(hidden), "_riff_a=v;_RIFF_B=v;_CDTOC=v;_Crc=v;=v;Title=v;");
 }

@@ -1,16 +1,20 @@
 #pragma once
-// What the tag engine tests share: hand-built tags around stand-in audio,
-// a short text form of a collection, and a capture of the error log.
+// What the tag tests share: a file of stand-in audio with tags around it,
+// engines run over it, short text forms of a collection and of parsed ID3v2
+// values, and a capture of the error log.
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "support/clFile.h"
 #include "support/clLog.h"
+#include "tagbytes.h"
+#include "tags/id3v2/id3parser.h"
+#include "tags/id3v2/id3values.h"
 #include "tags/idtags.h"
 #include "tests/integration/testkit.h"
 
@@ -19,71 +23,6 @@ namespace tagtest {
 using it::ReadFile;
 using it::TempDir;
 using it::WriteFile;
-
-// Stand-in audio: letters, so that no tag magic shows up in it by chance.
-inline std::string AudioBytes(size_t count) {
-    std::string bytes(count, '\0');
-    uint32_t x = 2654435761u;
-    for (char& c : bytes) {
-        x = x * 1103515245u + 12345u;
-        c = static_cast<char>('a' + (x >> 16) % 26);
-    }
-    return bytes;
-}
-
-inline std::string U32(uint32_t value) {
-    std::string bytes(4, '\0');
-    for (int i = 0; i < 4; ++i) bytes[static_cast<size_t>(i)] = static_cast<char>(value >> (8 * i));
-    return bytes;
-}
-
-inline std::string ApeFrameBytes(uint32_t version, uint32_t size, uint32_t count, uint32_t flags) {
-    return "APETAGEX" + U32(version) + U32(size) + U32(count) + U32(flags) + std::string(8, '\0');
-}
-
-struct ApeItem {
-    ApeItem(std::string k, std::string v, uint32_t f = 0) : key(std::move(k)), value(std::move(v)), flags(f) {}
-    std::string Bytes() const { return U32(static_cast<uint32_t>(value.size())) + U32(flags) + key + '\0' + value; }
-    std::string key, value;
-    uint32_t flags;   // 2: binary
-};
-
-// A tag as the format lays it out; `count` and `size` below 0 are computed.
-struct ApeTag {
-    ApeTag(std::initializer_list<ApeItem> i = {}, uint32_t v = 2000, bool h = true) : items(i), version(v), header(h) {}
-    std::string Bytes() const {
-        std::string body;
-        for (const ApeItem& item : items) body += item.Bytes();
-        auto tagSize = static_cast<uint32_t>(size >= 0 ? size : static_cast<int64_t>(body.size() + 32));
-        auto itemCount = static_cast<uint32_t>(count >= 0 ? count : static_cast<int64_t>(items.size()));
-        std::string head = header ? ApeFrameBytes(version, tagSize, itemCount, 0xA0000000u) : "";
-        return head + body + ApeFrameBytes(version, tagSize, itemCount, header ? 0x80000000u : 0);
-    }
-    // A copy whose header and footer state `statedSize` and `statedCount`.
-    ApeTag Stating(int64_t statedSize, int64_t statedCount = -1) const {
-        ApeTag tag = *this;
-        tag.size = statedSize;
-        tag.count = statedCount;
-        return tag;
-    }
-    std::vector<ApeItem> items;
-    uint32_t version;
-    bool header;
-    int64_t count = -1, size = -1;
-};
-
-// An ID3v1 tag; a track number makes it ID3v1.1 with a comment of 28 bytes.
-inline std::string Id3v1(const std::string& title, const std::string& artist = "", const std::string& album = "",
-                         const std::string& year = "", const std::string& comment = "", int track = 0,
-                         int genre = 255) {
-    const auto Field = [](std::string text, size_t width) {
-        text.resize(width, '\0');
-        return text;
-    };
-    std::string tag = "TAG" + Field(title, 30) + Field(artist, 30) + Field(album, 30) + Field(year, 4);
-    tag += track == 0 ? Field(comment, 30) : Field(comment, 28) + '\0' + static_cast<char>(track);
-    return tag + static_cast<char>(genre);
-}
 
 inline clString S(const std::string& utf8) { return clString::FromUtf8(utf8); }
 inline std::string Utf8(const clString& text) { return text.ToUtf8(); }
@@ -110,16 +49,32 @@ inline IDTags Tags(std::initializer_list<std::pair<const char*, std::string>> en
     return tags;
 }
 
-inline clFile OpenFile(const std::string& path, uint32_t access = clFile::kReadWrite) {
-    clFile file(S(path));
-    if (!file.Open(access)) throw std::runtime_error("cannot open " + path);
-    return file;
+inline id3parser::id3tag Parse(const std::string& bytes) {
+    id3parser::streamInMem stream(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+    id3parser::parseCallback callback;
+    id3parser::id3tag tag;
+    id3parser::parseTag(tag, stream, callback);
+    return tag;
+}
+
+// A parsed tag's values: "Name=a|b;" per name, in map order.
+inline std::string ValuesOf(const id3parser::id3tag& tag) {
+    id3parser::TagValues values;
+    id3parser::framesToValues(tag, values);
+    std::string out;
+    for (const auto& [name, list] : values) {
+        out += name + "=";
+        for (size_t i = 0; i < list.size(); ++i) out += (i ? "|" : "") + list[i];
+        out += ";";
+    }
+    return out;
 }
 
 // Runs `op` on an engine of type E over the file at `path`, and gives its result.
 template <class E, class Op>
 auto RunEngine(const std::string& path, Op op, uint32_t access = clFile::kReadWrite) {
-    clFile file = OpenFile(path, access);
+    clFile file(S(path));
+    if (!file.Open(access)) throw std::runtime_error("cannot open " + path);
     E engine(file);
     return op(engine);
 }
@@ -134,22 +89,18 @@ std::string ReadWith(const std::string& path, bool wantVersion = true) {
     }, clFile::kRead);
 }
 
-// A log file of UTF-16LE, read as ASCII.
-inline std::string AsciiLog(const std::string& path) {
-    std::string text = ReadFile(path);
-    std::erase(text, '\0');
-    return text;
-}
-
-// A decoder's error log, written to a file that the test reads back.
+// A decoder's error log, written to a file that the test reads back as ASCII.
 class LogCapture {
 public:
     explicit LogCapture(const TempDir& dir) : path_(dir.File("error.log")), sink_(path_) {
         target_.errorLog = sink_.Get();
     }
-
     const clLogTarget* Target() const { return &target_; }
-    std::string Text() const { return AsciiLog(path_); }
+    std::string Text() const {
+        std::string text = ReadFile(path_);
+        std::erase(text, '\0');
+        return text;
+    }
 
 private:
     std::string path_;
@@ -157,23 +108,67 @@ private:
     clLogTarget target_;
 };
 
-// A file of stand-in audio with `tail` behind it; Tail() also checks that
-// the audio in front is unchanged.
+inline constexpr char kRefused[] = "refused";   // for the tail: the file stays byte for byte as it was
+
+// One run of a standard flow: the tags around the audio afterwards, and what the log says.
+struct FlowRow {
+    using Flow = std::function<bool(const std::string& path, const clLogTarget* log)>;
+    std::string what, front, tail;
+    Flow flow;
+    std::string frontAfter, tailAfter;   // tailAfter kRefused: the flow fails and changes nothing
+    std::vector<std::string> logged = {};   // pieces of the log; none: nothing is logged
+};
+
+// A file of stand-in audio, larger than the 64 KiB step of a tail move and
+// not a multiple of it, with tags in front and behind. Tail() and Front()
+// give the tags and check that the audio is the same bytes.
 class TagFileTest : public ::testing::Test {
 public:
-    static constexpr size_t kAudio = 1000;
+    static constexpr size_t kAudio = 200 * 1024 + 77;
 
 protected:
-    void Make(const std::string& tail, size_t audio = kAudio) { WriteFile(path, AudioBytes(audio) + tail); }
+    void Make(const std::string& front, const std::string& tail = "", size_t audio = kAudio) {
+        WriteFile(path, front + AudioBytes(audio) + tail);
+    }
     std::string Tail() const {
-        std::string bytes = ReadFile(path);
-        EXPECT_EQ(bytes.substr(0, kAudio), AudioBytes(kAudio));
+        const std::string bytes = ReadFile(path);
+        EXPECT_EQ(bytes.substr(0, kAudio), audio) << "the audio changed";
         return bytes.size() < kAudio ? "(audio cut)" : bytes.substr(kAudio);
     }
+    // The ID3v2 tag in front, checked to be followed by exactly the audio and `tail`.
+    std::string Front(const std::string& tail = "") const {
+        const std::string bytes = ReadFile(path);
+        const size_t size = TagSize(bytes);
+        EXPECT_EQ(bytes.substr(size), audio + tail) << "the audio moved or changed";
+        return bytes.substr(0, size);
+    }
 
+    // Runs one flow over front + audio + tail and checks the whole file and the log.
+    void Check(const FlowRow& row);
+
+    const std::string audio = AudioBytes(kAudio);
     TempDir dir;
     LogCapture log{dir};
     std::string path = dir.File("song.tta");
 };
+
+inline void TagFileTest::Check(const FlowRow& row) {
+    SCOPED_TRACE(row.what);
+    Make(row.front, row.tail);
+    const std::string before = ReadFile(path);
+    const size_t logBefore = log.Text().size();
+    const bool refused = row.tailAfter == kRefused;
+    EXPECT_EQ(row.flow(path, log.Target()), !refused);
+    if (refused) {
+        EXPECT_EQ(ReadFile(path), before);
+    } else {
+        EXPECT_EQ(Front(row.tailAfter), row.frontAfter);
+    }
+    const std::string logged = log.Text().substr(logBefore);
+    if (row.logged.empty()) {
+        EXPECT_EQ(logged, "");
+    }
+    for (const std::string& piece : row.logged) EXPECT_NE(logged.find(piece), std::string::npos) << logged;
+}
 
 }  // namespace tagtest
