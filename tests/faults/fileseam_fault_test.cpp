@@ -11,7 +11,7 @@
 #include "faultio.h"
 #include "support/clString.h"
 #include "tags/stdtags.h"
-#include "tests/tags/id3v2/id3builder.h"
+#include "tests/tags/tagbytes.h"
 #include "tests/tags/tagfixture.h"
 
 using namespace tagtest;
@@ -24,7 +24,7 @@ enum class Start { Ape, Id3v2, Both };
 enum class Op { Write, Delete, Read };
 
 std::string Id3v2Title(const std::string& title) {
-    return id3test::Tag(3, id3test::Frame23("TIT2", id3test::Text(title)));
+    return Tag(3, Frame23("TIT2", Text(title)));
 }
 
 std::string StartBytes(Start start) {
@@ -34,7 +34,7 @@ std::string StartBytes(Start start) {
 }
 
 // Where the audio starts: behind an ID3v2 tag at the front, if any.
-size_t AudioStart(const std::string& bytes) { return id3test::TagSize(bytes); }
+size_t AudioStart(const std::string& bytes) { return TagSize(bytes); }
 
 struct Outcome {
     bool result = false;
