@@ -92,6 +92,14 @@ private:
         std::string fileName;   // with its NUL
     };
     std::vector<StoredName> storedNames_;
+    // The items of the last read, byte for byte: an item a write doesn't
+    // change goes back as it was (its flags, a value's last NUL, a cover's
+    // own key), and one the collection can't show (a locator) goes back too.
+    struct RawItem {
+        std::string bytes;
+        int entry = -1;   // its entry in the read's collection; -1: not shown
+    };
+    std::vector<RawItem> rawItems_;
     static size_t Fingerprint(const uint8_t* bytes, size_t size);
     const std::string* StoredNameOf(const IDTag& entry) const;
     enum class Footer { kFailed, kAbsent, kPresent };

@@ -124,7 +124,11 @@ bool TagAPEv2::WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint
         if (keyLength == 0 || valueSize == 0) continue;
         bool isArt = false;
         clString name = TagNameOfApeKey(DecodeText(items + keyAt, keyLength), artCounter, isArt);
+        const int shown = tags.Count();
         AddItem(tags, name, isArt, flags, items + keyAt + keyLength + 1, valueSize);
+        const uint32_t itemAt = keyAt - kApeItemHeadBytes;
+        rawItems_.push_back({std::string(reinterpret_cast<const char*>(items + itemAt), position - itemAt),
+                             tags.Count() > shown ? shown : -1});
     }
     return position == size;
 }
@@ -135,6 +139,7 @@ bool TagAPEv2::ReadRaw(IDTags& tags, bool wantVersion, bool keepRaw) {
     TagVersionNumber = 0;
     std::memset(SavedID3v1, 0, sizeof SavedID3v1);
     storedNames_.clear();
+    rawItems_.clear();
     itemsDamaged_ = false;
     extent_ = Extent::kUnreadable;
     if (!file.IsOpen()) return false;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "tags/apeitemkeys.h"
@@ -33,9 +34,10 @@ struct ApeItem {
     std::string value;            // text, or the made-up file name of a cover
     const clBuffer* data = nullptr;
     ApeItemType type = kApeText;
+    const std::string* raw = nullptr;   // an old item that goes back byte for byte
 
     uint64_t ValueSize() const { return value.size() + (data ? data->Size() : 0); }
-    uint64_t Size() const { return kApeItemHeadBytes + key.size() + 1 + ValueSize(); }
+    uint64_t Size() const { return raw ? raw->size() : kApeItemHeadBytes + key.size() + 1 + ValueSize(); }
 };
 
 // A reader of the format expects a file name in front of a cover; the path means nothing.
@@ -75,6 +77,10 @@ ApeItem MakeItem(const IDTag& entry, uint32_t version, const std::string* stored
 }
 
 uint8_t* PutItem(uint8_t* out, const ApeItem& item) {
+    if (item.raw) {
+        std::memcpy(out, item.raw->data(), item.raw->size());
+        return out + item.raw->size();
+    }
     PutU32LE(out, static_cast<uint32_t>(item.ValueSize()));
     PutU32LE(out + 4, ApeFlagsOf(item.type));
     out += kApeItemHeadBytes;
@@ -170,15 +176,31 @@ bool TagAPEv2::MergeInto(IDTags& result, const IDTags& old, const IDTags& tags, 
 
 namespace {
 
+ApeItem CarriedItem(const std::string& bytes) {
+    ApeItem item;
+    item.raw = &bytes;
+    return item;
+}
+
+size_t EntryHash(const IDTag& entry) {
+    const std::hash<std::u16string_view> text;
+    const std::string_view data(reinterpret_cast<const char*>(entry.Data.Data()), entry.Data.Size());
+    return text(entry.Name.View()) ^ text(entry.Value.View()) * 31 ^ std::hash<std::string_view>{}(data) * 131;
+}
+
 // Items and the tag size; false for a value or a tag that the reader would refuse.
-template <class NameOf>
-bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, std::vector<ApeItem>& items,
-                  uint64_t& tagSize) {
+template <class NameOf, class RawOf>
+bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, RawOf rawOf,
+                  std::vector<ApeItem>& items, uint64_t& tagSize) {
     items.reserve(static_cast<size_t>(entries.Count()));
     tagSize = kApeHeaderBytes;
     for (int i = 0; i < entries.Count(); ++i) {
-        items.push_back(MakeItem(entries[i], version, storedName(entries[i])));
-        if (items.back().ValueSize() > kApeLargestValue) return false;
+        if (const std::string* raw = rawOf(entries[i])) {
+            items.push_back(CarriedItem(*raw));
+        } else {
+            items.push_back(MakeItem(entries[i], version, storedName(entries[i])));
+            if (items.back().ValueSize() > kApeLargestValue) return false;
+        }
         tagSize += items.back().Size();
     }
     return tagSize + kApeHeaderBytes <= kApeLargestTag;
@@ -254,6 +276,7 @@ bool TagAPEv2::Prepare(const IDTags& tags, bool merge) {
     ReadRaw(old, false, true);   // for TagStart, the version and SavedID3v1
     if (const char16_t* refusal = RewriteRefusal()) return Refuse(refusal);
     if (TagVersionNumber == 0) TagVersionNumber = WriteVersion1 ? kApeVersion1 : kApeVersion2;
+    const IDTags read(old);
     IDTags replaced;
     IDTags& result = merge ? old : replaced;
     bool changed = false;
@@ -266,7 +289,28 @@ bool TagAPEv2::Prepare(const IDTags& tags, bool merge) {
     std::vector<ApeItem> items;
     uint64_t tagSize = 0;
     const auto storedName = [this](const IDTag& entry) { return StoredNameOf(entry); };
-    if (!PrepareItems(result, TagVersionNumber, storedName, items, tagSize)) return Refuse(kTooLarge);
+    // An entry the read showed, unchanged, goes back as the item it came from.
+    std::unordered_multimap<size_t, const RawItem*> shown;
+    for (const RawItem& raw : rawItems_) {
+        if (raw.entry >= 0) shown.emplace(EntryHash(read[raw.entry]), &raw);
+    }
+    const auto rawOf = [&](const IDTag& entry) -> const std::string* {
+        auto [from, to] = shown.equal_range(EntryHash(entry));
+        for (auto it = from; it != to; ++it) {
+            if (!SameEntry(read[it->second->entry], entry)) continue;
+            const std::string* bytes = &it->second->bytes;
+            shown.erase(it);
+            return bytes;
+        }
+        return nullptr;
+    };
+    if (!PrepareItems(result, TagVersionNumber, storedName, rawOf, items, tagSize)) return Refuse(kTooLarge);
+    for (const RawItem& raw : rawItems_) {
+        if (raw.entry >= 0) continue;
+        items.push_back(CarriedItem(raw.bytes));
+        tagSize += raw.bytes.size();
+    }
+    if (tagSize + kApeHeaderBytes > kApeLargestTag) return Refuse(kTooLarge);
     if (!BuildTail(items, tagSize, TagVersionNumber, SavedID3v1, pending_)) return Refuse(kNoMemory);
     pendingChange_ = true;
     return true;

@@ -184,7 +184,7 @@ def our_values(fdhost, path):
     for e in json.loads(run.stdout)["tags"]:
         name = e["name"]
         if name.startswith("_albumart_"):
-            pictures.append((*name.split("_", 3)[3].partition("<subdesc>")[::2], e["data_sha256"]))
+            pictures.append((*(name.split("_", 3) + [""])[3].partition("<subdesc>")[::2], e["data_sha256"]))
         else:
             values[name.lower()] = (name, e["data_sha256"] if e["data_size"] else e["value"])
     return values, sorted(pictures)
@@ -354,21 +354,22 @@ def run_roundtrips(one, fdhost, audio_path, workdir, first_seed, count, image_pa
     return 1 if failures else 0
 
 
-# APE and ID3v1. Keys: what mutagen writes, with the values to pick from. Covers are front or back
-# (one per tag), and no locator item: a rewrite keeps neither another cover type nor a locator.
+# APE and ID3v1. Keys: what mutagen writes, with the values to pick from; a list ending in "" ends in
+# a NUL, and "Link" is a locator, which we don't show but must keep. One cover per tag.
 LATIN = [t for t in TEXTS if latin1(t)] + ["a title that runs well past thirty bytes"]
 APE_KEYS = [("Title", TEXTS), ("Album", TEXTS), ("Comment", LATIN), ("Year", ["1999", "2004-05-06"]),
             ("Track", ["3", "7/12"]), ("Genre", [["Rock"], ["Jazz", "Tr\u00e4nce"]]),
             ("Artist", [["A"], ["A", "B b"], ["\u00c7a", "\u4e2d"]]), ("Composer", [["C", "D"]]),
             ("Foreign Key", TEXTS), ("Media JukeBox: Mood", TEXTS), ("Tool Name", ["enc 1.0"]), ("BPM", ["120"]),
-            ("Rating", ["4.5", "3", "0.5"]), ("Blob", [b"\x00\x01\xff bin"])]
+            ("Rating", ["4.5", "3", "0.5"]), ("Blob", [b"\x00\x01\xff bin"]),
+            ("Odd End", [["ab", ""]]), ("Link", ["http://example.org/a"])]
 V1_FIELDS = [("Title", "TIT2", LATIN), ("Artist", "TPE1", [["A", "B"], ["\u00c7a"]]), ("Album", "TALB", LATIN),
              ("Year", "TDRC", ["1999"]), ("Comment", "COMM", ["note", "n\u00f6te twenty-eight bytes.."]),
              ("Track", "TRCK", ["9", "255"]), ("Genre", "TCON", ["Jazz", "Electronic", "Pop"])]
 APE_WRITES = [("Title", LATIN), ("Album", LATIN), ("Artist", [["A", "\u00df"], ["X"]]), ("Comment", LATIN[:4]),
               ("Year", ["2001"]), ("Track", ["4"]), ("Genre", ["Jazz", "Tr\u00e4nce"]), ("Rating", ["7"]),
               ("Mood", ["glad"]), ("picture", [3, 4])]
-SIDES = {"front": "Front Album Cover", "back": "Back Album Cover"}
+SIDES = {"front": "Front Album Cover", "back": "Back Album Cover", "media": ""}
 
 
 def ape_items(path):   # {lower key: (key, kind, value bytes, texts)}
@@ -380,6 +381,9 @@ def ape_view(path):
     """What the plug-in's reader gives for the APE and ID3v1 tags that mutagen reads."""
     values, pictures, v1 = Values(), [], v1_fields(read_bytes(path))
     for low, (key, kind, raw, texts) in ape_items(path).items():
+        if kind == mutagen.apev2.EXTERNAL:
+            continue
+        texts = texts[:-1] if texts[-1:] == [""] else texts
         name = {"tool name": "Encoded by", "bpm": "tempo"}.get(low, key[15:] if low.startswith("media jukebox: ") else key)
         if low.startswith("cover art ("):
             pictures.append((SIDES[low[11:-1]], "", hashlib.sha256(raw.partition(b"\0")[2]).hexdigest()))
@@ -410,10 +414,11 @@ def ape_roundtrip_one(fdhost, audio, images, workdir, seed, notes, counts):
     for key, choices in rng.sample(APE_KEYS, rng.choice([0, 3, 6, 9])):
         value = rng.choice(choices)
         text = None if isinstance(value, bytes) else "\0".join([value] if isinstance(value, str) else value)
-        tag[key] = mutagen.apev2.APEValue(value if text is None else text, mutagen.apev2.BINARY if text is None else 0)
+        kind = mutagen.apev2.BINARY if text is None else mutagen.apev2.EXTERNAL if key == "Link" else mutagen.apev2.TEXT
+        tag[key] = mutagen.apev2.APEValue(value if text is None else text, kind)
     if tag and rng.random() < 0.7:
         kind = rng.choice(sorted(images))
-        tag["Cover Art (%s)" % rng.choice(["Front", "Back"])] = mutagen.apev2.APEValue(
+        tag["Cover Art (%s)" % rng.choice(["Front", "Back", "Media"])] = mutagen.apev2.APEValue(
             rng.choice([b"cover.", b"c\xf6ver."]) + kind.encode() + b"\0" + images[kind][1], mutagen.apev2.BINARY)
     if tag:
         tag.save(path)
