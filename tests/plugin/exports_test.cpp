@@ -1,10 +1,13 @@
-// The plug-in's border as a host drives it, the library loaded at run time.
-// The export table itself: exports_elf_posix.cpp, tests/win32/check_binaries.cmake.
+// The plug-in's border as a host drives it, the library loaded at run time,
+// and fdhost's view of the capability tables. The export table itself:
+// exports_elf_posix.cpp, tests/win32/check_binaries.cmake.
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <optional>
+#include <thread>
 
 #include "host/plugin.h"
 #include "host/text.h"
@@ -17,33 +20,21 @@ protected:
     host::Plugin plugin{FD_PLUGIN_PATH};
 };
 
-// One decoder with both logs going to files of a temporary folder.
-class LoggedDecoder {
-public:
-    explicit LoggedDecoder(const host::Plugin& plugin) {
-        decoder_.emplace(plugin, DecoderCreateInfo{error_.Get(), 0, trace_.Get()});
-    }
-    const host::Decoder* operator->() const { return &*decoder_; }
-    std::string Trace() const { return ReadFile(dir_.File("trace.log")); }
-    std::string Errors() const { return ReadFile(dir_.File("error.log")); }
-
-private:
-    TempDir dir_;
-    Fd trace_{dir_.File("trace.log")};
-    Fd error_{dir_.File("error.log")};
-    std::optional<host::Decoder> decoder_;
-};
-
 DecoderParam Patterned() {
     DecoderParam param;
     std::memset(&param, 0xA5, sizeof param);
     return param;
 }
 
-// The bytes of `a` and `b` from offset `from` to the end.
-bool SameBytes(const DecoderParam& a, const DecoderParam& b, size_t from = 0) {
-    return std::memcmp(reinterpret_cast<const char*>(&a) + from, reinterpret_cast<const char*>(&b) + from,
-                       sizeof a - from) == 0;
+// The bytes of `a` and `b` in [from, to).
+bool SameBytes(const DecoderParam& a, const DecoderParam& b, size_t from = 0, size_t to = sizeof(DecoderParam)) {
+    return std::memcmp(reinterpret_cast<const char*>(&a) + from, reinterpret_cast<const char*>(&b) + from, to - from) == 0;
+}
+
+std::string Utf16Le(std::string_view ascii) {
+    std::string bytes;
+    for (const char c : ascii) bytes += std::string{c, '\0'};
+    return bytes;
 }
 
 TEST_F(PluginTest, NullDecoderIsRefusedByEveryEntryPoint) {
@@ -60,63 +51,48 @@ TEST_F(PluginTest, NullDecoderIsRefusedByEveryEntryPoint) {
     EXPECT_EQ(plugin.DeleteATag(nullptr, u"a.tak", nullptr), 0);
 }
 
-TEST_F(PluginTest, TablesInOrderAndNothingPastTheEnd) {
-    DecoderParam row18{};
-    row18.index = 18;
+// Get writes only its answer (text, and for Decodes text2) and nothing on a
+// refusal: keys match exactly, with case, and no row lies past the end.
+TEST_F(PluginTest, GetAnswersOnlyItsKeysAndTouchesOnlyItsAnswer) {
+    const struct {
+        const char16_t* key;
+        uint32_t index;
+        const char16_t* text;   // nullptr: refused
+        const char16_t* text2;
+    } rows[] = {
+        {u"Decodes", 0, u".tak", u"Tom's Audio Kompressor"}, {u"Decodes", 18, u".awb", u"AMR"},
+        {u"StreamingDecodes", 4, u"application/x-mpegurl", nullptr}, {u"Decodes", 19, nullptr, nullptr},
+        {u"Decodes", 0xFFFFFFFFu, nullptr, nullptr}, {u"StreamingDecodes", 5, nullptr, nullptr},
+        {u"decodes", 0, nullptr, nullptr}, {u"Decodes ", 0, nullptr, nullptr}, {u" Decodes", 0, nullptr, nullptr},
+        {u"Decode", 0, nullptr, nullptr}, {u"Decoder description", 0, nullptr, nullptr},
+        {u"canwriteidtags", 0, nullptr, nullptr}, {u"", 0, nullptr, nullptr}, {u"EventQuit", 0, nullptr, nullptr},
+    };
+    DecoderParam last{};
     {
         const host::Decoder decoder(plugin, DecoderCreateInfo{});
-        // Only index (in), text and, for Decodes, text2 (out) belong to these keys.
-        const auto expectRow = [&](const char16_t* key, uint32_t row, const char* text, const char* text2) {
-            SCOPED_TRACE(testing::Message() << host::Utf16ToUtf8(key) << " row " << row);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(testing::Message() << host::Utf16ToUtf8(row.key) << " row " << row.index);
             DecoderParam param = Patterned();
-            param.index = row;
+            param.index = row.index;
+            param.text = u"a.mka";
             const DecoderParam before = param;
-            ASSERT_EQ(decoder.Get(key, param), 1);
-            EXPECT_EQ(host::WideView(param.text), host::Utf8ToUtf16(text));
-            EXPECT_EQ(std::memcmp(&param, &before, offsetof(DecoderParam, text)), 0);
-            if (text2) { EXPECT_EQ(host::WideView(param.text2), host::Utf8ToUtf16(text2)); }
-            const size_t tail = text2 ? offsetof(DecoderParam, untouched2) : offsetof(DecoderParam, text2);
-            EXPECT_TRUE(SameBytes(param, before, tail));
-        };
-        for (uint32_t row = 0; row < kExpectedDecodes.size(); ++row)
-            expectRow(u"Decodes", row, kExpectedDecodes[row].extension, kExpectedDecodes[row].description);
-        for (uint32_t row = 0; row < kExpectedStreaming.size(); ++row)
-            expectRow(u"StreamingDecodes", row, kExpectedStreaming[row], nullptr);
-        const std::pair<const char16_t*, uint32_t> beyond[] = {
-            {u"Decodes", 19}, {u"Decodes", 20}, {u"Decodes", 0xFFFFFFFFu}, {u"StreamingDecodes", 5}};
-        for (const auto& [key, index] : beyond) {
-            DecoderParam param = Patterned();
-            param.index = index;
-            const DecoderParam before = param;
-            EXPECT_EQ(decoder.Get(key, param), 0);
-            EXPECT_TRUE(SameBytes(param, before)) << "index " << index;
+            ASSERT_EQ(decoder.Get(row.key, param), row.text ? 1 : 0);
+            if (!row.text) {
+                EXPECT_TRUE(SameBytes(param, before));
+                continue;
+            }
+            EXPECT_EQ(host::WideView(param.text), row.text);
+            EXPECT_TRUE(SameBytes(param, before, 0, offsetof(DecoderParam, text)));
+            if (row.text2) { EXPECT_EQ(host::WideView(param.text2), row.text2); }
+            EXPECT_TRUE(SameBytes(param, before, row.text2 ? offsetof(DecoderParam, untouched2) : offsetof(DecoderParam, text2)));
+            last = param;
         }
-        ASSERT_EQ(decoder.Get(u"Decodes", row18), 1);
+        DecoderParam none{};
+        EXPECT_EQ(decoder.Get(nullptr, none), 0);
     }
     // The text handed out outlives the decoder.
     const host::Decoder other(plugin, DecoderCreateInfo{});
-    EXPECT_EQ(host::WideView(row18.text), u".awb");
-    EXPECT_EQ(host::WideView(row18.text2), u"AMR");
-}
-
-TEST_F(PluginTest, KeysMatchExactlyWithCase) {
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    for (const char16_t* key : {u"decodes", u"DECODES", u"Decode", u"Decodes ", u" Decodes", u"Decoder description",
-                                u"canwriteidtags", u"", u"EventQuit"}) {
-        DecoderParam param = Patterned();
-        param.index = 0;
-        param.text = u"a.mka";
-        const DecoderParam before = param;
-        EXPECT_EQ(decoder.Get(key, param), 0) << host::Utf16ToUtf8(key);
-        EXPECT_TRUE(SameBytes(param, before));
-    }
-    DecoderParam quit{};
-    for (const char16_t* key : {u"eventquit", u"EventQuit ", u"Decodes", static_cast<const char16_t*>(nullptr)}) {
-        EXPECT_EQ(decoder.Set(key, quit), 0);
-    }
-    EXPECT_EQ(decoder.Get(nullptr, quit), 0);
-    // A null name keeps whatever quit signal there was.
-    EXPECT_EQ(decoder.Set(u"EventQuit", quit), 1);
+    EXPECT_EQ(host::WideView(last.text), u"application/x-mpegurl");
 }
 
 TEST_F(PluginTest, CanWriteIDTagsByExtension) {
@@ -140,44 +116,78 @@ TEST_F(PluginTest, CanWriteIDTagsByExtension) {
     EXPECT_TRUE(SameBytes(none, before));
 }
 
-TEST_F(PluginTest, LogsAreUtf16WithoutByteOrderMark) {
-    const LoggedDecoder decoder(plugin);
-    DecoderParam param{};
-    ASSERT_EQ(decoder->Get(u"Decodes", param), 1);
-    ASSERT_EQ(decoder->Get(u"NoSuchKey", param), 0);
-    ASSERT_EQ(decoder->Set(u"EventQuit", param), 1);
-    EXPECT_EQ(decoder.Errors(), "");
-    // Tagging refused: an error line, echoed to the trace.
-    EXPECT_EQ(decoder->DeleteATag(u"/music/song.flac", nullptr), 0);
-    EXPECT_EQ(decoder->DeleteATag(nullptr, nullptr), 0);
-    const std::string line = "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n";
-    EXPECT_EQ(decoder.Errors(), Utf16Le(line + line));
-    EXPECT_EQ(decoder.Trace(), Utf16Le("Decodes  [clDecoder_ffmpeg::Get]\r\n"
-                                       "NoSuchKey  [clDecoder_ffmpeg::Get]\r\n"
-                                       "EventQuit  [clDecoder_ffmpeg::Set]\r\n"
-                                       "*** Error: " + line + "*** Error: " + line));
-}
-
-TEST_F(PluginTest, BadInputsAndMissingOrClosedLogs) {
+// What each export traces and refuses, in the host's two logs; missing and
+// closed logs are no failure.
+TEST_F(PluginTest, TracesRefusalsAndMissingOrClosedLogs) {
+    const it::TempDir dir;
     {
-        const LoggedDecoder decoder(plugin);
+        const it::SinkFile errors(dir.File("error.log")), trace(dir.File("trace.log"));
+        const host::Decoder decoder(plugin, DecoderCreateInfo{errors.Get(), 0, trace.Get()});
         DecoderParam param{};
+        ASSERT_EQ(decoder.Get(u"Decodes", param), 1);
+        ASSERT_EQ(decoder.Get(u"NoSuchKey", param), 0);
+        EXPECT_EQ(decoder.Set(u"EventQuit", param), 1) << "a null name keeps whatever quit signal there was";
+        EXPECT_EQ(decoder.DeleteATag(u"/music/song.flac", nullptr), 0);
+        EXPECT_EQ(decoder.DeleteATag(nullptr, nullptr), 0);
+        const uint8_t blob[4] = {};
+        param = DecoderParam{};
         param.text = u"/nonexistent/song.tak";
         param.value = -1;   // a negative blob size
-        const uint8_t blob[4] = {};
         param.data = blob;
-        EXPECT_EQ(decoder->Set(u"IDTags", param), 0);
-        EXPECT_NE(decoder.Errors(), "");
+        EXPECT_EQ(decoder.Set(u"IDTags", param), 0);
     }
+    const std::string refused = "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n";
+    const std::string size = "Invalid tag data size.  [clDecoder_ffmpeg::Set]\r\n";
+    EXPECT_EQ(it::ReadFile(dir.File("error.log")), Utf16Le(refused + refused + size));
+    EXPECT_EQ(it::ReadFile(dir.File("trace.log")),
+              Utf16Le("Decodes  [clDecoder_ffmpeg::Get]\r\nNoSuchKey  [clDecoder_ffmpeg::Get]\r\n"
+                      "EventQuit  [clDecoder_ffmpeg::Set]\r\n*** Error: " + refused + "*** Error: " + refused +
+                      "IDTags  [clDecoder_ffmpeg::Set]\r\n*** Error: " + size));
+
     void* bare = plugin.Create(nullptr);
     ASSERT_NE(bare, nullptr);
     DecoderParam param{};
     EXPECT_EQ(plugin.Get(bare, u"Decoder Description", &param), 1);
     EXPECT_EQ(plugin.Destroy(bare), 1);
-
     const host::Decoder closed(plugin, DecoderCreateInfo{~uint64_t{0}, ~uint64_t{0}, ~uint64_t{0}});
     EXPECT_EQ(closed.Get(u"Decodes", param), 1);
     EXPECT_EQ(closed.DeleteATag(u"a.flac", nullptr), 0);
+    for (const char16_t* key : {u"eventquit", u"EventQuit ", u"Decodes", static_cast<const char16_t*>(nullptr)})
+        EXPECT_EQ(closed.Set(key, param), 0);
+}
+
+// Decoders in several threads share the tables and one trace log.
+TEST_F(PluginTest, ConcurrentDecodersAnswerRight) {
+    constexpr int kThreads = 4, kRounds = 200;
+    const it::TempDir dir;
+    const it::SinkFile trace(dir.File("trace.log"));
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            const host::Decoder decoder(plugin, DecoderCreateInfo{0, 0, trace.Get()});
+            for (int round = 0; round < kRounds; ++round) {
+                DecoderParam param{};
+                param.index = static_cast<uint32_t>(round + t) % 2 * 18;
+                wrong += decoder.Get(u"Decodes", param) != 1 || host::WideView(param.text) != (param.index ? u".awb" : u".tak");
+                param.text = u"x.MKV";
+                wrong += decoder.Get(u"CanWriteIDTags", param) != 1 || param.value != 1;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+TEST(Fdhost, CapsListsTheTablesInOrder) {
+    const it::RunResult json = it::Fdhost({"caps", "--json"});
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(json.out, ExpectedCapsJson());
+    const it::RunResult text = it::Fdhost({"caps"});
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_EQ(text.out.rfind("FFmpeg Decoder\n\nDecodes:\n  .tak     Tom's Audio Kompressor\n  .shn", 0), 0u) << text.out;
+    EXPECT_NE(text.out.find("  .amr     AMR\n  .awb     AMR\n\nStreams:\n  application/vnd.apple.mpegurl\n"),
+              std::string::npos) << text.out;
 }
 
 }  // namespace
