@@ -1,32 +1,232 @@
 // Many decoders in threads open, decode, seek, close and retag every kind of
-// input while quit events hit them at random moments; at the end the
+// input while quit events hit them at random moments: every decode gives
+// ffmpeg's own samples, no retag touches the audio, and at the end the
 // process has no more descriptors, threads or children than at the start.
 // Short by default; FD_CYCLES_MINUTES, FD_CYCLES_THREADS,
 // FD_CYCLES_REPORT_SECONDS and FD_CYCLES_RSS_SLACK_MB make it the long soak
 // (scripts/soak.sh), which also watches resident memory.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <thread>
 
-#include "cycles.h"
-#include "tests/integration/testkit.h"
+#include "host/plugin.h"
+#include "host/tagblobwriter.h"
+#include "host/text.h"
+#include "quitfifo.h"
+#include "testkit.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using namespace std::chrono_literals;
+using Counter = std::atomic<unsigned long long>;
 
 double Setting(const char* name, double fallback) {
     const char* value = std::getenv(name);
     return value ? std::atof(value) : fallback;
 }
+
+// One kind of input with ffmpeg's decode of it. A tag write must keep the
+// leading `audioBytes` (0: the packets, by their digest, for Matroska).
+struct Fixture {
+    std::string name, path, samples, packets;
+    uint32_t blockAlign = 4;
+    size_t audioBytes = 0;
+    bool retag = false;
+};
+
+std::string Packets(const std::string& path) { return it::FfmpegOutput({"-i", path, "-map", "0", "-c", "copy", "-f", "md5", "-"}); }
+
+std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
+    const struct {
+        const char* name;
+        std::vector<std::string> args;   // between the sources and the output
+        bool retag;
+    } recipes[] = {
+        {"tagged.tta", {"-c:a", "tta"}, true},
+        {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}, true},
+        {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}, true},
+        {"tone.mka", {"-c:a", "flac"}, true},
+        {"video.mkv", {"-f", "lavfi", "-i", "testsrc=size=32x24:rate=5:duration=3", "-map", "1:v", "-map", "0:a",
+                       "-c:a", "pcm_s16le", "-c:v", "mjpeg", "-shortest"}, true},
+        {"tone.ac3", {"-c:a", "ac3"}, false}, {"tone.au", {}, false}, {"tone.voc", {}, false},
+        {"tone.ts", {"-c:a", "mp2"}, false},
+    };
+    std::vector<Fixture> fixtures;
+    for (const auto& recipe : recipes) {
+        Fixture fixture;
+        fixture.name = recipe.name;
+        fixture.path = dir.File(recipe.name);
+        std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100"};
+        args.insert(args.end(), recipe.args.begin(), recipe.args.end());
+        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", fixture.path});
+        it::Ffmpeg(args);
+        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
+        fixture.samples = reference.data;
+        fixture.blockAlign = it::U16At(reference.format, 12);
+        fixture.retag = recipe.retag;
+        // The standard tag families keep everything in front of an APE tag at the end.
+        const std::string bytes = it::ReadFile(fixture.path);
+        if (!fixture.name.ends_with(".mka") && !fixture.name.ends_with(".mkv")) fixture.audioBytes = std::min(bytes.find("APETAGEX"), bytes.size());
+        if (fixture.retag && fixture.audioBytes == 0) fixture.packets = Packets(fixture.path);
+        fixtures.push_back(std::move(fixture));
+    }
+    return fixtures;
+}
+
+struct Shared {
+    const host::Plugin& plugin;
+    const std::vector<Fixture>& fixtures;
+    std::string dir;
+    std::atomic<bool> stop{false};
+    Counter opens{0}, decodes{0}, seeks{0}, retags{0}, quits{0}, failures{0};
+    std::mutex mutex{};
+    std::vector<std::string> failureTexts{};
+};
+
+// One decoder thread: a decoder lives for a few jobs (so Create and Destroy
+// churn too); each job decodes, seeks or retags a copy, and a failed call
+// counts as the quit's doing only when the event is set.
+class Driver {
+public:
+    Driver(Shared& shared, it::QuitFifo& quit, unsigned seed, int index)
+        : shared_(shared), quit_(quit), random_(seed), index_(index),
+          logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
+          copyStem_(shared.dir + "/copy-" + std::to_string(index)), fixture_(&shared.fixtures.front()) {}
+
+    void Run() {
+        const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
+        DecoderParam param{};
+        param.text = quitPath.c_str();
+        while (!shared_.stop) {
+            const host::Decoder decoder(shared_.plugin, DecoderCreateInfo{log_.Get(), 0, 0});
+            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused");
+            for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) {
+                fixture_ = &shared_.fixtures[size_t(Pick(0, int(shared_.fixtures.size()) - 1))];
+                (void)::ftruncate(static_cast<int>(log_.Get()), 0);   // the log of this job only
+                const int kind = Pick(0, 9);
+                if (kind >= 4 && kind < 7) Seek(decoder);
+                else if (kind >= 7 && fixture_->retag) Retag(decoder);
+                else DecodeWhole(decoder, fixture_->path, "decode");
+                decoder.Close();
+            }
+        }
+    }
+
+private:
+    int Pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
+
+    bool QuitCaused() {
+        if (!quit_.IsSet()) return false;
+        quit_.Reset();   // as a host does before it goes on
+        ++shared_.quits;
+        return true;
+    }
+
+    void Fail(const std::string& what) {
+        std::string log = it::ReadFile(logPath_);
+        std::erase(log, '\0');   // UTF-16LE: ASCII is enough to tell what failed
+        ++shared_.failures;
+        const std::lock_guard lock(shared_.mutex);
+        if (shared_.failureTexts.size() < 50)
+            shared_.failureTexts.push_back("thread " + std::to_string(index_) + ", " + fixture_->name + ": " + what + "; error log: " + log);
+    }
+
+    void Refused(const std::string& what) {
+        if (!QuitCaused()) Fail(what);
+    }
+
+    bool Open(const host::Decoder& decoder, const std::string& path, uint32_t flags) {
+        const std::u16string wide = host::Utf8ToUtf16(path);
+        DecoderOpenInfo info{};
+        info.path = wide.c_str();
+        info.flags = flags;
+        ++shared_.opens;
+        return decoder.Open(info) != 0;
+    }
+
+    // A quit in mid-stream is reset and the decode goes on: the samples must
+    // still be the reference's, byte for byte.
+    void DecodeWhole(const host::Decoder& decoder, const std::string& path, const std::string& job) {
+        if (!Open(decoder, path, kOpenWantTags | kOpenWantInfo)) return Refused(job + ": Open failed");
+        std::string samples;
+        for (DecoderBlockInfo block{}; !block.endOfStream;) {
+            block = DecoderBlockInfo{};
+            if (decoder.DecodeBlock(block) == 0) {
+                if (QuitCaused()) continue;
+                return Fail(job + ": DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
+            }
+            samples.append(static_cast<const char*>(block.samples), block.bytes);
+            if (block.bytes == 0) break;
+        }
+        ++shared_.decodes;
+        if (samples != fixture_->samples)
+            Fail(job + ": samples differ (" + std::to_string(samples.size()) + " against " + std::to_string(fixture_->samples.size()) + " bytes)");
+    }
+
+    void Seek(const host::Decoder& decoder) {
+        if (!Open(decoder, fixture_->path, 0)) return Refused("seek: Open failed");
+        for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks) {
+            ++shared_.seeks;
+            const int64_t target = Pick(0, int(fixture_->samples.size() / fixture_->blockAlign) - 1);
+            if (decoder.SetPosition(target) == 0) {
+                Refused("SetPosition(" + std::to_string(target) + ") failed");
+                continue;
+            }
+            for (int blocks = Pick(1, 5); blocks > 0; --blocks) {
+                DecoderBlockInfo block{};
+                if (decoder.DecodeBlock(block) == 0) {
+                    Refused("DecodeBlock after a seek failed");
+                    break;
+                }
+                if (block.endOfStream || block.bytes == 0) break;
+            }
+        }
+    }
+
+    // Writes a title and a comment to a copy (the extension decides the tag
+    // family), at times deletes the title, then checks the audio is as it was.
+    void Retag(const host::Decoder& decoder) {
+        const std::string copy = copyStem_ + std::filesystem::path(fixture_->path).extension().string();
+        std::filesystem::copy_file(fixture_->path, copy, std::filesystem::copy_options::overwrite_existing);
+        const std::u16string widePath = host::Utf8ToUtf16(copy);
+        const std::string blob = host::WriteTagBlob({{u"Title", host::Utf8ToUtf16("Retag " + std::to_string(random_())), {}},
+                                                     {u"Comment", std::u16string(size_t(Pick(0, 3000)), u'c'), {}}});
+        DecoderParam param{};
+        param.text = widePath.c_str();
+        param.data = blob.data();
+        param.value = static_cast<int32_t>(blob.size());
+        ++shared_.retags;
+        if (decoder.Set(u"IDTags", param) == 0) Refused("retag: Set(IDTags) failed");
+        if (Pick(0, 1) == 1 && decoder.DeleteATag(widePath.c_str(), u"Title\0") == 0) Refused("retag: DeleteATag failed");
+        const std::string original = it::ReadFile(fixture_->path), bytes = it::ReadFile(copy);
+        const size_t keep = fixture_->audioBytes;
+        if (keep != 0 ? bytes.compare(0, keep, original, 0, keep) != 0 : Packets(copy) != fixture_->packets)
+            Fail("retag: the audio bytes of the copy changed");
+        DecodeWhole(decoder, copy, "retagged decode");
+        std::filesystem::remove(copy);
+    }
+
+    Shared& shared_;
+    it::QuitFifo& quit_;
+    std::mt19937 random_;
+    int index_;
+    std::string logPath_;
+    it::SinkFile log_;
+    std::string copyStem_;
+    const Fixture* fixture_;
+};
 
 struct Figures {
     it::Resources resources;
@@ -36,42 +236,18 @@ struct Figures {
 Figures Measure() {
     Figures figures{it::CurrentResources()};
     std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
+    for (std::string line; std::getline(status, line);)
         if (line.rfind("VmRSS:", 0) == 0) figures.rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
-    }
     return figures;
 }
 
-void Report(const char* when, Clock::time_point began, const Figures& figures, const cycles::Tally& tally) {
-    const auto count = [](const std::atomic<uint64_t>& n) { return static_cast<unsigned long long>(n); };
+void Report(const char* when, Clock::time_point began, const Figures& f, const Shared& s) {
     std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | opens %llu decodes %llu "
-                "seeks %llu retags %llu deletes %llu quits %llu failures %llu\n",
-                when, std::chrono::duration<double>(Clock::now() - began).count() / 60, figures.resources.descriptors,
-                figures.resources.threads, figures.resources.children, figures.rssKiB, count(tally.opens),
-                count(tally.decodes), count(tally.seeks), count(tally.retags), count(tally.deletes),
-                count(tally.quits), count(tally.failures));
+                "seeks %llu retags %llu quits %llu failures %llu\n",
+                when, std::chrono::duration<double>(Clock::now() - began).count() / 60, f.resources.descriptors,
+                f.resources.threads, f.resources.children, f.rssKiB, s.opens.load(), s.decodes.load(), s.seeks.load(),
+                s.retags.load(), s.quits.load(), s.failures.load());
     std::fflush(stdout);
-}
-
-// Sets a random decoder's quit event every 20 to 700 ms.
-void FireQuits(cycles::Shared& shared, std::vector<std::unique_ptr<cycles::QuitFifo>>& quits) {
-    std::mt19937 random(12345);
-    while (!shared.stop) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 700)(random)));
-        quits[std::uniform_int_distribution<size_t>(0, quits.size() - 1)(random)]->Set();
-    }
-}
-
-// Threads may take a moment to go (the worker reaper); waits up to 5 s.
-Figures SettledFigures(const Figures& start) {
-    it::ChildrenAfter(5000);
-    Figures now;
-    it::WaitUntil([&] {
-        now = Measure();
-        return now.resources.threads <= start.resources.threads &&
-               now.resources.descriptors <= start.resources.descriptors;
-    }, 5000);
-    return now;
 }
 
 TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
@@ -82,47 +258,66 @@ TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     ASSERT_GE(threadCount, 1);
     const it::TempDir dir;
     const host::Plugin plugin(FD_PLUGIN_PATH);
-    const std::vector<cycles::Fixture> fixtures = cycles::MakeFixtures(dir.Path());
+    const std::vector<Fixture> fixtures = MakeFixtures(dir);
     std::printf("cycles: %d decoders for %.1f minutes\n", threadCount, minutes);
-    cycles::Shared shared{plugin, fixtures, dir.Path()};
-    std::vector<std::unique_ptr<cycles::QuitFifo>> quits;
-    for (int i = 0; i < threadCount; ++i)
-        quits.push_back(std::make_unique<cycles::QuitFifo>(dir.File("quit-" + std::to_string(i))));
+    Shared shared{plugin, fixtures, dir.Path()};
+    std::vector<std::unique_ptr<it::QuitFifo>> quits;
+    for (int i = 0; i < threadCount; ++i) quits.push_back(std::make_unique<it::QuitFifo>(dir.File("quit-" + std::to_string(i))));
 
     std::thread([] {}).join();   // a sanitizer starts its own thread with the first one: not counted as growth
     const Figures start = Measure();
     const auto began = Clock::now();
-    Report("start", began, start, shared.tally);
+    Report("start", began, start, shared);
     std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i)
-        threads.emplace_back(cycles::RunDecoderThread, std::ref(shared), std::ref(*quits[size_t(i)]), 1000u + unsigned(i), i);
-    std::thread quitter(FireQuits, std::ref(shared), std::ref(quits));
+    for (int i = 0; i < threadCount; ++i) {
+        threads.emplace_back([&shared, &quits, i] {
+            try {
+                Driver(shared, *quits[size_t(i)], 1000u + unsigned(i), i).Run();
+            } catch (const std::exception& error) {
+                ++shared.failures;
+                ADD_FAILURE() << "thread " << i << " ended: " << error.what();
+            }
+        });
+    }
+    // Sets a random decoder's quit event every 20 to 700 ms.
+    std::thread quitter([&shared, &quits] {
+        std::mt19937 random(12345);
+        while (!shared.stop) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 700)(random)));
+            quits[std::uniform_int_distribution<size_t>(0, quits.size() - 1)(random)]->Set();
+        }
+    });
 
-    const auto end = began + std::chrono::duration<double>(minutes * 60);
     long firstRss = -1, lastRss = -1;
-    for (auto next = began + reportEvery; Clock::now() < end;) {
-        std::this_thread::sleep_for(200ms);
+    for (auto next = began + reportEvery; Clock::now() < began + std::chrono::duration<double>(minutes * 60);) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (Clock::now() < next) continue;
         next += std::chrono::duration_cast<Clock::duration>(reportEvery);
         const Figures now = Measure();
         if (firstRss < 0) firstRss = now.rssKiB;
         lastRss = now.rssKiB;
-        Report("run", began, now, shared.tally);
+        Report("run", began, now, shared);
     }
     shared.stop = true;
     quitter.join();
     for (std::thread& thread : threads) thread.join();
-    const Figures final = SettledFigures(start);
-    Report("end", began, final, shared.tally);
+    // Threads may take a moment to go (the worker reaper).
+    it::ChildrenAfter(5000);
+    Figures final;
+    it::WaitUntil([&] {
+        final = Measure();
+        return final.resources.threads <= start.resources.threads && final.resources.descriptors <= start.resources.descriptors;
+    }, 5000);
+    Report("end", began, final, shared);
 
-    EXPECT_EQ(shared.tally.failures, 0u);
+    EXPECT_EQ(shared.failures, 0u);
     for (const std::string& text : shared.failureTexts) ADD_FAILURE() << text;
     EXPECT_LE(final.resources.descriptors, start.resources.descriptors);
     EXPECT_LE(final.resources.threads, start.resources.threads);
     EXPECT_EQ(final.resources.children, 0);
     EXPECT_LE(lastRss - firstRss, rssSlackKiB) << "resident memory grew from " << firstRss << " KiB";
-    EXPECT_GT(shared.tally.decodes, 0u);
-    EXPECT_GT(shared.tally.quits, 0u) << "no quit ever hit";
+    EXPECT_GT(shared.decodes, 0u);
+    EXPECT_GT(shared.quits, 0u) << "no quit ever hit";
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // The Linux side of Qel::thread, a pipe write without a reader, and the
-// worker process (the test child stands in for the real worker).
+// worker process itself (the test child stands in for the real worker; the
+// worker's misbehaviours as the decoder meets them: tests/integration).
 
 #include <gtest/gtest.h>
 #include <dirent.h>
@@ -14,7 +15,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -25,9 +25,7 @@
 #include "streampipe.h"
 #include "transport/exceptions.h"
 #include "transport/latereaper_posix.h"
-#include "transport/pipestream.h"
 #include "transport/thread.h"
-#include "transport/waitable.h"
 #include "transport/worker.h"
 
 namespace {
@@ -39,45 +37,37 @@ int64_t MsSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-TEST(Thread, RunsNamedWithItsOwnAborterAndSwallowsExceptions) {
-    Qel::aborter outer;
-    Qel::AborterScope scope(outer);
-    Qel::thread worker("StdErrReader-long-name");
-    char name[16] = {};
-    Qel::aborter* seenAborter = nullptr;
-    worker.start([&] {
-        pthread_getname_np(pthread_self(), name, sizeof name);
-        seenAborter = Qel::CurrentAborter();
-        throw std::runtime_error("swallowed");
-    });
-    worker.join();
-    EXPECT_FALSE(worker.running());
-    EXPECT_STREQ(name, "StdErrReader-lo");
-    ASSERT_NE(worker.ownAborter(), nullptr);
-    EXPECT_EQ(seenAborter, worker.ownAborter());
-    EXPECT_EQ(Qel::CurrentAborter(), &outer);
-
-    // Without the flags there is no aborter, and the creator's isn't inherited.
-    Qel::thread plain("", 0);
-    plain.start([&] { seenAborter = Qel::CurrentAborter(); });
-    plain.join();
-    EXPECT_EQ(plain.ownAborter(), nullptr);
-    EXPECT_EQ(seenAborter, nullptr);
-}
-
-TEST(Thread, RunsAtItsCreatorsPriority) {
-    int creator = 0, created = 1;
-    // A lower priority is always allowed; do it in a thread of its own.
-    std::thread helper([&] {
+// Runs in a thread of lower priority (always allowed), so that inheriting it shows.
+TEST(Thread, RunsNamedAtItsCreatorsPriorityWithItsOwnAborter) {
+    std::thread([] {
         ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 5);
-        creator = Qel::CurrentThreadPriority();
-        Qel::thread worker("prio");
-        worker.start([&] { created = Qel::CurrentThreadPriority(); });
+        Qel::aborter outer;
+        Qel::AborterScope scope(outer);
+        Qel::thread worker("StdErrReader-long-name");
+        char name[16] = {};
+        Qel::aborter* seenAborter = nullptr;
+        int priority = 0;
+        worker.start([&] {
+            pthread_getname_np(pthread_self(), name, sizeof name);
+            seenAborter = Qel::CurrentAborter();
+            priority = Qel::CurrentThreadPriority();
+            throw std::runtime_error("swallowed");
+        });
         worker.join();
-    });
-    helper.join();
-    EXPECT_EQ(creator, -5);
-    EXPECT_EQ(created, creator);
+        EXPECT_FALSE(worker.running());
+        EXPECT_STREQ(name, "StdErrReader-lo");
+        ASSERT_NE(worker.ownAborter(), nullptr);
+        EXPECT_EQ(seenAborter, worker.ownAborter());
+        EXPECT_EQ(Qel::CurrentAborter(), &outer);
+        EXPECT_EQ(priority, -5);
+
+        // Without the flags there is no aborter, and the creator's isn't inherited.
+        Qel::thread plain("", 0);
+        plain.start([&] { seenAborter = Qel::CurrentAborter(); });
+        plain.join();
+        EXPECT_EQ(plain.ownAborter(), nullptr);
+        EXPECT_EQ(seenAborter, nullptr);
+    }).join();
 }
 
 std::atomic<int> sigpipeCount{0};
@@ -116,24 +106,34 @@ std::string ReadAll(Qel::streamIn& stream) {
     return text;
 }
 
-std::set<std::string> Entries(const char* path) {
-    std::set<std::string> names;
-    DIR* dir = ::opendir(path);
-    while (dirent* entry = ::readdir(dir))
-        if (entry->d_name[0] != '.' && std::stoi(entry->d_name) != ::dirfd(dir)) names.insert(entry->d_name);
-    ::closedir(dir);
-    return names;
-}
-
 std::string ReadLineOf(Qel::streamIn& stream) {
     std::string line;
     for (char c = 0; stream.read(&c, 1) == 1 && c != '\n';) line += c;
     return line;
 }
 
+std::set<std::string> Lines(const std::string& text) {
+    std::set<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.insert(line);
+    return lines;
+}
+
+std::set<std::string> OwnDescriptors() {
+    std::set<std::string> names;
+    DIR* dir = ::opendir("/proc/self/fd");
+    while (dirent* entry = ::readdir(dir))
+        if (entry->d_name[0] != '.' && std::stoi(entry->d_name) != ::dirfd(dir)) names.insert(entry->d_name);
+    ::closedir(dir);
+    return names;
+}
+
 bool HasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 
-TEST(Worker, ArgumentsArriveByteForByte) {
+// The argument vector arrives as given, and the child holds 0-2 and whatever
+// the test process itself left open without close-on-exec: no pipe of
+// another worker, or that one would never see the end of its stream.
+TEST(Worker, ArgumentsArriveByteForByteAndOnlyStandardChannelsAreInherited) {
     const std::vector<std::string> args = {"args", "a b  c", "say \"hi\"", "", "back\\slash\\",
                                            "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x8E\xB5", "-i"};
     WorkerProcess worker;
@@ -141,77 +141,76 @@ TEST(Worker, ArgumentsArriveByteForByte) {
     std::string expected;
     for (const auto& arg : ChildCommand(args).args) expected += arg + '\0';
     EXPECT_EQ(ReadAll(worker.Stdout()), expected);
+
+    std::set<std::string> inherited = {"0", "1", "2"};
+    for (const auto& name : OwnDescriptors()) {
+        const int flags = ::fcntl(std::stoi(name), F_GETFD);
+        if (flags >= 0 && !(flags & FD_CLOEXEC)) inherited.insert(name);
+    }
+    WorkerProcess other;
+    other.Start(ChildCommand({"sleep", "100"}));
+    worker.Start(ChildCommand({"stdin", "fds"}));   // stdin: at its end at once
+    EXPECT_EQ(Lines(ReadAll(worker.Stdout())), inherited);
 }
 
-TEST(Worker, StopKillsAWorkerThatIgnoresItsClosedPipes) {
-    WorkerProcess worker;
-    worker.Start(ChildCommand({"pid", "ignore-pipe", "ignore-term", "sleep", "30000"}));
-    const pid_t pid = std::stoi(ReadLineOf(worker.Stdout()));
-    auto start = Clock::now();
-    worker.Stop();
-    EXPECT_GE(MsSince(start), 1900);
-    EXPECT_LT(MsSince(start), 4000);
-    EXPECT_EQ(::kill(pid, 0), -1) << "killed and reaped";
-    EXPECT_FALSE(HasChildren());
-
-    worker.Start(ChildCommand({"ignore-term", "sleep", "30000"}));
-    start = Clock::now();
-    worker.Terminate();
-    EXPECT_LT(MsSince(start), 500);
-    EXPECT_FALSE(HasChildren());
-}
-
-// A worker that even SIGKILL doesn't end at once (uninterruptible sleep;
-// here a traced child, which its parent can't reap while the tracer lives)
-// holds a stop up only for a bounded time, and is reaped once it ends.
-TEST(Worker, StopIsBoundedForAWorkerThatCannotBeReapedAndReapsItLater) {
-    for (const bool terminate : {true, false}) {
-        WorkerProcess worker;
-        worker.Start(ChildCommand({"pid", "ignore-pipe", "sleep", "30000"}));
+// How long a stop takes, and that the child is gone after it. A traced child
+// can't be reaped by its parent while the tracer lives, as one in an
+// uninterruptible sleep: the stop is bounded and the child reaped later.
+TEST(Worker, StopsAreBoundedAndReapTheChild) {
+    const struct {
+        const char* name;
+        std::vector<std::string> args;
+        bool traced, terminate;
+        int64_t minMs, maxMs;
+    } rows[] = {
+        {"ended long ago, Stop", {"pid"}, false, false, 0, 100},
+        {"ignores SIGTERM, Terminate", {"pid", "ignore-pipe", "ignore-term", "sleep", "30000"}, false, true, 0, 500},
+        {"traced, Terminate: killed at once", {"pid", "ignore-pipe", "sleep", "30000"}, true, true, 1900, 3500},
+        {"traced, Stop: killed after the grace time", {"pid", "ignore-pipe", "sleep", "30000"}, true, false, 3900, 5500},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WorkerProcess worker, tracer;
+        worker.Start(ChildCommand(row.args));
         const pid_t pid = std::stoi(ReadLineOf(worker.Stdout()));
-        WorkerProcess tracer;
-        WorkerCommand command = ChildCommand({"trace", std::to_string(pid), "stdin"});
-        command.stdinMode = 2;
-        tracer.Start(command);
-        if (ReadLineOf(tracer.Stdout()) != "traced") GTEST_SKIP() << "ptrace is not allowed here";
-
+        if (row.traced) {
+            WorkerCommand command = ChildCommand({"trace", std::to_string(pid), "stdin"});
+            command.stdinMode = 2;
+            tracer.Start(command);
+            if (ReadLineOf(tracer.Stdout()) != "traced") GTEST_SKIP() << "ptrace is not allowed here";
+        } else if (!row.terminate) {
+            ReadAll(worker.Stdout());
+            std::this_thread::sleep_for(100ms);
+        }
         const auto start = Clock::now();
-        terminate ? worker.Terminate() : worker.Stop();
-        const int64_t expectedMs = terminate ? 2000 : 4000;   // kill at once, or after the grace time
-        EXPECT_GE(MsSince(start), expectedMs - 100);
-        EXPECT_LT(MsSince(start), expectedMs + 1500);
+        row.terminate ? worker.Terminate() : worker.Stop();
+        EXPECT_GE(MsSince(start), row.minMs);
+        EXPECT_LT(MsSince(start), row.maxMs);
         EXPECT_FALSE(worker.Running());
-        EXPECT_EQ(Qel::WorkersLeftToReap(), 1u);
-
+        EXPECT_EQ(Qel::WorkersLeftToReap(), row.traced ? 1u : 0u);
         tracer.Stop();   // its stdin closes, it ends, and the worker can be reaped
         for (const auto end = Clock::now() + 5s; Qel::WorkersLeftToReap() != 0 && Clock::now() < end;)
             std::this_thread::sleep_for(10ms);
         EXPECT_EQ(Qel::WorkersLeftToReap(), 0u);
+        EXPECT_EQ(::kill(pid, 0), -1) << "killed and reaped";
         EXPECT_FALSE(HasChildren()) << "no zombie left";
     }
 }
 
-TEST(Worker, ChildHoldsOnlyItsStandardChannels) {
-    // What a worker may inherit: 0-2 and whatever the test process itself
-    // left open without close-on-exec.
-    std::set<std::string> expected = {"0", "1", "2"};
-    for (const auto& name : Entries("/proc/self/fd")) {
-        const int flags = ::fcntl(std::stoi(name), F_GETFD);
-        if (flags >= 0 && !(flags & FD_CLOEXEC)) expected.insert(name);
-    }
-    WorkerProcess other;   // a second worker's pipes must not leak into the first
-    other.Start(ChildCommand({"sleep", "100"}));
-    WorkerProcess worker;
-    worker.Start(ChildCommand({"stdin", "fds"}));   // stdin: at its end at once, nothing inherited
-    std::set<std::string> seen;
-    std::istringstream lines(ReadAll(worker.Stdout()));
-    for (std::string line; std::getline(lines, line);) seen.insert(line);
-    EXPECT_EQ(seen, expected);
-}
-
 TEST(Worker, StartFailuresRaiseTheirTextsAndLeaveNothingOpen) {
-    const auto fdsBefore = Entries("/proc/self/fd");
-    auto expectFailure = [](const std::string& exe, const std::string& text) {
+    char garbage[] = "/tmp/fd-transport-noexec-XXXXXX";   // executable, but no program
+    const int fd = ::mkstemp(garbage);
+    ASSERT_TRUE(fd >= 0 && ::write(fd, "\x01\x02\x03\x04garbage", 11) == 11 && ::fchmod(fd, 0700) == 0);
+    ::close(fd);
+    const auto descriptors = OwnDescriptors();
+    const std::pair<std::string, std::string> rows[] = {
+        {"/nonexistent/worker", "file not found"},
+        {"/etc/hostname/worker", "file not found"},
+        {"fake_worker", "file not found"},   // relative: never looked up in the working directory
+        {FD_SOURCE_DIR "/tests/transport/pattern.h", "could not start the worker process"},
+        {garbage, "could not start the worker process"},
+    };
+    for (const auto& [exe, text] : rows) {
         WorkerProcess worker;
         WorkerCommand command = ChildCommand({});
         command.exe = exe;
@@ -224,19 +223,9 @@ TEST(Worker, StartFailuresRaiseTheirTextsAndLeaveNothingOpen) {
         }
         EXPECT_FALSE(worker.Running());
         EXPECT_TRUE(worker.Command().exe.empty());
-    };
-    expectFailure("/nonexistent/worker", "file not found");
-    expectFailure("/etc/hostname/worker", "file not found");
-    expectFailure(FD_SOURCE_DIR "/tests/transport/pattern.h", "could not start the worker process");
-
-    char garbage[] = "/tmp/fd-transport-noexec-XXXXXX";   // executable, but no program
-    const int fd = ::mkstemp(garbage);
-    ASSERT_TRUE(fd >= 0 && ::write(fd, "\x01\x02\x03\x04garbage", 11) == 11 && ::fchmod(fd, 0700) == 0);
-    ::close(fd);
-    expectFailure(garbage, "could not start the worker process");
+    }
     ::unlink(garbage);
-
-    EXPECT_EQ(Entries("/proc/self/fd"), fdsBefore);
+    EXPECT_EQ(OwnDescriptors(), descriptors);
     EXPECT_FALSE(HasChildren());
 }
 
