@@ -1,6 +1,5 @@
-// The Linux answers of the decoder: the worker is "ffmpeg-lgpl" one folder
-// above the code that looks for it, and the named quit event is a FIFO of
-// the user's own.
+// The Linux answer of the decoder to a named quit event: a FIFO of the
+// user's own.
 
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -10,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
@@ -20,14 +18,6 @@
 namespace {
 
 using Decoder = clDecoder_ffmpeg;
-
-TEST(WorkerCommand, BareNameAndPathOneFolderAbove) {
-    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
-    EXPECT_EQ(seek.args.at(0), "ffmpeg-lgpl");
-    // One folder above the code that looks for it, here this test program.
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    EXPECT_EQ(seek.exe, (self.parent_path().parent_path() / "ffmpeg-lgpl").string());
-}
 
 TEST(QuitEvent, DecoderKeepsItsEventOnNullAndReplacesIt) {
     it::TempDir dir;

@@ -1,7 +1,7 @@
 #pragma once
-// Shared by the integration tests (and by tests/tags and tests/interop): a
-// self-removing temporary folder, programs run with their output captured,
-// ffmpeg's Wave64 output taken apart, and this process's own resources.
+// Shared by the tests: a self-removing temporary folder, programs run with
+// their output captured, ffmpeg's Wave64 output taken apart, and this
+// process's own resources. The system part: testkit_posix.cpp, testkit_win32.cpp.
 
 #include <cstdint>
 #include <functional>
@@ -29,7 +29,7 @@ struct RunResult {
     std::string err;
 };
 
-// Runs argv[0] (a full path) with standard input from /dev/null.
+// Runs argv[0] (a full path) with no standard input.
 RunResult Run(const std::vector<std::string>& argv);
 // ffmpeg quietly, overwriting: its standard output; throws std::runtime_error
 // with its error text.
@@ -54,12 +54,11 @@ uint16_t U16At(const std::string& bytes, size_t offset);
 uint32_t U32At(const std::string& bytes, size_t offset);
 
 struct Resources {
-    int descriptors = 0;
+    int descriptors = 0;   // handles on Windows
     int threads = 0;
     int children = 0;
 };
 Resources CurrentResources();
-int ChildCount();
 // Asks `done` at once and every 5 ms for up to `limitMs`; its last answer.
 bool WaitUntil(const std::function<bool()>& done, int limitMs);
 // Waits up to `limitMs` for the children to be gone; returns their count.
@@ -78,7 +77,7 @@ public:
     SinkFile(const SinkFile&) = delete;
     SinkFile& operator=(const SinkFile&) = delete;
     ~SinkFile();
-    uint64_t Get() const;
+    uint64_t Get() const { return static_cast<uint64_t>(handle_); }
 
 private:
     intptr_t handle_;

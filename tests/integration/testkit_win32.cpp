@@ -1,11 +1,9 @@
-// The test kit's system part on Windows: temporary folders, child processes
-// with captured output, and this process's handles, threads and children.
+// The test kit's system part on Windows: child processes with captured
+// output, and this process's handles, threads and children.
 
 #include <windows.h>
 #include <tlhelp32.h>
 
-#include <atomic>
-#include <filesystem>
 #include <stdexcept>
 
 #include "support/textcodec.h"
@@ -14,14 +12,10 @@
 namespace it {
 namespace {
 
-namespace fs = std::filesystem;
-
 std::wstring Wide(const std::string& utf8) {
     const std::u16string units = text::Utf8ToUtf16(utf8);
     return std::wstring(units.begin(), units.end());
 }
-
-std::string Utf8(const std::wstring& wide) { return text::Utf16ToUtf8(std::u16string(wide.begin(), wide.end())); }
 
 // The usual rules for one argument on a command line: quotes where needed,
 // backslashes before a quote doubled.
@@ -103,28 +97,6 @@ int HandleCount() {
 
 }  // namespace
 
-int ChildCount() { return CountOwned(TH32CS_SNAPPROCESS); }
-
-TempDir::TempDir() {
-    static std::atomic<int> serial{0};
-    const fs::path base = fs::temp_directory_path();
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::string name = "fd-it-" + std::to_string(::GetCurrentProcessId()) + "-" +
-                                 std::to_string(serial++) + "-" + std::to_string(::GetTickCount64() % 100000);
-        const fs::path candidate = base / name;
-        if (::CreateDirectoryW(candidate.wstring().c_str(), nullptr)) {
-            path_ = Utf8(candidate.wstring());
-            return;
-        }
-    }
-    throw std::runtime_error("cannot make a temporary folder");
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(fs::path(Wide(path_)), ignored);
-}
-
 RunResult Run(const std::vector<std::string>& argv) {
     TempDir captures;
     const HANDLE out = CaptureFile(captures.File("out"));
@@ -165,7 +137,7 @@ RunResult Run(const std::vector<std::string>& argv) {
 }
 
 Resources CurrentResources() {
-    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD), ChildCount()};
+    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD), CountOwned(TH32CS_SNAPPROCESS)};
 }
 
 bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {
@@ -186,7 +158,5 @@ SinkFile::SinkFile(const std::string& path) {
 }
 
 SinkFile::~SinkFile() { ::CloseHandle(reinterpret_cast<HANDLE>(handle_)); }
-
-uint64_t SinkFile::Get() const { return static_cast<uint64_t>(handle_); }
 
 }  // namespace it
