@@ -13,11 +13,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <thread>
 
@@ -30,7 +28,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Counter = std::atomic<unsigned long long>;
 
 double Setting(const char* name, double fallback) {
     const char* value = std::getenv(name);
@@ -38,7 +35,7 @@ double Setting(const char* name, double fallback) {
 }
 
 // One kind of input with ffmpeg's decode of it. A tag write must keep the
-// leading `audioBytes` (0: the packets, by their digest, for Matroska).
+// leading `audioBytes`, or for Matroska the packets (their digest).
 struct Fixture {
     std::string name, path, samples, packets;
     uint32_t blockAlign = 4;
@@ -49,38 +46,31 @@ struct Fixture {
 std::string Packets(const std::string& path) { return it::FfmpegOutput({"-i", path, "-map", "0", "-c", "copy", "-f", "md5", "-"}); }
 
 std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
-    const struct {
-        const char* name;
-        std::vector<std::string> args;   // between the sources and the output
-        bool retag;
-    } recipes[] = {
-        {"tagged.tta", {"-c:a", "tta"}, true},
-        {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}, true},
-        {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}, true},
-        {"tone.mka", {"-c:a", "flac"}, true},
+    const std::pair<const char*, std::vector<std::string>> recipes[] = {   // what goes between source and output
+        {"tagged.tta", {"-c:a", "tta"}}, {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}},
+        {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}}, {"tone.mka", {"-c:a", "flac"}},
         {"video.mkv", {"-f", "lavfi", "-i", "testsrc=size=32x24:rate=5:duration=3", "-map", "1:v", "-map", "0:a",
-                       "-c:a", "pcm_s16le", "-c:v", "mjpeg", "-shortest"}, true},
-        {"tone.ac3", {"-c:a", "ac3"}, false}, {"tone.au", {}, false}, {"tone.voc", {}, false},
-        {"tone.ts", {"-c:a", "mp2"}, false},
+                       "-c:a", "pcm_s16le", "-c:v", "mjpeg", "-shortest"}},
+        {"tone.ac3", {"-c:a", "ac3"}}, {"tone.au", {}}, {"tone.voc", {}}, {"tone.ts", {"-c:a", "mp2"}},
     };
     std::vector<Fixture> fixtures;
-    for (const auto& recipe : recipes) {
-        Fixture fixture;
-        fixture.name = recipe.name;
-        fixture.path = dir.File(recipe.name);
+    for (const auto& [name, middle] : recipes) {
+        Fixture& fixture = fixtures.emplace_back();
+        fixture.name = name;
+        fixture.path = dir.File(name);
         std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100"};
-        args.insert(args.end(), recipe.args.begin(), recipe.args.end());
+        args.insert(args.end(), middle.begin(), middle.end());
         args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", fixture.path});
         it::Ffmpeg(args);
         const it::Wave64 reference = it::ReferenceDecode(fixture.path);
         fixture.samples = reference.data;
         fixture.blockAlign = it::U16At(reference.format, 12);
-        fixture.retag = recipe.retag;
+        const bool matroska = fixture.name.ends_with(".mka") || fixture.name.ends_with(".mkv");
+        fixture.retag = matroska || fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts");
         // The standard tag families keep everything in front of an APE tag at the end.
         const std::string bytes = it::ReadFile(fixture.path);
-        if (!fixture.name.ends_with(".mka") && !fixture.name.ends_with(".mkv")) fixture.audioBytes = std::min(bytes.find("APETAGEX"), bytes.size());
-        if (fixture.retag && fixture.audioBytes == 0) fixture.packets = Packets(fixture.path);
-        fixtures.push_back(std::move(fixture));
+        if (!matroska) fixture.audioBytes = std::min(bytes.find("APETAGEX"), bytes.size());
+        if (matroska) fixture.packets = Packets(fixture.path);
     }
     return fixtures;
 }
@@ -90,18 +80,16 @@ struct Shared {
     const std::vector<Fixture>& fixtures;
     std::string dir;
     std::atomic<bool> stop{false};
-    Counter opens{0}, decodes{0}, seeks{0}, retags{0}, quits{0}, failures{0};
-    std::mutex mutex{};
-    std::vector<std::string> failureTexts{};
+    std::atomic<unsigned long long> decodes{0}, seeks{0}, retags{0}, quits{0}, failures{0};
 };
 
 // One decoder thread: a decoder lives for a few jobs (so Create and Destroy
-// churn too); each job decodes, seeks or retags a copy, and a failed call
-// counts as the quit's doing only when the event is set.
+// churn too); each job decodes, seeks or retags a copy. A failed call is the
+// quit's doing only when the event is set, which is then reset as a host does.
 class Driver {
 public:
-    Driver(Shared& shared, it::QuitFifo& quit, unsigned seed, int index)
-        : shared_(shared), quit_(quit), random_(seed), index_(index),
+    Driver(Shared& shared, it::QuitFifo& quit, int index)
+        : shared_(shared), quit_(quit), random_(1000u + unsigned(index)), index_(index),
           logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
           copyStem_(shared.dir + "/copy-" + std::to_string(index)), fixture_(&shared.fixtures.front()) {}
 
@@ -129,7 +117,7 @@ private:
 
     bool QuitCaused() {
         if (!quit_.IsSet()) return false;
-        quit_.Reset();   // as a host does before it goes on
+        quit_.Reset();
         ++shared_.quits;
         return true;
     }
@@ -137,10 +125,7 @@ private:
     void Fail(const std::string& what) {
         std::string log = it::ReadFile(logPath_);
         std::erase(log, '\0');   // UTF-16LE: ASCII is enough to tell what failed
-        ++shared_.failures;
-        const std::lock_guard lock(shared_.mutex);
-        if (shared_.failureTexts.size() < 50)
-            shared_.failureTexts.push_back("thread " + std::to_string(index_) + ", " + fixture_->name + ": " + what + "; error log: " + log);
+        if (++shared_.failures <= 50) ADD_FAILURE() << "thread " << index_ << ", " << fixture_->name << ": " << what << "; error log: " << log;
     }
 
     void Refused(const std::string& what) {
@@ -152,7 +137,6 @@ private:
         DecoderOpenInfo info{};
         info.path = wide.c_str();
         info.flags = flags;
-        ++shared_.opens;
         return decoder.Open(info) != 0;
     }
 
@@ -162,8 +146,7 @@ private:
         if (!Open(decoder, path, kOpenWantTags | kOpenWantInfo)) return Refused(job + ": Open failed");
         std::string samples;
         for (DecoderBlockInfo block{}; !block.endOfStream;) {
-            block = DecoderBlockInfo{};
-            if (decoder.DecodeBlock(block) == 0) {
+            if (decoder.DecodeBlock(block = DecoderBlockInfo{}) == 0) {
                 if (QuitCaused()) continue;
                 return Fail(job + ": DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
             }
@@ -171,31 +154,28 @@ private:
             if (block.bytes == 0) break;
         }
         ++shared_.decodes;
-        if (samples != fixture_->samples)
-            Fail(job + ": samples differ (" + std::to_string(samples.size()) + " against " + std::to_string(fixture_->samples.size()) + " bytes)");
+        if (samples != fixture_->samples) Fail(job + ": samples differ, " + std::to_string(samples.size()) + " bytes");
     }
 
     void Seek(const host::Decoder& decoder) {
         if (!Open(decoder, fixture_->path, 0)) return Refused("seek: Open failed");
-        for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks) {
-            ++shared_.seeks;
+        for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks, ++shared_.seeks) {
             const int64_t target = Pick(0, int(fixture_->samples.size() / fixture_->blockAlign) - 1);
             if (decoder.SetPosition(target) == 0) {
                 Refused("SetPosition(" + std::to_string(target) + ") failed");
                 continue;
             }
-            for (int blocks = Pick(1, 5); blocks > 0; --blocks) {
-                DecoderBlockInfo block{};
+            DecoderBlockInfo block{};
+            for (int blocks = Pick(1, 5); blocks > 0 && !block.endOfStream; --blocks) {
                 if (decoder.DecodeBlock(block) == 0) {
                     Refused("DecodeBlock after a seek failed");
                     break;
                 }
-                if (block.endOfStream || block.bytes == 0) break;
             }
         }
     }
 
-    // Writes a title and a comment to a copy (the extension decides the tag
+    // Writes a title and a comment to a copy (its extension decides the tag
     // family), at times deletes the title, then checks the audio is as it was.
     void Retag(const host::Decoder& decoder) {
         const std::string copy = copyStem_ + std::filesystem::path(fixture_->path).extension().string();
@@ -229,31 +209,26 @@ private:
 };
 
 struct Figures {
-    it::Resources resources;
+    it::Resources resources = it::CurrentResources();
     long rssKiB = -1;
+    Figures() {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("VmRSS:", 0) == 0) rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    void Report(const char* when, Clock::time_point began, const Shared& s) const {
+        std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | decodes %llu seeks %llu "
+                    "retags %llu quits %llu failures %llu\n", when, std::chrono::duration<double>(Clock::now() - began).count() / 60,
+                    resources.descriptors, resources.threads, resources.children, rssKiB, s.decodes.load(),
+                    s.seeks.load(), s.retags.load(), s.quits.load(), s.failures.load());
+        std::fflush(stdout);
+    }
 };
-
-Figures Measure() {
-    Figures figures{it::CurrentResources()};
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.rfind("VmRSS:", 0) == 0) figures.rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
-    return figures;
-}
-
-void Report(const char* when, Clock::time_point began, const Figures& f, const Shared& s) {
-    std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | opens %llu decodes %llu "
-                "seeks %llu retags %llu quits %llu failures %llu\n",
-                when, std::chrono::duration<double>(Clock::now() - began).count() / 60, f.resources.descriptors,
-                f.resources.threads, f.resources.children, f.rssKiB, s.opens.load(), s.decodes.load(), s.seeks.load(),
-                s.retags.load(), s.quits.load(), s.failures.load());
-    std::fflush(stdout);
-}
 
 TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     const double minutes = Setting("FD_CYCLES_MINUTES", 0.1);
     const int threadCount = static_cast<int>(Setting("FD_CYCLES_THREADS", 4));
-    const auto reportEvery = std::chrono::duration<double>(Setting("FD_CYCLES_REPORT_SECONDS", 60));
+    const auto reportEvery = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(Setting("FD_CYCLES_REPORT_SECONDS", 60)));
     const long rssSlackKiB = static_cast<long>(Setting("FD_CYCLES_RSS_SLACK_MB", 32) * 1024);
     ASSERT_GE(threadCount, 1);
     const it::TempDir dir;
@@ -265,14 +240,14 @@ TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     for (int i = 0; i < threadCount; ++i) quits.push_back(std::make_unique<it::QuitFifo>(dir.File("quit-" + std::to_string(i))));
 
     std::thread([] {}).join();   // a sanitizer starts its own thread with the first one: not counted as growth
-    const Figures start = Measure();
+    const Figures start;
     const auto began = Clock::now();
-    Report("start", began, start, shared);
+    start.Report("start", began, shared);
     std::vector<std::thread> threads;
     for (int i = 0; i < threadCount; ++i) {
         threads.emplace_back([&shared, &quits, i] {
             try {
-                Driver(shared, *quits[size_t(i)], 1000u + unsigned(i), i).Run();
+                Driver(shared, *quits[size_t(i)], i).Run();
             } catch (const std::exception& error) {
                 ++shared.failures;
                 ADD_FAILURE() << "thread " << i << " ended: " << error.what();
@@ -280,38 +255,35 @@ TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
         });
     }
     // Sets a random decoder's quit event every 20 to 700 ms.
-    std::thread quitter([&shared, &quits] {
+    threads.emplace_back([&shared, &quits] {
         std::mt19937 random(12345);
         while (!shared.stop) {
             std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 700)(random)));
             quits[std::uniform_int_distribution<size_t>(0, quits.size() - 1)(random)]->Set();
         }
     });
-
     long firstRss = -1, lastRss = -1;
     for (auto next = began + reportEvery; Clock::now() < began + std::chrono::duration<double>(minutes * 60);) {
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (Clock::now() < next) continue;
-        next += std::chrono::duration_cast<Clock::duration>(reportEvery);
-        const Figures now = Measure();
-        if (firstRss < 0) firstRss = now.rssKiB;
+        next += reportEvery;
+        const Figures now;
         lastRss = now.rssKiB;
-        Report("run", began, now, shared);
+        firstRss = firstRss < 0 ? lastRss : firstRss;
+        now.Report("run", began, shared);
     }
     shared.stop = true;
-    quitter.join();
     for (std::thread& thread : threads) thread.join();
     // Threads may take a moment to go (the worker reaper).
     it::ChildrenAfter(5000);
     Figures final;
     it::WaitUntil([&] {
-        final = Measure();
+        final = Figures();
         return final.resources.threads <= start.resources.threads && final.resources.descriptors <= start.resources.descriptors;
     }, 5000);
-    Report("end", began, final, shared);
+    final.Report("end", began, shared);
 
     EXPECT_EQ(shared.failures, 0u);
-    for (const std::string& text : shared.failureTexts) ADD_FAILURE() << text;
     EXPECT_LE(final.resources.descriptors, start.resources.descriptors);
     EXPECT_LE(final.resources.threads, start.resources.threads);
     EXPECT_EQ(final.resources.children, 0);
