@@ -1,19 +1,14 @@
-// Pure logic without a worker: the worker's command line and path, the
-// private quit event and fdhost's tag blob reader against damaged blobs
-// (sound ones: the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
+// Pure logic without a worker: the worker's command line, the private quit
+// event and fdhost's tag blob reader against damaged blobs (sound ones: the
+// fdhost table). The Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "codecs/decoders/ffmpeg/decoder.h"
-#include "codecs/decoders/ffmpeg/selfpath.h"
 #include "host/errors.h"
 #include "host/tagblob.h"
 #include "support/clBuffer.h"
 #include "tags/idtags.h"
-#include "transport/exceptions.h"
-#include "testkit.h"
 
 namespace {
 
@@ -26,42 +21,24 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
         {1e300, "18446744073709.551615"},   // clamped: no undefined conversion
     };
     for (const auto& [value, text] : seconds) EXPECT_EQ(Decoder::SecondsText(value), text) << value;
-
-    // The program's bare name comes first, without a folder.
-    EXPECT_EQ(Decoder::BuildWorkerCommand("x", 0.0).args.at(0).find_first_of("/\\"), std::string::npos);
-    const auto arguments = [](const WorkerCommand& command) {
-        return std::vector<std::string>(command.args.begin() + 1, command.args.end());
+    // After the program's bare name; no start time at or below 0.
+    const std::tuple<const char*, double, std::vector<std::string>> commands[] = {
+        {"/music/a b.flac", 0.0, {"-i", "/music/a b.flac", "-f", "w64", "-"}},
+        {"x.ac3", -1.0, {"-i", "x.ac3", "-f", "w64", "-"}},
+        {"x.ac3", 1.0, {"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}},
     };
-    EXPECT_EQ(arguments(Decoder::BuildWorkerCommand("/music/a b.flac", 0.0)),
-              (std::vector<std::string>{"-i", "/music/a b.flac", "-f", "w64", "-"}));
-    EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
-    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
-    EXPECT_EQ(arguments(seek), (std::vector<std::string>{"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
-    EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
-}
-
-// A plug-in whose own place is unknown, or in the root folder, would start a
-// bare name from the working directory, where a program of that name waits.
-TEST(WorkerCommand, NoWorkerByARelativePath) {
-    it::TempDir dir;
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(dir.Path());
-    it::WriteFile(WorkerFileName(), "#!/bin/sh\n");
-    std::filesystem::permissions(WorkerFileName(), std::filesystem::perms::owner_all);
-    for (const std::string& self : {std::string(), (before.root_path() / "ffmpeg_decoder.so").string()}) {
-        WorkerCommand command = Decoder::BuildWorkerCommand("x.flac", 0.0);
-        command.exe = Decoder::WorkerPathBeside(self);
-        WorkerProcess worker;
-        EXPECT_THROW(worker.Start(command), Qel::file_not_found) << self;
+    for (const auto& [path, start, args] : commands) {
+        const WorkerCommand command = Decoder::BuildWorkerCommand(path, start);
+        EXPECT_EQ(std::vector<std::string>(command.args.begin() + 1, command.args.end()), args) << path << start;
+        EXPECT_EQ(command.args.at(0).find_first_of("/\\"), std::string::npos);
+        EXPECT_EQ(command.stdinMode, 0u) << "the worker never reads the host's standard input";
     }
-    std::filesystem::current_path(before);
 }
 
 // An empty name gives the decoder an event of its own, as an unnamed one.
 TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
     Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
-    ASSERT_TRUE(decoder.SetQuitEvent(u""));
-    ASSERT_TRUE(other.SetQuitEvent(u""));
+    ASSERT_TRUE(decoder.SetQuitEvent(u"") && other.SetQuitEvent(u""));
     EXPECT_FALSE(decoder.quitSignal->IsSet());
     decoder.quitSignal->Set();
     EXPECT_TRUE(decoder.quitSignal->IsSet());
@@ -79,9 +56,7 @@ TEST(FdhostTagBlob, RefusesDamagedBlobs) {
     bad[1][0] = 2;                  // more entries counted than there are
     bad[3][7] = '\x7f';             // a huge length
     bad[4][good.size() - 2] = 'x';  // a value without its NUL inside the entry
-    for (const std::string& bytes : bad) {
-        EXPECT_THROW(host::ReadTagBlob(bytes.data(), bytes.size()), host::HostError) << bytes.size();
-    }
+    for (const std::string& bytes : bad) EXPECT_THROW(host::ReadTagBlob(bytes.data(), bytes.size()), host::HostError) << bytes.size();
 }
 
 }  // namespace

@@ -1,19 +1,16 @@
-// Qel::thread ending a blocked run, and the pipe streams its threads block on.
+// The pipe streams that the worker's channels are on the parent's side (a
+// blocked reader ended by its thread: tests/codecs/stderrqueue_test.cpp).
 // The Linux-only parts: threaded_posix.cpp.
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "streampipe.h"
 #include "transport/exceptions.h"
 #include "transport/pipestream.h"
-#include "transport/thread.h"
 #include "transport/waitable.h"
 
 namespace {
@@ -22,31 +19,6 @@ using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
 
 int64_t MsSince(Clock::time_point start) { return (Clock::now() - start) / 1ms; }
-
-TEST(Thread, RestartAndDestroyEndABlockedThread) {
-    std::atomic<int> aborted{0}, entered{0};
-    std::atomic<bool> secondSawClearAborter{false};
-    auto blocked = [&] {
-        ++entered;
-        EXPECT_THROW(Qel::WaitAny(nullptr, 0, -1), Qel::user_abort);   // waits for nothing but the aborter
-        ++aborted;
-    };
-    auto worker = std::make_unique<Qel::thread>("blocked");
-    worker->start(blocked);
-    while (entered.load() == 0) std::this_thread::yield();
-    // A second start ends the first run, then gives the new one a reset aborter.
-    worker->start([&] {
-        secondSawClearAborter = !Qel::CurrentAborter()->IsSet();
-        blocked();
-    });
-    EXPECT_EQ(aborted.load(), 1);
-    while (entered.load() == 1) std::this_thread::yield();
-    const auto start = Clock::now();
-    worker.reset();
-    EXPECT_LT(MsSince(start), 1000);
-    EXPECT_EQ(aborted.load(), 2);
-    EXPECT_TRUE(secondSawClearAborter.load());
-}
 
 TEST(PipeStream, ReadsWhatThereIsThenTheEndStopsOnASetAborterAndOnTime) {
     StreamPipe pipe;
