@@ -103,6 +103,9 @@ public:
             for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) {
                 fixture_ = &shared_.fixtures[size_t(Pick(0, int(shared_.fixtures.size()) - 1))];
                 (void)::ftruncate(static_cast<int>(log_.Get()), 0);   // the log of this job only
+                DecoderParam ask{};   // the tables are shared by all decoders
+                ask.index = 18;
+                if (decoder.Get(u"Decodes", ask) != 1 || host::WideView(ask.text) != u".awb") Fail("Decodes answered wrong");
                 const int kind = Pick(0, 9);
                 if (kind >= 4 && kind < 7) Seek(decoder);
                 else if (kind >= 7 && fixture_->retag) Retag(decoder);
