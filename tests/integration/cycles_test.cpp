@@ -1,7 +1,9 @@
-// Many decoders in threads open, decode, seek, close and retag every kind of
-// input while quit events hit them at random moments: every decode gives
-// ffmpeg's own samples, no retag touches the audio, and at the end the
-// process has no more descriptors, threads or children than at the start.
+// Many decoders in threads open, decode, seek and close every kind of input
+// while quit events hit them at random moments: every decode gives ffmpeg's
+// own samples, and at the end the process has no more descriptors, threads
+// or children than at the start. (Tag jobs don't see the quit event and share
+// nothing between decoders: their leaks and bytes are tests/tags' and
+// tests/qel-matroska's.)
 // Short by default; FD_CYCLES_MINUTES, FD_CYCLES_THREADS,
 // FD_CYCLES_REPORT_SECONDS and FD_CYCLES_RSS_SLACK_MB make it the long soak
 // (scripts/soak.sh), which also watches resident memory.
@@ -9,18 +11,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <thread>
 
 #include "host/plugin.h"
-#include "host/tagblobwriter.h"
 #include "host/text.h"
 #include "quitfifo.h"
 #include "testkit.h"
@@ -34,16 +33,11 @@ double Setting(const char* name, double fallback) {
     return value ? std::atof(value) : fallback;
 }
 
-// One kind of input with ffmpeg's decode of it. A tag write must keep the
-// leading `audioBytes`, or for Matroska the packets (their digest).
+// One kind of input with ffmpeg's decode of it.
 struct Fixture {
-    std::string name, path, samples, packets;
+    std::string name, path, samples;
     uint32_t blockAlign = 4;
-    size_t audioBytes = 0;
-    bool retag = false;
 };
-
-std::string Packets(const std::string& path) { return it::FfmpegOutput({"-i", path, "-map", "0", "-c", "copy", "-f", "md5", "-"}); }
 
 std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
     const std::pair<const char*, std::vector<std::string>> recipes[] = {   // what goes between source and output
@@ -65,12 +59,6 @@ std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
         const it::Wave64 reference = it::ReferenceDecode(fixture.path);
         fixture.samples = reference.data;
         fixture.blockAlign = it::U16At(reference.format, 12);
-        const bool matroska = fixture.name.ends_with(".mka") || fixture.name.ends_with(".mkv");
-        fixture.retag = matroska || fixture.name.ends_with(".tta") || fixture.name.ends_with(".dts");
-        // The standard tag families keep everything in front of an APE tag at the end.
-        const std::string bytes = it::ReadFile(fixture.path);
-        if (!matroska) fixture.audioBytes = std::min(bytes.find("APETAGEX"), bytes.size());
-        if (matroska) fixture.packets = Packets(fixture.path);
     }
     return fixtures;
 }
@@ -80,18 +68,18 @@ struct Shared {
     const std::vector<Fixture>& fixtures;
     std::string dir;
     std::atomic<bool> stop{false};
-    std::atomic<unsigned long long> decodes{0}, seeks{0}, retags{0}, quits{0}, failures{0};
+    std::atomic<unsigned long long> decodes{0}, seeks{0}, quits{0}, failures{0};
 };
 
 // One decoder thread: a decoder lives for a few jobs (so Create and Destroy
-// churn too); each job decodes, seeks or retags a copy. A failed call is the
+// churn too); each job decodes or seeks. A failed call is the
 // quit's doing only when the event is set, which is then reset as a host does.
 class Driver {
 public:
     Driver(Shared& shared, it::QuitFifo& quit, int index)
         : shared_(shared), quit_(quit), random_(1000u + unsigned(index)), index_(index),
           logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
-          copyStem_(shared.dir + "/copy-" + std::to_string(index)), fixture_(&shared.fixtures.front()) {}
+          fixture_(&shared.fixtures.front()) {}
 
     void Run() {
         const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
@@ -107,9 +95,8 @@ public:
                 ask.index = 18;
                 if (decoder.Get(u"Decodes", ask) != 1 || host::WideView(ask.text) != u".awb") Fail("Decodes answered wrong");
                 const int kind = Pick(0, 9);
-                if (kind >= 4 && kind < 7) Seek(decoder);
-                else if (kind >= 7 && fixture_->retag) Retag(decoder);
-                else DecodeWhole(decoder, fixture_->path, "decode");
+                if (kind >= 6) Seek(decoder);
+                else DecodeWhole(decoder);
                 decoder.Close();
             }
         }
@@ -145,19 +132,19 @@ private:
 
     // A quit in mid-stream is reset and the decode goes on: the samples must
     // still be the reference's, byte for byte.
-    void DecodeWhole(const host::Decoder& decoder, const std::string& path, const std::string& job) {
-        if (!Open(decoder, path, kOpenWantTags | kOpenWantInfo)) return Refused(job + ": Open failed");
+    void DecodeWhole(const host::Decoder& decoder) {
+        if (!Open(decoder, fixture_->path, kOpenWantTags | kOpenWantInfo)) return Refused("decode: Open failed");
         std::string samples;
         for (DecoderBlockInfo block{}; !block.endOfStream;) {
             if (decoder.DecodeBlock(block = DecoderBlockInfo{}) == 0) {
                 if (QuitCaused()) continue;
-                return Fail(job + ": DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
+                return Fail("DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
             }
             samples.append(static_cast<const char*>(block.samples), block.bytes);
             if (block.bytes == 0) break;
         }
         ++shared_.decodes;
-        if (samples != fixture_->samples) Fail(job + ": samples differ, " + std::to_string(samples.size()) + " bytes");
+        if (samples != fixture_->samples) Fail("decode: samples differ, " + std::to_string(samples.size()) + " bytes");
     }
 
     void Seek(const host::Decoder& decoder) {
@@ -178,36 +165,12 @@ private:
         }
     }
 
-    // Writes a title and a comment to a copy (its extension decides the tag
-    // family), at times deletes the title, then checks the audio is as it was.
-    void Retag(const host::Decoder& decoder) {
-        const std::string copy = copyStem_ + std::filesystem::path(fixture_->path).extension().string();
-        std::filesystem::copy_file(fixture_->path, copy, std::filesystem::copy_options::overwrite_existing);
-        const std::u16string widePath = host::Utf8ToUtf16(copy);
-        const std::string blob = host::WriteTagBlob({{u"Title", host::Utf8ToUtf16("Retag " + std::to_string(random_())), {}},
-                                                     {u"Comment", std::u16string(size_t(Pick(0, 3000)), u'c'), {}}});
-        DecoderParam param{};
-        param.text = widePath.c_str();
-        param.data = blob.data();
-        param.value = static_cast<int32_t>(blob.size());
-        ++shared_.retags;
-        if (decoder.Set(u"IDTags", param) == 0) Refused("retag: Set(IDTags) failed");
-        if (Pick(0, 1) == 1 && decoder.DeleteATag(widePath.c_str(), u"Title\0") == 0) Refused("retag: DeleteATag failed");
-        const std::string original = it::ReadFile(fixture_->path), bytes = it::ReadFile(copy);
-        const size_t keep = fixture_->audioBytes;
-        if (keep != 0 ? bytes.compare(0, keep, original, 0, keep) != 0 : Packets(copy) != fixture_->packets)
-            Fail("retag: the audio bytes of the copy changed");
-        DecodeWhole(decoder, copy, "retagged decode");
-        std::filesystem::remove(copy);
-    }
-
     Shared& shared_;
     it::QuitFifo& quit_;
     std::mt19937 random_;
     int index_;
     std::string logPath_;
     it::SinkFile log_;
-    std::string copyStem_;
     const Fixture* fixture_;
 };
 
@@ -221,9 +184,9 @@ struct Figures {
     }
     void Report(const char* when, Clock::time_point began, const Shared& s) const {
         std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | decodes %llu seeks %llu "
-                    "retags %llu quits %llu failures %llu\n", when, std::chrono::duration<double>(Clock::now() - began).count() / 60,
+                    "quits %llu failures %llu\n", when, std::chrono::duration<double>(Clock::now() - began).count() / 60,
                     resources.descriptors, resources.threads, resources.children, rssKiB, s.decodes.load(),
-                    s.seeks.load(), s.retags.load(), s.quits.load(), s.failures.load());
+                    s.seeks.load(), s.quits.load(), s.failures.load());
         std::fflush(stdout);
     }
 };

@@ -56,23 +56,16 @@ std::string TextOf(HANDLE file) {
     return text;
 }
 
-// Threads (TH32CS_SNAPTHREAD) or processes whose owner or parent is this process.
-int CountOwned(DWORD kind) {
+// Threads or processes whose owner or parent (`field`) is this process.
+template <class Entry, class Step>
+int CountOwned(DWORD kind, Step first, Step next, DWORD Entry::*field) {
     const HANDLE snapshot = ::CreateToolhelp32Snapshot(kind, 0);
     if (snapshot == INVALID_HANDLE_VALUE) return 0;
-    const DWORD self = ::GetCurrentProcessId();
     int count = 0;
-    if (kind == TH32CS_SNAPTHREAD) {
-        THREADENTRY32 entry{};
-        entry.dwSize = sizeof entry;
-        for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry))
-            count += entry.th32OwnerProcessID == self;
-    } else {
-        PROCESSENTRY32W entry{};
-        entry.dwSize = sizeof entry;
-        for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry))
-            count += entry.th32ParentProcessID == self;
-    }
+    Entry entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = first(snapshot, &entry); more; more = next(snapshot, &entry))
+        count += entry.*field == ::GetCurrentProcessId();
     ::CloseHandle(snapshot);
     return count;
 }
@@ -83,12 +76,9 @@ int CountOwned(DWORD kind) {
 int HandleCount() {
     DWORD count = 0;
     if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
-    constexpr uintptr_t kFreeRunToStop = 4 * 4096;
     int probed = 0;
-    uintptr_t lastUsed = 0;
-    for (uintptr_t value = 4; value < 0x40000 && value - lastUsed < kFreeRunToStop; value += 4) {
-        DWORD flags = 0;
-        if (!::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) continue;
+    for (uintptr_t value = 4, lastUsed = 0; value < 0x40000 && value - lastUsed < 4 * 4096; value += 4) {
+        if (!::GetHandleInformation(reinterpret_cast<HANDLE>(value), &count)) continue;
         ++probed;
         lastUsed = value;
     }
@@ -137,7 +127,8 @@ RunResult Run(const std::vector<std::string>& argv) {
 }
 
 Resources CurrentResources() {
-    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD), CountOwned(TH32CS_SNAPPROCESS)};
+    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD, Thread32First, Thread32Next, &THREADENTRY32::th32OwnerProcessID),
+            CountOwned(TH32CS_SNAPPROCESS, Process32FirstW, Process32NextW, &PROCESSENTRY32W::th32ParentProcessID)};
 }
 
 bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {

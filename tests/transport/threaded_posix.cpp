@@ -1,16 +1,14 @@
-// The Linux side of Qel::thread, a pipe write without a reader, and the worker
-// process itself with a test child (misbehaving workers: tests/integration).
+// The Linux side of Qel::thread, and the worker process itself with a test
+// child (misbehaving workers: tests/integration).
 
 #include <gtest/gtest.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <set>
@@ -18,7 +16,6 @@
 #include <string>
 #include <thread>
 
-#include "streampipe.h"
 #include "transport/exceptions.h"
 #include "transport/latereaper_posix.h"
 #include "transport/thread.h"
@@ -55,26 +52,6 @@ TEST(Thread, RunsNamedAtItsCreatorsPriorityWithItsOwnAborter) {
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
         EXPECT_EQ(priority, -5);
     }).join();
-}
-
-std::atomic<int> sigpipeCount{0};
-
-TEST(PipeStream, WriteWithoutAReaderRaisesAndNoSignalArrives) {
-    struct sigaction counting {}, previous{};
-    counting.sa_handler = [](int) { ++sigpipeCount; };
-    ASSERT_EQ(::sigaction(SIGPIPE, &counting, &previous), 0);
-    sigset_t maskBefore, maskAfter, pending;
-    ::pthread_sigmask(SIG_SETMASK, nullptr, &maskBefore);
-    StreamPipe pipe;
-    ::close(static_cast<int>(pipe.in.handle));   // no reader
-    pipe.in.handle = Qel::kNoPipe;
-    EXPECT_THROW(pipe.out.write("data", 4), Qel::file_access_error);
-    EXPECT_THROW(pipe.out.write("data", 4), Qel::file_access_error);
-    ::pthread_sigmask(SIG_SETMASK, nullptr, &maskAfter);
-    ::sigpending(&pending);
-    EXPECT_TRUE(sigpipeCount == 0 && !sigismember(&pending, SIGPIPE));
-    EXPECT_EQ(sigismember(&maskAfter, SIGPIPE), sigismember(&maskBefore, SIGPIPE));
-    ::sigaction(SIGPIPE, &previous, nullptr);
 }
 
 WorkerCommand ChildCommand(std::vector<std::string> args) {
