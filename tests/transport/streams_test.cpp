@@ -1,13 +1,15 @@
-// The transport pieces that need no worker: waits, aborters and the worker's
-// own UTF-8 reading (skips over a stream: tests/codecs/wavestream_test.cpp).
+// The transport pieces that need no worker: waits, aborters, skips over a
+// stream and the worker's own UTF-8 reading.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
 
 #include "transport/exceptions.h"
+#include "transport/streams.h"
 #include "transport/waitable.h"
 #include "transport/worker.h"
 
@@ -82,6 +84,25 @@ TEST(AborterScope, EnterRestoreAndAbort) {
     }
     EXPECT_EQ(Qel::CurrentAborter(), &inner);
     Qel::SetCurrentAborter(nullptr);
+}
+
+// Gives at most `step` bytes per read and records the largest request.
+struct Trickle : Qel::streamInMemory {
+    Trickle(const std::string& bytes, size_t step) : Qel::streamInMemory(bytes.data(), bytes.size()), step(step) {}
+    size_t read(void* buffer, size_t count) override {
+        largest = std::max(largest, count);
+        return Qel::streamInMemory::read(buffer, std::min(count, step));
+    }
+    size_t step, largest = 0;
+};
+
+TEST(Streams, SkipsOfExactSizes) {
+    const std::string bytes(600, 'x');
+    Trickle trickle(bytes, 1000), slow(bytes, 100);
+    trickle.skipExact(300);
+    EXPECT_LE(trickle.largest, 256u) << "skips go through the small scratch area";
+    EXPECT_THROW(trickle.skipExact(301), Qel::invalid_input);
+    EXPECT_EQ(slow.skip(600), 100u) << "a short step ends the skip even before the end";
 }
 
 TEST(FromUtf8, WorkerConversionRules) {
