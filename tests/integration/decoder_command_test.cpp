@@ -1,14 +1,19 @@
-// Pure logic without a worker: the worker's command line, the private quit
-// event and fdhost's tag blob reader against damaged blobs (sound ones: the
-// fdhost table). The Linux-only parts: decoder_command_posix.cpp.
+// Pure logic without a worker: the worker's command line and path, the
+// private quit event and fdhost's tag blob reader against damaged blobs
+// (sound ones: the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "codecs/decoders/ffmpeg/decoder.h"
+#include "codecs/decoders/ffmpeg/selfpath.h"
 #include "host/errors.h"
 #include "host/tagblob.h"
 #include "support/clBuffer.h"
 #include "tags/idtags.h"
+#include "testkit.h"
+#include "transport/exceptions.h"
 
 namespace {
 
@@ -33,6 +38,23 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
         EXPECT_EQ(command.args.at(0).find_first_of("/\\"), std::string::npos);
         EXPECT_EQ(command.stdinMode, 0u) << "the worker never reads the host's standard input";
     }
+}
+
+// A plug-in whose own place is unknown, or in the root folder, would start a
+// bare name from the working directory, where a program of that name waits.
+TEST(WorkerCommand, NoWorkerByARelativePath) {
+    const it::TempDir dir;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(dir.Path());
+    it::WriteFile(WorkerFileName(), "#!/bin/sh\n");
+    std::filesystem::permissions(WorkerFileName(), std::filesystem::perms::owner_all);
+    for (const std::string& self : {std::string(), (before.root_path() / "ffmpeg_decoder.so").string()}) {
+        WorkerCommand command = Decoder::BuildWorkerCommand("x.flac", 0.0);
+        command.exe = Decoder::WorkerPathBeside(self);
+        WorkerProcess worker;
+        EXPECT_THROW(worker.Start(command), Qel::file_not_found) << self;
+    }
+    std::filesystem::current_path(before);
 }
 
 // An empty name gives the decoder an event of its own, as an unnamed one.

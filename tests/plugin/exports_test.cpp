@@ -45,54 +45,63 @@ TEST_F(PluginTest, NullDecoderIsRefusedByEveryEntryPoint) {
     EXPECT_EQ(plugin.DeleteATag(nullptr, u"a.tak", nullptr), 0);
 }
 
+struct GetRow {
+    const char16_t* key;
+    uint32_t index;
+    const char16_t* in;
+    bool answered;
+    const char16_t* text = nullptr;
+    const char16_t* text2 = nullptr;
+    int value = -1;
+};
+
 // Get writes only its answer (text, for Decodes text2, for CanWriteIDTags
-// value) and nothing on a refusal: keys match exactly, with case, no row lies
-// past the end, and a path's extension alone decides whether it can be tagged.
+// value) and nothing on a refusal. Returns the last text answered.
+DecoderParam ExpectRows(const host::Plugin& plugin, const std::vector<GetRow>& rows) {
+    const host::Decoder decoder(plugin, DecoderCreateInfo{});
+    DecoderParam last{};
+    for (const GetRow& row : rows) {
+        SCOPED_TRACE(testing::Message() << (row.key ? host::Utf16ToUtf8(row.key) : "null") << " " << row.index << " "
+                                        << (row.in ? host::Utf16ToUtf8(row.in) : "null"));
+        DecoderParam param = Patterned();
+        param.index = row.index;
+        param.text = row.in;
+        DecoderParam expected = param;
+        EXPECT_EQ(decoder.Get(row.key, param), row.answered ? 1 : 0);
+        if (row.text) { EXPECT_EQ(host::WideView(expected.text = param.text), row.text); }
+        if (row.text2) { EXPECT_EQ(host::WideView(expected.text2 = param.text2), row.text2); }
+        if (row.value >= 0) expected.value = row.value;
+        EXPECT_TRUE(SameBytes(param, expected));
+        if (row.text) last = param;
+    }
+    return last;
+}
+
+// Keys match exactly, with case, and no row lies past the end.
 TEST_F(PluginTest, GetAnswersOnlyItsKeysAndTouchesOnlyItsAnswer) {
-    const struct {
-        const char16_t* key;
-        uint32_t index;
-        const char16_t* in;
-        bool answered;
-        const char16_t* text = nullptr;
-        const char16_t* text2 = nullptr;
-        int value = -1;
-    } rows[] = {
+    const DecoderParam last = ExpectRows(plugin, {
         {u"Decodes", 0, u"a.mka", true, u".tak", u"Tom's Audio Kompressor"}, {u"Decodes", 18, u"a", true, u".awb", u"AMR"},
         {u"StreamingDecodes", 4, u"a", true, u"application/x-mpegurl"}, {u"Decodes", 19, u"a", false},
         {u"Decodes", 0xFFFFFFFFu, u"a", false}, {u"StreamingDecodes", 5, u"a", false}, {u"decodes", 0, u"a", false},
         {u"Decodes ", 0, u"a", false}, {u" Decodes", 0, u"a", false}, {u"Decode", 0, u"a", false},
         {u"Decoder description", 0, u"a", false}, {u"canwriteidtags", 0, u"a.mka", false}, {u"", 0, u"a", false},
         {u"EventQuit", 0, u"a", false}, {nullptr, 0, u"a", false}, {u"CanWriteIDTags", 0, nullptr, false},
-    };
-    std::vector<std::remove_cvref_t<decltype(rows[0])>> all(std::begin(rows), std::end(rows));
-    const std::pair<const char16_t*, int> tagged[] = {
-        {u"song.MKA", 1}, {u"/music/a.tak/noext", 0}, {u"noext", 0}, {u"/x/a.TaK", 1}, {u"a.tta", 1}, {u"a.dts", 1},
-        {u"a.DTSHD", 1}, {u"a.mkv", 1}, {u"a.webm", 1}, {u"a.weba", 1}, {u"a.flac", 0}, {u"a.mka.flac", 0}, {u"a.", 0},
-        {u"http://host/x.mka", 0}, {u"file:///x.tta", 0}, {u"/music/\u00e9t\u00e9.tak", 1},
-    };
-    for (const auto& [path, value] : tagged) all.push_back({u"CanWriteIDTags", 0, path, true, nullptr, nullptr, value});
-    DecoderParam last{};
-    {
-        const host::Decoder decoder(plugin, DecoderCreateInfo{});
-        for (const auto& row : all) {
-            SCOPED_TRACE(testing::Message() << (row.key ? host::Utf16ToUtf8(row.key) : "null") << " " << row.index << " "
-                                            << (row.in ? host::Utf16ToUtf8(row.in) : "null"));
-            DecoderParam param = Patterned();
-            param.index = row.index;
-            param.text = row.in;
-            DecoderParam expected = param;
-            EXPECT_EQ(decoder.Get(row.key, param), row.answered ? 1 : 0);
-            if (row.text) { EXPECT_EQ(host::WideView(expected.text = param.text), row.text); }
-            if (row.text2) { EXPECT_EQ(host::WideView(expected.text2 = param.text2), row.text2); }
-            if (row.value >= 0) expected.value = row.value;
-            EXPECT_TRUE(SameBytes(param, expected));
-            if (row.text) last = param;
-        }
-    }
+    });
     // The text handed out outlives the decoder.
     const host::Decoder other(plugin, DecoderCreateInfo{});
     EXPECT_EQ(host::WideView(last.text), u"application/x-mpegurl");
+}
+
+// The extension alone decides, without case; a URL has no tag family.
+TEST_F(PluginTest, CanWriteIDTagsByExtension) {
+    std::vector<GetRow> rows;
+    for (const auto& [path, value] : std::initializer_list<std::pair<const char16_t*, int>>{
+             {u"song.MKA", 1}, {u"/music/a.tak/noext", 0}, {u"noext", 0}, {u"/x/a.TaK", 1}, {u"a.tta", 1}, {u"a.dts", 1},
+             {u"a.DTSHD", 1}, {u"a.mkv", 1}, {u"a.webm", 1}, {u"a.weba", 1}, {u"a.flac", 0}, {u"a.mka.flac", 0}, {u"a.", 0},
+             {u"http://host/x.mka", 0}, {u"file:///x.tta", 0}, {u"/music/\u00e9t\u00e9.tak", 1}}) {
+        rows.push_back({u"CanWriteIDTags", 0, path, true, nullptr, nullptr, value});
+    }
+    ExpectRows(plugin, rows);
 }
 
 // What each export traces and refuses, in the host's two logs; missing and

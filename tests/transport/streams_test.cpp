@@ -19,7 +19,7 @@ int64_t MsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
 }
 
-TEST(WaitAny, LimitsSignalsAndConfirmation) {
+TEST(WaitAny, LimitsAndSignals) {
     Qel::waitable a, b;
     Qel::waitable* both[] = {&a, &b};
     std::vector<Qel::waitable> many(20);   // beyond the handles that fit without the heap

@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 
 int64_t MsSince(Clock::time_point start) { return (Clock::now() - start) / 1ms; }
 
-TEST(PipeStream, ReadsWhatThereIsThenTheEndStopsOnASetAborterAndOnTime) {
+TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
     StreamPipe pipe;
     pipe.out.write("hellox", 6);
     char buffer[100] = {};
