@@ -1,6 +1,6 @@
 // The plug-in's border as a host drives it, the library loaded at run time,
 // and fdhost's view of the capability tables. The export table itself:
-// exports_elf_posix.cpp, tests/win32/check_binaries.cmake.
+// binaries_posix.cpp, tests/win32/check_binaries.cmake.
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 
 #include "host/plugin.h"
 #include "host/text.h"
-#include "plugin_test_util.h"
+#include "tests/integration/testkit.h"
 
 namespace {
 
@@ -24,6 +24,16 @@ DecoderParam Patterned() {
 }
 
 bool SameBytes(const DecoderParam& a, const DecoderParam& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+std::string ExpectedCapsJson() {
+    return R"({"description":"FFmpeg Decoder","decodes":[[".tak","Tom's Audio Kompressor"],[".shn","Shorten"],)"
+           R"([".ac3","AC-3"],[".eac3","E-AC-3"],[".mka","Matroska Audio"],[".weba","Web Audio"],[".vqf","TwinVQ"],)"
+           R"([".dts","DTS"],[".dtshd","DTS-HD"],[".tta","True Audio"],[".mlp","MLP"],[".ts","MPEG-TS"],)"
+           R"([".ra","Real Audio"],[".rm","Real Audio"],[".voc","Creative Voice"],[".au","AU/SND"],[".snd","AU/SND"],)"
+           R"([".amr","AMR"],[".awb","AMR"]],"streaming":["application/vnd.apple.mpegurl","audio/mpegurl",)"
+           R"("audio/x-mpegurl","application/mpegurl","application/x-mpegurl"],"warnings":[]})"
+           "\n";
+}
 
 std::string Utf16Le(std::string_view ascii) {
     std::string bytes;
