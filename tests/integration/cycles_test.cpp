@@ -1,128 +1,252 @@
-// Many decoders in threads open, decode, seek, close and retag every kind of
-// input while quit events hit them at random moments; at the end the
-// process has no more descriptors, threads or children than at the start.
+// Many decoders in threads open, decode, seek and close every kind of input
+// while quit events hit them at random moments: every decode gives ffmpeg's
+// own samples, and at the end the process has no more descriptors, threads
+// or children than at the start. (Tag jobs don't see the quit event and share
+// nothing between decoders: their leaks and bytes are tests/tags' and
+// tests/qel-matroska's.)
 // Short by default; FD_CYCLES_MINUTES, FD_CYCLES_THREADS,
 // FD_CYCLES_REPORT_SECONDS and FD_CYCLES_RSS_SLACK_MB make it the long soak
 // (scripts/soak.sh), which also watches resident memory.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <thread>
 
-#include "cycles.h"
-#include "tests/integration/testkit.h"
+#include "host/plugin.h"
+#include "host/text.h"
+#include "quitfifo.h"
+#include "testkit.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using namespace std::chrono_literals;
 
 double Setting(const char* name, double fallback) {
     const char* value = std::getenv(name);
     return value ? std::atof(value) : fallback;
 }
 
-struct Figures {
-    it::Resources resources;
-    long rssKiB = -1;
+// One kind of input with ffmpeg's decode of it.
+struct Fixture {
+    std::string name, path, samples;
+    uint32_t blockAlign = 4;
 };
 
-Figures Measure() {
-    Figures figures{it::CurrentResources()};
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) figures.rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
+std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
+    const std::pair<const char*, std::vector<std::string>> recipes[] = {   // what goes between source and output
+        {"tagged.tta", {"-c:a", "tta"}}, {"plain.tta", {"-c:a", "tta", "-map_metadata", "-1"}},
+        {"tone.dts", {"-c:a", "dca", "-strict", "-2", "-ar", "44100"}}, {"tone.mka", {"-c:a", "flac"}},
+        {"video.mkv", {"-f", "lavfi", "-i", "testsrc=size=32x24:rate=5:duration=3", "-map", "1:v", "-map", "0:a",
+                       "-c:a", "pcm_s16le", "-c:v", "mjpeg", "-shortest"}},
+        {"tone.ac3", {"-c:a", "ac3"}}, {"tone.au", {}}, {"tone.voc", {}}, {"tone.ts", {"-c:a", "mp2"}},
+    };
+    std::vector<Fixture> fixtures;
+    for (const auto& [name, middle] : recipes) {
+        Fixture& fixture = fixtures.emplace_back();
+        fixture.name = name;
+        fixture.path = dir.File(name);
+        std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100"};
+        args.insert(args.end(), middle.begin(), middle.end());
+        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", fixture.path});
+        it::Ffmpeg(args);
+        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
+        fixture.samples = reference.data;
+        fixture.blockAlign = it::U16At(reference.format, 12);
     }
-    return figures;
+    return fixtures;
 }
 
-void Report(const char* when, Clock::time_point began, const Figures& figures, const cycles::Tally& tally) {
-    const auto count = [](const std::atomic<uint64_t>& n) { return static_cast<unsigned long long>(n); };
-    std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | opens %llu decodes %llu "
-                "seeks %llu retags %llu deletes %llu quits %llu failures %llu\n",
-                when, std::chrono::duration<double>(Clock::now() - began).count() / 60, figures.resources.descriptors,
-                figures.resources.threads, figures.resources.children, figures.rssKiB, count(tally.opens),
-                count(tally.decodes), count(tally.seeks), count(tally.retags), count(tally.deletes),
-                count(tally.quits), count(tally.failures));
-    std::fflush(stdout);
-}
+struct Shared {
+    const host::Plugin& plugin;
+    const std::vector<Fixture>& fixtures;
+    std::string dir;
+    std::atomic<bool> stop{false};
+    std::atomic<unsigned long long> decodes{0}, seeks{0}, quits{0}, failures{0};
+};
 
-// Sets a random decoder's quit event every 20 to 700 ms.
-void FireQuits(cycles::Shared& shared, std::vector<std::unique_ptr<cycles::QuitFifo>>& quits) {
-    std::mt19937 random(12345);
-    while (!shared.stop) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 700)(random)));
-        quits[std::uniform_int_distribution<size_t>(0, quits.size() - 1)(random)]->Set();
+// One decoder thread: a decoder lives for a few jobs (so Create and Destroy
+// churn too); each job decodes or seeks. A failed call is the
+// quit's doing only when the event is set, which is then reset as a host does.
+class Driver {
+public:
+    Driver(Shared& shared, it::QuitFifo& quit, int index)
+        : shared_(shared), quit_(quit), random_(1000u + unsigned(index)), index_(index),
+          logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
+          fixture_(&shared.fixtures.front()) {}
+
+    void Run() {
+        const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
+        DecoderParam param{};
+        param.text = quitPath.c_str();
+        while (!shared_.stop) {
+            const host::Decoder decoder(shared_.plugin, DecoderCreateInfo{log_.Get(), 0, 0});
+            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused");
+            for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) {
+                fixture_ = &shared_.fixtures[size_t(Pick(0, int(shared_.fixtures.size()) - 1))];
+                (void)::ftruncate(static_cast<int>(log_.Get()), 0);   // the log of this job only
+                DecoderParam ask{};   // the tables are shared by all decoders
+                ask.index = 18;
+                if (decoder.Get(u"Decodes", ask) != 1 || host::WideView(ask.text) != u".awb") Fail("Decodes answered wrong");
+                Job(decoder, Pick(0, 9) >= 6);
+                decoder.Close();
+            }
+        }
     }
-}
 
-// Threads may take a moment to go (the worker reaper); waits up to 5 s.
-Figures SettledFigures(const Figures& start) {
-    it::ChildrenAfter(5000);
-    Figures now;
-    it::WaitUntil([&] {
-        now = Measure();
-        return now.resources.threads <= start.resources.threads &&
-               now.resources.descriptors <= start.resources.descriptors;
-    }, 5000);
-    return now;
-}
+private:
+    int Pick(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random_); }
+
+    bool QuitCaused() {
+        if (!quit_.IsSet()) return false;
+        quit_.Reset();
+        ++shared_.quits;
+        return true;
+    }
+
+    void Fail(const std::string& what) {
+        std::string log = it::ReadFile(logPath_);
+        std::erase(log, '\0');   // UTF-16LE: ASCII is enough to tell what failed
+        if (++shared_.failures <= 50) ADD_FAILURE() << "thread " << index_ << ", " << fixture_->name << ": " << what << "; error log: " << log;
+    }
+
+    void Refused(const std::string& what) {
+        if (!QuitCaused()) Fail(what);
+    }
+
+    // Opens, then decodes to the end or seeks a few times. A quit in
+    // mid-stream is reset and the decode goes on: the samples must still be
+    // the reference's, byte for byte.
+    void Job(const host::Decoder& decoder, bool seek) {
+        const std::u16string path = host::Utf8ToUtf16(fixture_->path);
+        DecoderOpenInfo info{};
+        info.path = path.c_str();
+        info.flags = seek ? 0 : kOpenWantTags | kOpenWantInfo;
+        if (decoder.Open(info) == 0) return Refused("Open failed");
+        for (std::string samples; !seek;) {
+            DecoderBlockInfo block{};
+            if (decoder.DecodeBlock(block) == 0) {
+                if (QuitCaused()) continue;
+                return Fail("DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
+            }
+            samples.append(static_cast<const char*>(block.samples), block.bytes);
+            if (!block.endOfStream && block.bytes != 0) continue;
+            ++shared_.decodes;
+            if (samples != fixture_->samples) Fail("samples differ, " + std::to_string(samples.size()) + " bytes");
+            return;
+        }
+        for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks, ++shared_.seeks) {
+            const int64_t target = Pick(0, int(fixture_->samples.size() / fixture_->blockAlign) - 1);
+            if (decoder.SetPosition(target) == 0) {
+                Refused("SetPosition(" + std::to_string(target) + ") failed");
+                continue;
+            }
+            DecoderBlockInfo block{};
+            for (int blocks = Pick(1, 5); blocks > 0 && !block.endOfStream; --blocks) {
+                if (decoder.DecodeBlock(block) != 0) continue;
+                Refused("DecodeBlock after a seek failed");
+                break;
+            }
+        }
+    }
+
+    Shared& shared_;
+    it::QuitFifo& quit_;
+    std::mt19937 random_;
+    int index_;
+    std::string logPath_;
+    it::SinkFile log_;
+    const Fixture* fixture_;
+};
+
+struct Figures {
+    it::Resources resources = it::CurrentResources();
+    long rssKiB = -1;
+    Figures() {
+        std::ifstream status("/proc/self/status");
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("VmRSS:", 0) == 0) rssKiB = std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    void Report(const char* when, Clock::time_point began, const Shared& s) const {
+        std::printf("%-6s %6.1f min  fds %3d  threads %3d  children %2d  rss %7ld KiB  | decodes %llu seeks %llu "
+                    "quits %llu failures %llu\n", when, std::chrono::duration<double>(Clock::now() - began).count() / 60,
+                    resources.descriptors, resources.threads, resources.children, rssKiB, s.decodes.load(),
+                    s.seeks.load(), s.quits.load(), s.failures.load());
+        std::fflush(stdout);
+    }
+};
 
 TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     const double minutes = Setting("FD_CYCLES_MINUTES", 0.1);
     const int threadCount = static_cast<int>(Setting("FD_CYCLES_THREADS", 4));
-    const auto reportEvery = std::chrono::duration<double>(Setting("FD_CYCLES_REPORT_SECONDS", 60));
+    const auto reportEvery = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(Setting("FD_CYCLES_REPORT_SECONDS", 60)));
     const long rssSlackKiB = static_cast<long>(Setting("FD_CYCLES_RSS_SLACK_MB", 32) * 1024);
     ASSERT_GE(threadCount, 1);
     const it::TempDir dir;
     const host::Plugin plugin(FD_PLUGIN_PATH);
-    const std::vector<cycles::Fixture> fixtures = cycles::MakeFixtures(dir.Path());
+    const std::vector<Fixture> fixtures = MakeFixtures(dir);
     std::printf("cycles: %d decoders for %.1f minutes\n", threadCount, minutes);
-    cycles::Shared shared{plugin, fixtures, dir.Path()};
-    std::vector<std::unique_ptr<cycles::QuitFifo>> quits;
-    for (int i = 0; i < threadCount; ++i)
-        quits.push_back(std::make_unique<cycles::QuitFifo>(dir.File("quit-" + std::to_string(i))));
+    Shared shared{plugin, fixtures, dir.Path()};
+    std::vector<std::unique_ptr<it::QuitFifo>> quits;
+    for (int i = 0; i < threadCount; ++i) quits.push_back(std::make_unique<it::QuitFifo>(dir.File("quit-" + std::to_string(i))));
 
     std::thread([] {}).join();   // a sanitizer starts its own thread with the first one: not counted as growth
-    const Figures start = Measure();
+    const Figures start;
     const auto began = Clock::now();
-    Report("start", began, start, shared.tally);
+    start.Report("start", began, shared);
     std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i)
-        threads.emplace_back(cycles::RunDecoderThread, std::ref(shared), std::ref(*quits[size_t(i)]), 1000u + unsigned(i), i);
-    std::thread quitter(FireQuits, std::ref(shared), std::ref(quits));
-
-    const auto end = began + std::chrono::duration<double>(minutes * 60);
+    for (int i = 0; i < threadCount; ++i) {
+        threads.emplace_back([&shared, &quits, i] {
+            try {
+                Driver(shared, *quits[size_t(i)], i).Run();
+            } catch (const std::exception& error) {
+                ++shared.failures;
+                ADD_FAILURE() << "thread " << i << " ended: " << error.what();
+            }
+        });
+    }
+    // Sets a random decoder's quit event every 20 to 700 ms.
+    threads.emplace_back([&shared, &quits] {
+        std::mt19937 random(12345);
+        while (!shared.stop) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::uniform_int_distribution<int>(20, 700)(random)));
+            quits[std::uniform_int_distribution<size_t>(0, quits.size() - 1)(random)]->Set();
+        }
+    });
     long firstRss = -1, lastRss = -1;
-    for (auto next = began + reportEvery; Clock::now() < end;) {
-        std::this_thread::sleep_for(200ms);
+    for (auto next = began + reportEvery; Clock::now() < began + std::chrono::duration<double>(minutes * 60);) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (Clock::now() < next) continue;
-        next += std::chrono::duration_cast<Clock::duration>(reportEvery);
-        const Figures now = Measure();
-        if (firstRss < 0) firstRss = now.rssKiB;
+        next += reportEvery;
+        const Figures now;
         lastRss = now.rssKiB;
-        Report("run", began, now, shared.tally);
+        firstRss = firstRss < 0 ? lastRss : firstRss;
+        now.Report("run", began, shared);
     }
     shared.stop = true;
-    quitter.join();
     for (std::thread& thread : threads) thread.join();
-    const Figures final = SettledFigures(start);
-    Report("end", began, final, shared.tally);
+    // Threads may take a moment to go (the worker reaper).
+    it::ChildrenAfter(5000);
+    Figures final;
+    it::WaitUntil([&] {
+        final = Figures();
+        return final.resources.threads <= start.resources.threads && final.resources.descriptors <= start.resources.descriptors;
+    }, 5000);
+    final.Report("end", began, shared);
 
-    EXPECT_EQ(shared.tally.failures, 0u);
-    for (const std::string& text : shared.failureTexts) ADD_FAILURE() << text;
+    EXPECT_EQ(shared.failures, 0u);
     EXPECT_LE(final.resources.descriptors, start.resources.descriptors);
     EXPECT_LE(final.resources.threads, start.resources.threads);
     EXPECT_EQ(final.resources.children, 0);
     EXPECT_LE(lastRss - firstRss, rssSlackKiB) << "resident memory grew from " << firstRss << " KiB";
-    EXPECT_GT(shared.tally.decodes, 0u);
-    EXPECT_GT(shared.tally.quits, 0u) << "no quit ever hit";
+    EXPECT_GT(shared.decodes, 0u);
+    EXPECT_GT(shared.quits, 0u) << "no quit ever hit";
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Pure logic without a worker: the worker's command line and path, the
-// private quit event and fdhost's tag blob reader (its SHA-256: against
-// sha256sum in the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
+// private quit event and fdhost's tag blob reader against damaged blobs
+// (sound ones: the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
@@ -12,8 +12,8 @@
 #include "host/tagblob.h"
 #include "support/clBuffer.h"
 #include "tags/idtags.h"
-#include "transport/exceptions.h"
 #include "testkit.h"
+#include "transport/exceptions.h"
 
 namespace {
 
@@ -26,23 +26,24 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
         {1e300, "18446744073709.551615"},   // clamped: no undefined conversion
     };
     for (const auto& [value, text] : seconds) EXPECT_EQ(Decoder::SecondsText(value), text) << value;
-
-    // The program's own name comes first (the platform's: decoder_command_posix.cpp).
-    const auto arguments = [](const WorkerCommand& command) {
-        return std::vector<std::string>(command.args.begin() + 1, command.args.end());
+    // After the program's bare name; no start time at or below 0.
+    const std::tuple<const char*, double, std::vector<std::string>> commands[] = {
+        {"/music/a b.flac", 0.0, {"-i", "/music/a b.flac", "-f", "w64", "-"}},
+        {"x.ac3", -1.0, {"-i", "x.ac3", "-f", "w64", "-"}},
+        {"x.ac3", 1.0, {"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}},
     };
-    EXPECT_EQ(arguments(Decoder::BuildWorkerCommand("/music/a b.flac", 0.0)),
-              (std::vector<std::string>{"-i", "/music/a b.flac", "-f", "w64", "-"}));
-    EXPECT_EQ(Decoder::BuildWorkerCommand("x.ac3", -1.0).args.at(1), "-i") << "no start time at or below 0";
-    const WorkerCommand seek = Decoder::BuildWorkerCommand("x.ac3", 1.0);
-    EXPECT_EQ(arguments(seek), (std::vector<std::string>{"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}));
-    EXPECT_EQ(seek.stdinMode, 0u) << "the worker never reads the host's standard input";
+    for (const auto& [path, start, args] : commands) {
+        const WorkerCommand command = Decoder::BuildWorkerCommand(path, start);
+        EXPECT_EQ(std::vector<std::string>(command.args.begin() + 1, command.args.end()), args) << path << start;
+        EXPECT_EQ(command.args.at(0).find_first_of("/\\"), std::string::npos);
+        EXPECT_EQ(command.stdinMode, 0u) << "the worker never reads the host's standard input";
+    }
 }
 
 // A plug-in whose own place is unknown, or in the root folder, would start a
 // bare name from the working directory, where a program of that name waits.
 TEST(WorkerCommand, NoWorkerByARelativePath) {
-    it::TempDir dir;
+    const it::TempDir dir;
     const std::filesystem::path before = std::filesystem::current_path();
     std::filesystem::current_path(dir.Path());
     it::WriteFile(WorkerFileName(), "#!/bin/sh\n");
@@ -59,45 +60,25 @@ TEST(WorkerCommand, NoWorkerByARelativePath) {
 // An empty name gives the decoder an event of its own, as an unnamed one.
 TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
     Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
-    ASSERT_TRUE(decoder.SetQuitEvent(u""));
-    ASSERT_TRUE(other.SetQuitEvent(u""));
+    ASSERT_TRUE(decoder.SetQuitEvent(u"") && other.SetQuitEvent(u""));
     EXPECT_FALSE(decoder.quitSignal->IsSet());
     decoder.quitSignal->Set();
     EXPECT_TRUE(decoder.quitSignal->IsSet());
     EXPECT_FALSE(other.quitSignal->IsSet()) << "each decoder's own";
 }
 
-TEST(FdhostTagBlob, ReadsWhatTheCollectionWritesRefusesTheRest) {
-    IDTags tags;
-    tags.Add(clString(u"TITLE"), clString(u"A title"));
-    tags.Add(clString(u"ARTIST"), clString(u"One\rTwo"));
-    const std::string picture("\x89PNG\r\n\x1a\n\0\0binary", 16);
-    tags.AddBinary(clString(u"_albumart_1_Front"), picture.data(), static_cast<uint32_t>(picture.size()));
-    tags.Add(clString(u"EMPTY"), clString());
-    clBuffer blob;
-    tags.Serialise(blob);
-    const std::vector<host::BlobEntry> entries = host::ReadTagBlob(blob.Data(), blob.Size());
-    ASSERT_EQ(entries.size(), 4u);
-    EXPECT_EQ(entries[0].name + u"=" + entries[0].value, u"TITLE=A title");
-    EXPECT_EQ(entries[1].value, u"One\rTwo");
-    EXPECT_EQ(entries[2].name + u"=" + entries[2].value, u"_albumart_1_Front=");
-    EXPECT_EQ(entries[2].data, picture);
-    EXPECT_EQ(entries[3].name, u"EMPTY");
-    EXPECT_TRUE(entries[3].data.empty());
-    EXPECT_TRUE(host::ReadTagBlob(nullptr, 0).empty());
-
+TEST(FdhostTagBlob, RefusesDamagedBlobs) {
     IDTags one;
     one.Add(clString(u"NAME"), clString(u"value"));
-    clBuffer oneBlob;
-    one.Serialise(oneBlob);
-    const std::string good(reinterpret_cast<const char*>(oneBlob.Data()), oneBlob.Size());
+    clBuffer blob;
+    one.Serialise(blob);
+    const std::string good(reinterpret_cast<const char*>(blob.Data()), blob.Size());
+    ASSERT_EQ(host::ReadTagBlob(good.data(), good.size()).size(), 1u);
     std::vector<std::string> bad = {good.substr(0, good.size() - 3), good, good + "xy", good, good, "ab"};
     bad[1][0] = 2;                  // more entries counted than there are
     bad[3][7] = '\x7f';             // a huge length
     bad[4][good.size() - 2] = 'x';  // a value without its NUL inside the entry
-    for (const std::string& bytes : bad) {
-        EXPECT_THROW(host::ReadTagBlob(bytes.data(), bytes.size()), host::HostError) << bytes.size();
-    }
+    for (const std::string& bytes : bad) EXPECT_THROW(host::ReadTagBlob(bytes.data(), bytes.size()), host::HostError) << bytes.size();
 }
 
 }  // namespace

@@ -27,9 +27,8 @@ inline pid_t SpawnChild(const std::vector<std::string>& argv, posix_spawn_file_a
 // Waits for the child to end; its wait status, or -1 when there is no such child.
 inline int ReapChild(pid_t pid) {
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0) {
+    while (::waitpid(pid, &status, 0) < 0)
         if (errno != EINTR) return -1;
-    }
     return status;
 }
 

@@ -1,12 +1,32 @@
 #include "testkit.h"
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
 
 namespace it {
+
+namespace fs = std::filesystem;
+
+TempDir::TempDir() {
+    std::random_device random;
+    for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+        const fs::path candidate = fs::temp_directory_path() / ("fd-it-" + std::to_string(random()));
+        if (!fs::create_directory(candidate)) continue;
+        const std::u8string utf8 = candidate.u8string();
+        path_.assign(utf8.begin(), utf8.end());
+    }
+    if (path_.empty()) throw std::runtime_error("cannot make a temporary folder");
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    fs::remove_all(fs::path(std::u8string(path_.begin(), path_.end())), ignored);
+}
 
 std::string FfmpegOutput(std::vector<std::string> args) {
     args.insert(args.begin(), {FD_FFMPEG_PATH, "-hide_banner", "-loglevel", "error", "-nostdin", "-y"});
@@ -85,7 +105,7 @@ bool WaitUntil(const std::function<bool()>& done, int limitMs) {
 
 int ChildrenAfter(int limitMs) {
     int children = 0;
-    WaitUntil([&children] { return (children = ChildCount()) == 0; }, limitMs);
+    WaitUntil([&children] { return (children = CurrentResources().children) == 0; }, limitMs);
     return children;
 }
 

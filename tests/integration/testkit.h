@@ -1,7 +1,7 @@
 #pragma once
-// Shared by the integration tests (and by tests/tags and tests/interop): a
-// self-removing temporary folder, programs run with their output captured,
-// ffmpeg's Wave64 output taken apart, and this process's own resources.
+// Shared by the tests: a self-removing temporary folder, programs run with
+// their output captured, ffmpeg's Wave64 output taken apart, and this
+// process's own resources. The system part: testkit_posix.cpp, testkit_win32.cpp.
 
 #include <cstdint>
 #include <functional>
@@ -29,10 +29,9 @@ struct RunResult {
     std::string err;
 };
 
-// Runs argv[0] (a full path) with standard input from /dev/null.
+// Runs argv[0] (a full path) with no standard input. FfmpegOutput: ffmpeg
+// quietly, overwriting, its standard output; throws with its error text.
 RunResult Run(const std::vector<std::string>& argv);
-// ffmpeg quietly, overwriting: its standard output; throws std::runtime_error
-// with its error text.
 std::string FfmpegOutput(std::vector<std::string> args);
 void Ffmpeg(const std::vector<std::string>& args);
 RunResult Fdhost(const std::vector<std::string>& args);
@@ -40,29 +39,28 @@ RunResult Fdhost(const std::vector<std::string>& args);
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& bytes);
 
-// The format chunk's body and the sample bytes of a Wave64 stream.
+// The format chunk's body and the sample bytes of a Wave64 stream; ffmpeg's
+// own decode of `input` as the plug-in asks for it, with "-ss seconds" when
+// `seconds` isn't empty.
 struct Wave64 {
     std::string format;
     std::string data;
 };
 Wave64 ParseWave64(const std::string& bytes);   // throws when malformed
-// ffmpeg's own decode of `input` as the plug-in asks for it, with "-ss
-// seconds" when `seconds` isn't empty.
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds = {});
 
 uint16_t U16At(const std::string& bytes, size_t offset);
 uint32_t U32At(const std::string& bytes, size_t offset);
 
 struct Resources {
-    int descriptors = 0;
+    int descriptors = 0;   // handles on Windows
     int threads = 0;
     int children = 0;
 };
 Resources CurrentResources();
-int ChildCount();
 // Asks `done` at once and every 5 ms for up to `limitMs`; its last answer.
+// ChildrenAfter: the count of children when they are gone or the time is up.
 bool WaitUntil(const std::function<bool()>& done, int limitMs);
-// Waits up to `limitMs` for the children to be gone; returns their count.
 int ChildrenAfter(int limitMs);
 
 // Runs `body` while this process may not write `path` (in folder `dir`):
@@ -78,7 +76,7 @@ public:
     SinkFile(const SinkFile&) = delete;
     SinkFile& operator=(const SinkFile&) = delete;
     ~SinkFile();
-    uint64_t Get() const;
+    uint64_t Get() const { return static_cast<uint64_t>(handle_); }
 
 private:
     intptr_t handle_;

@@ -1,20 +1,17 @@
-// The test kit's system part on Linux: temporary folders, child processes
-// with captured output, and this process's descriptors, threads and children.
-
-#include "testkit.h"
+// The test kit's system part on Linux: child processes with captured output,
+// and this process's descriptors, threads and children.
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 #include "spawn_posix.h"
+#include "testkit.h"
 
 namespace it {
 namespace {
@@ -22,77 +19,57 @@ namespace {
 namespace fs = std::filesystem;
 
 // Unnamed files rather than pipes: a child's output can't fill them and stall it.
-std::FILE* CaptureFile() {
-    std::FILE* file = std::tmpfile();
-    if (file == nullptr) throw std::runtime_error("no temporary file");
-    ::fcntl(::fileno(file), F_SETFD, FD_CLOEXEC);
-    return file;
-}
-
-std::string TextOf(std::FILE* file) {
-    std::string text;
-    char buffer[65536];
-    for (off_t at = 0;;) {
-        const ssize_t got = ::pread(::fileno(file), buffer, sizeof buffer, at);
-        if (got <= 0) break;
-        text.append(buffer, static_cast<size_t>(got));
-        at += got;
+struct Capture {
+    std::FILE* file;
+    Capture() : file(std::tmpfile()) {
+        if (file == nullptr) throw std::runtime_error("no temporary file");
+        ::fcntl(Fd(), F_SETFD, FD_CLOEXEC);
     }
-    std::fclose(file);
-    return text;
-}
+    ~Capture() { std::fclose(file); }
+    int Fd() const { return ::fileno(file); }
+    std::string Text() const {
+        std::string text;
+        char buffer[65536];
+        for (ssize_t got; (got = ::pread(Fd(), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0;)
+            text.append(buffer, static_cast<size_t>(got));
+        return text;
+    }
+};
 
 int CountEntries(const char* folder) {
     return static_cast<int>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
 }
 
-}  // namespace
-
+// Processes whose parent is this one: "pid (name) state ppid ..." in their
+// stat, where the name may hold blanks and brackets.
 int ChildCount() {
     int count = 0;
     for (const auto& entry : fs::directory_iterator("/proc")) {
-        if (entry.path().filename().string().find_first_not_of("0123456789") != std::string::npos) continue;
-        std::ifstream stat(entry.path() / "stat");
         std::string text;
-        std::getline(stat, text);
-        // "pid (name) state ppid ...": the name may hold blanks and brackets.
+        std::getline(std::ifstream(entry.path() / "stat"), text);
         const size_t close = text.rfind(')');
-        if (close == std::string::npos) continue;
-        std::istringstream rest(text.substr(close + 1));
-        std::string state;
         int parent = -1;
-        rest >> state >> parent;
-        count += parent == ::getpid();
+        if (close != std::string::npos && std::sscanf(text.c_str() + close + 1, " %*c %d", &parent) == 1)
+            count += parent == ::getpid();
     }
     return count;
 }
 
-TempDir::TempDir() {
-    std::string pattern = fs::temp_directory_path().string() + "/fd-it-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-    path_ = pattern;
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
+}  // namespace
 
 RunResult Run(const std::vector<std::string>& argv) {
-    std::FILE* out = CaptureFile();
-    std::FILE* err = CaptureFile();
+    const Capture out, err;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, ::fileno(out), 1);
-    posix_spawn_file_actions_adddup2(&actions, ::fileno(err), 2);
+    posix_spawn_file_actions_adddup2(&actions, out.Fd(), 1);
+    posix_spawn_file_actions_adddup2(&actions, err.Fd(), 2);
     const pid_t pid = SpawnChild(argv, actions);
     const int status = pid < 0 ? -1 : ReapChild(pid);
     RunResult result;
     result.exitCode = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = TextOf(out);
-    result.err = TextOf(err);
-    if (pid < 0) result.err = "cannot start " + argv[0];
+    result.out = out.Text();
+    result.err = pid < 0 ? "cannot start " + argv[0] : err.Text();
     return result;
 }
 
@@ -119,7 +96,5 @@ SinkFile::SinkFile(const std::string& path)
 }
 
 SinkFile::~SinkFile() { ::close(static_cast<int>(handle_)); }
-
-uint64_t SinkFile::Get() const { return static_cast<uint64_t>(handle_); }
 
 }  // namespace it

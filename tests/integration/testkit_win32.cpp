@@ -1,11 +1,9 @@
-// The test kit's system part on Windows: temporary folders, child processes
-// with captured output, and this process's handles, threads and children.
+// The test kit's system part on Windows: child processes with captured
+// output, and this process's handles, threads and children.
 
 #include <windows.h>
 #include <tlhelp32.h>
 
-#include <atomic>
-#include <filesystem>
 #include <stdexcept>
 
 #include "support/textcodec.h"
@@ -14,14 +12,10 @@
 namespace it {
 namespace {
 
-namespace fs = std::filesystem;
-
 std::wstring Wide(const std::string& utf8) {
     const std::u16string units = text::Utf8ToUtf16(utf8);
     return std::wstring(units.begin(), units.end());
 }
-
-std::string Utf8(const std::wstring& wide) { return text::Utf16ToUtf8(std::u16string(wide.begin(), wide.end())); }
 
 // The usual rules for one argument on a command line: quotes where needed,
 // backslashes before a quote doubled.
@@ -62,23 +56,16 @@ std::string TextOf(HANDLE file) {
     return text;
 }
 
-// Threads (TH32CS_SNAPTHREAD) or processes whose owner or parent is this process.
-int CountOwned(DWORD kind) {
+// Threads or processes whose owner or parent (`field`) is this process.
+template <class Entry, class Step>
+int CountOwned(DWORD kind, Step first, Step next, DWORD Entry::*field) {
     const HANDLE snapshot = ::CreateToolhelp32Snapshot(kind, 0);
     if (snapshot == INVALID_HANDLE_VALUE) return 0;
-    const DWORD self = ::GetCurrentProcessId();
     int count = 0;
-    if (kind == TH32CS_SNAPTHREAD) {
-        THREADENTRY32 entry{};
-        entry.dwSize = sizeof entry;
-        for (BOOL more = ::Thread32First(snapshot, &entry); more; more = ::Thread32Next(snapshot, &entry))
-            count += entry.th32OwnerProcessID == self;
-    } else {
-        PROCESSENTRY32W entry{};
-        entry.dwSize = sizeof entry;
-        for (BOOL more = ::Process32FirstW(snapshot, &entry); more; more = ::Process32NextW(snapshot, &entry))
-            count += entry.th32ParentProcessID == self;
-    }
+    Entry entry{};
+    entry.dwSize = sizeof entry;
+    for (BOOL more = first(snapshot, &entry); more; more = next(snapshot, &entry))
+        count += entry.*field == ::GetCurrentProcessId();
     ::CloseHandle(snapshot);
     return count;
 }
@@ -89,12 +76,9 @@ int CountOwned(DWORD kind) {
 int HandleCount() {
     DWORD count = 0;
     if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
-    constexpr uintptr_t kFreeRunToStop = 4 * 4096;
     int probed = 0;
-    uintptr_t lastUsed = 0;
-    for (uintptr_t value = 4; value < 0x40000 && value - lastUsed < kFreeRunToStop; value += 4) {
-        DWORD flags = 0;
-        if (!::GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags)) continue;
+    for (uintptr_t value = 4, lastUsed = 0; value < 0x40000 && value - lastUsed < 4 * 4096; value += 4) {
+        if (!::GetHandleInformation(reinterpret_cast<HANDLE>(value), &count)) continue;
         ++probed;
         lastUsed = value;
     }
@@ -102,28 +86,6 @@ int HandleCount() {
 }
 
 }  // namespace
-
-int ChildCount() { return CountOwned(TH32CS_SNAPPROCESS); }
-
-TempDir::TempDir() {
-    static std::atomic<int> serial{0};
-    const fs::path base = fs::temp_directory_path();
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const std::string name = "fd-it-" + std::to_string(::GetCurrentProcessId()) + "-" +
-                                 std::to_string(serial++) + "-" + std::to_string(::GetTickCount64() % 100000);
-        const fs::path candidate = base / name;
-        if (::CreateDirectoryW(candidate.wstring().c_str(), nullptr)) {
-            path_ = Utf8(candidate.wstring());
-            return;
-        }
-    }
-    throw std::runtime_error("cannot make a temporary folder");
-}
-
-TempDir::~TempDir() {
-    std::error_code ignored;
-    fs::remove_all(fs::path(Wide(path_)), ignored);
-}
 
 RunResult Run(const std::vector<std::string>& argv) {
     TempDir captures;
@@ -165,7 +127,8 @@ RunResult Run(const std::vector<std::string>& argv) {
 }
 
 Resources CurrentResources() {
-    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD), ChildCount()};
+    return {HandleCount(), CountOwned(TH32CS_SNAPTHREAD, Thread32First, Thread32Next, &THREADENTRY32::th32OwnerProcessID),
+            CountOwned(TH32CS_SNAPPROCESS, Process32FirstW, Process32NextW, &PROCESSENTRY32W::th32ParentProcessID)};
 }
 
 bool RunLockedOut(const std::string& /*dir*/, const std::string& path, const std::function<bool()>& body) {
@@ -186,7 +149,5 @@ SinkFile::SinkFile(const std::string& path) {
 }
 
 SinkFile::~SinkFile() { ::CloseHandle(reinterpret_cast<HANDLE>(handle_)); }
-
-uint64_t SinkFile::Get() const { return static_cast<uint64_t>(handle_); }
 
 }  // namespace it

@@ -1,14 +1,14 @@
-// The plug-in's border as a host drives it, the library loaded at run time.
-// The export table itself: exports_elf_posix.cpp, tests/win32/check_binaries.cmake.
+// The plug-in's border as a host drives it, the library loaded at run time,
+// and fdhost's view of the capability tables. The export table itself:
+// binaries_posix.cpp, tests/win32/check_binaries.cmake.
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <optional>
 
 #include "host/plugin.h"
 #include "host/text.h"
-#include "plugin_test_util.h"
+#include "tests/integration/testkit.h"
 
 namespace {
 
@@ -17,33 +17,28 @@ protected:
     host::Plugin plugin{FD_PLUGIN_PATH};
 };
 
-// One decoder with both logs going to files of a temporary folder.
-class LoggedDecoder {
-public:
-    explicit LoggedDecoder(const host::Plugin& plugin) {
-        decoder_.emplace(plugin, DecoderCreateInfo{error_.Get(), 0, trace_.Get()});
-    }
-    const host::Decoder* operator->() const { return &*decoder_; }
-    std::string Trace() const { return ReadFile(dir_.File("trace.log")); }
-    std::string Errors() const { return ReadFile(dir_.File("error.log")); }
-
-private:
-    TempDir dir_;
-    Fd trace_{dir_.File("trace.log")};
-    Fd error_{dir_.File("error.log")};
-    std::optional<host::Decoder> decoder_;
-};
-
 DecoderParam Patterned() {
     DecoderParam param;
     std::memset(&param, 0xA5, sizeof param);
     return param;
 }
 
-// The bytes of `a` and `b` from offset `from` to the end.
-bool SameBytes(const DecoderParam& a, const DecoderParam& b, size_t from = 0) {
-    return std::memcmp(reinterpret_cast<const char*>(&a) + from, reinterpret_cast<const char*>(&b) + from,
-                       sizeof a - from) == 0;
+bool SameBytes(const DecoderParam& a, const DecoderParam& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+std::string ExpectedCapsJson() {
+    return R"({"description":"FFmpeg Decoder","decodes":[[".tak","Tom's Audio Kompressor"],[".shn","Shorten"],)"
+           R"([".ac3","AC-3"],[".eac3","E-AC-3"],[".mka","Matroska Audio"],[".weba","Web Audio"],[".vqf","TwinVQ"],)"
+           R"([".dts","DTS"],[".dtshd","DTS-HD"],[".tta","True Audio"],[".mlp","MLP"],[".ts","MPEG-TS"],)"
+           R"([".ra","Real Audio"],[".rm","Real Audio"],[".voc","Creative Voice"],[".au","AU/SND"],[".snd","AU/SND"],)"
+           R"([".amr","AMR"],[".awb","AMR"]],"streaming":["application/vnd.apple.mpegurl","audio/mpegurl",)"
+           R"("audio/x-mpegurl","application/mpegurl","application/x-mpegurl"],"warnings":[]})"
+           "\n";
+}
+
+std::string Utf16Le(std::string_view ascii) {
+    std::string bytes;
+    for (const char c : ascii) bytes += std::string{c, '\0'};
+    return bytes;
 }
 
 TEST_F(PluginTest, NullDecoderIsRefusedByEveryEntryPoint) {
@@ -60,124 +55,114 @@ TEST_F(PluginTest, NullDecoderIsRefusedByEveryEntryPoint) {
     EXPECT_EQ(plugin.DeleteATag(nullptr, u"a.tak", nullptr), 0);
 }
 
-TEST_F(PluginTest, TablesInOrderAndNothingPastTheEnd) {
-    DecoderParam row18{};
-    row18.index = 18;
-    {
-        const host::Decoder decoder(plugin, DecoderCreateInfo{});
-        // Only index (in), text and, for Decodes, text2 (out) belong to these keys.
-        const auto expectRow = [&](const char16_t* key, uint32_t row, const char* text, const char* text2) {
-            SCOPED_TRACE(testing::Message() << host::Utf16ToUtf8(key) << " row " << row);
-            DecoderParam param = Patterned();
-            param.index = row;
-            const DecoderParam before = param;
-            ASSERT_EQ(decoder.Get(key, param), 1);
-            EXPECT_EQ(host::WideView(param.text), host::Utf8ToUtf16(text));
-            EXPECT_EQ(std::memcmp(&param, &before, offsetof(DecoderParam, text)), 0);
-            if (text2) { EXPECT_EQ(host::WideView(param.text2), host::Utf8ToUtf16(text2)); }
-            const size_t tail = text2 ? offsetof(DecoderParam, untouched2) : offsetof(DecoderParam, text2);
-            EXPECT_TRUE(SameBytes(param, before, tail));
-        };
-        for (uint32_t row = 0; row < kExpectedDecodes.size(); ++row)
-            expectRow(u"Decodes", row, kExpectedDecodes[row].extension, kExpectedDecodes[row].description);
-        for (uint32_t row = 0; row < kExpectedStreaming.size(); ++row)
-            expectRow(u"StreamingDecodes", row, kExpectedStreaming[row], nullptr);
-        const std::pair<const char16_t*, uint32_t> beyond[] = {
-            {u"Decodes", 19}, {u"Decodes", 20}, {u"Decodes", 0xFFFFFFFFu}, {u"StreamingDecodes", 5}};
-        for (const auto& [key, index] : beyond) {
-            DecoderParam param = Patterned();
-            param.index = index;
-            const DecoderParam before = param;
-            EXPECT_EQ(decoder.Get(key, param), 0);
-            EXPECT_TRUE(SameBytes(param, before)) << "index " << index;
-        }
-        ASSERT_EQ(decoder.Get(u"Decodes", row18), 1);
+struct GetRow {
+    const char16_t* key;
+    uint32_t index;
+    const char16_t* in;
+    bool answered;
+    const char16_t* text = nullptr;
+    const char16_t* text2 = nullptr;
+    int value = -1;
+};
+
+// Get writes only its answer (text, for Decodes text2, for CanWriteIDTags
+// value) and nothing on a refusal. Returns the last text answered.
+DecoderParam ExpectRows(const host::Plugin& plugin, const std::vector<GetRow>& rows) {
+    const host::Decoder decoder(plugin, DecoderCreateInfo{});
+    DecoderParam last{};
+    for (const GetRow& row : rows) {
+        SCOPED_TRACE(testing::Message() << (row.key ? host::Utf16ToUtf8(row.key) : "null") << " " << row.index << " "
+                                        << (row.in ? host::Utf16ToUtf8(row.in) : "null"));
+        DecoderParam param = Patterned();
+        param.index = row.index;
+        param.text = row.in;
+        DecoderParam expected = param;
+        EXPECT_EQ(decoder.Get(row.key, param), row.answered ? 1 : 0);
+        if (row.text) { EXPECT_EQ(host::WideView(expected.text = param.text), row.text); }
+        if (row.text2) { EXPECT_EQ(host::WideView(expected.text2 = param.text2), row.text2); }
+        if (row.value >= 0) expected.value = row.value;
+        EXPECT_TRUE(SameBytes(param, expected));
+        if (row.text) last = param;
     }
+    return last;
+}
+
+// Keys match exactly, with case, and no row lies past the end.
+TEST_F(PluginTest, GetAnswersOnlyItsKeysAndTouchesOnlyItsAnswer) {
+    const DecoderParam last = ExpectRows(plugin, {
+        {u"Decodes", 0, u"a.mka", true, u".tak", u"Tom's Audio Kompressor"}, {u"Decodes", 18, u"a", true, u".awb", u"AMR"},
+        {u"StreamingDecodes", 4, u"a", true, u"application/x-mpegurl"}, {u"Decodes", 19, u"a", false},
+        {u"Decodes", 0xFFFFFFFFu, u"a", false}, {u"StreamingDecodes", 5, u"a", false}, {u"decodes", 0, u"a", false},
+        {u"Decodes ", 0, u"a", false}, {u" Decodes", 0, u"a", false}, {u"Decode", 0, u"a", false},
+        {u"Decoder description", 0, u"a", false}, {u"canwriteidtags", 0, u"a.mka", false}, {u"", 0, u"a", false},
+        {u"EventQuit", 0, u"a", false}, {nullptr, 0, u"a", false}, {u"CanWriteIDTags", 0, nullptr, false},
+    });
     // The text handed out outlives the decoder.
     const host::Decoder other(plugin, DecoderCreateInfo{});
-    EXPECT_EQ(host::WideView(row18.text), u".awb");
-    EXPECT_EQ(host::WideView(row18.text2), u"AMR");
+    EXPECT_EQ(host::WideView(last.text), u"application/x-mpegurl");
 }
 
-TEST_F(PluginTest, KeysMatchExactlyWithCase) {
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    for (const char16_t* key : {u"decodes", u"DECODES", u"Decode", u"Decodes ", u" Decodes", u"Decoder description",
-                                u"canwriteidtags", u"", u"EventQuit"}) {
-        DecoderParam param = Patterned();
-        param.index = 0;
-        param.text = u"a.mka";
-        const DecoderParam before = param;
-        EXPECT_EQ(decoder.Get(key, param), 0) << host::Utf16ToUtf8(key);
-        EXPECT_TRUE(SameBytes(param, before));
-    }
-    DecoderParam quit{};
-    for (const char16_t* key : {u"eventquit", u"EventQuit ", u"Decodes", static_cast<const char16_t*>(nullptr)}) {
-        EXPECT_EQ(decoder.Set(key, quit), 0);
-    }
-    EXPECT_EQ(decoder.Get(nullptr, quit), 0);
-    // A null name keeps whatever quit signal there was.
-    EXPECT_EQ(decoder.Set(u"EventQuit", quit), 1);
-}
-
+// The extension alone decides, without case; a URL has no tag family.
 TEST_F(PluginTest, CanWriteIDTagsByExtension) {
-    const host::Decoder decoder(plugin, DecoderCreateInfo{});
-    const std::pair<const char16_t*, int> cases[] = {
-        {u"song.MKA", 1}, {u"/music/a.tak/noext", 0}, {u"noext", 0},  {u"/x/a.TaK", 1},     {u"a.tta", 1},
-        {u"a.dts", 1},    {u"a.DTSHD", 1},            {u"a.mkv", 1},  {u"a.webm", 1},       {u"a.weba", 1},
-        {u"a.flac", 0},   {u"a.mka.flac", 0},         {u"a.", 0},     {u"http://host/x.mka", 0},
-        {u"file:///x.tta", 0}, {u"/music/\u00e9t\u00e9.tak", 1},
-    };
-    for (const auto& [path, expected] : cases) {
-        DecoderParam param = Patterned();
-        param.text = path;
-        ASSERT_EQ(decoder.Get(u"CanWriteIDTags", param), 1) << host::Utf16ToUtf8(path);
-        EXPECT_EQ(param.value, expected) << host::Utf16ToUtf8(path);
+    std::vector<GetRow> rows;
+    for (const auto& [path, value] : std::initializer_list<std::pair<const char16_t*, int>>{
+             {u"song.MKA", 1}, {u"/music/a.tak/noext", 0}, {u"noext", 0}, {u"/x/a.TaK", 1}, {u"a.tta", 1}, {u"a.dts", 1},
+             {u"a.DTSHD", 1}, {u"a.mkv", 1}, {u"a.webm", 1}, {u"a.weba", 1}, {u"a.flac", 0}, {u"a.mka.flac", 0}, {u"a.", 0},
+             {u"http://host/x.mka", 0}, {u"file:///x.tta", 0}, {u"/music/\u00e9t\u00e9.tak", 1}}) {
+        rows.push_back({u"CanWriteIDTags", 0, path, true, nullptr, nullptr, value});
     }
-    DecoderParam none = Patterned();
-    none.text = nullptr;
-    const DecoderParam before = none;
-    EXPECT_EQ(decoder.Get(u"CanWriteIDTags", none), 0);
-    EXPECT_TRUE(SameBytes(none, before));
+    ExpectRows(plugin, rows);
 }
 
-TEST_F(PluginTest, LogsAreUtf16WithoutByteOrderMark) {
-    const LoggedDecoder decoder(plugin);
-    DecoderParam param{};
-    ASSERT_EQ(decoder->Get(u"Decodes", param), 1);
-    ASSERT_EQ(decoder->Get(u"NoSuchKey", param), 0);
-    ASSERT_EQ(decoder->Set(u"EventQuit", param), 1);
-    EXPECT_EQ(decoder.Errors(), "");
-    // Tagging refused: an error line, echoed to the trace.
-    EXPECT_EQ(decoder->DeleteATag(u"/music/song.flac", nullptr), 0);
-    EXPECT_EQ(decoder->DeleteATag(nullptr, nullptr), 0);
-    const std::string line = "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n";
-    EXPECT_EQ(decoder.Errors(), Utf16Le(line + line));
-    EXPECT_EQ(decoder.Trace(), Utf16Le("Decodes  [clDecoder_ffmpeg::Get]\r\n"
-                                       "NoSuchKey  [clDecoder_ffmpeg::Get]\r\n"
-                                       "EventQuit  [clDecoder_ffmpeg::Set]\r\n"
-                                       "*** Error: " + line + "*** Error: " + line));
-}
-
-TEST_F(PluginTest, BadInputsAndMissingOrClosedLogs) {
+// What each export traces and refuses, in the host's two logs; missing and
+// closed logs are no failure.
+TEST_F(PluginTest, TracesRefusalsAndMissingOrClosedLogs) {
+    const it::TempDir dir;
     {
-        const LoggedDecoder decoder(plugin);
+        const it::SinkFile errors(dir.File("error.log")), trace(dir.File("trace.log"));
+        const host::Decoder decoder(plugin, DecoderCreateInfo{errors.Get(), 0, trace.Get()});
         DecoderParam param{};
+        ASSERT_EQ(decoder.Get(u"Decodes", param), 1);
+        ASSERT_EQ(decoder.Get(u"NoSuchKey", param), 0);
+        EXPECT_EQ(decoder.Set(u"EventQuit", param), 1) << "a null name keeps whatever quit signal there was";
+        EXPECT_EQ(decoder.DeleteATag(u"/music/song.flac", nullptr), 0);
+        EXPECT_EQ(decoder.DeleteATag(nullptr, nullptr), 0);
+        const uint8_t blob[4] = {};
+        param = DecoderParam{};
         param.text = u"/nonexistent/song.tak";
         param.value = -1;   // a negative blob size
-        const uint8_t blob[4] = {};
         param.data = blob;
-        EXPECT_EQ(decoder->Set(u"IDTags", param), 0);
-        EXPECT_NE(decoder.Errors(), "");
+        EXPECT_EQ(decoder.Set(u"IDTags", param), 0);
     }
+    const std::string refused = "Tagging not supported for this format.  [clDecoder_ffmpeg::DeleteATag]\r\n";
+    const std::string size = "Invalid tag data size.  [clDecoder_ffmpeg::Set]\r\n";
+    EXPECT_EQ(it::ReadFile(dir.File("error.log")), Utf16Le(refused + refused + size));
+    EXPECT_EQ(it::ReadFile(dir.File("trace.log")),
+              Utf16Le("Decodes  [clDecoder_ffmpeg::Get]\r\nNoSuchKey  [clDecoder_ffmpeg::Get]\r\n"
+                      "EventQuit  [clDecoder_ffmpeg::Set]\r\n*** Error: " + refused + "*** Error: " + refused +
+                      "IDTags  [clDecoder_ffmpeg::Set]\r\n*** Error: " + size));
+
     void* bare = plugin.Create(nullptr);
     ASSERT_NE(bare, nullptr);
     DecoderParam param{};
     EXPECT_EQ(plugin.Get(bare, u"Decoder Description", &param), 1);
     EXPECT_EQ(plugin.Destroy(bare), 1);
-
     const host::Decoder closed(plugin, DecoderCreateInfo{~uint64_t{0}, ~uint64_t{0}, ~uint64_t{0}});
     EXPECT_EQ(closed.Get(u"Decodes", param), 1);
     EXPECT_EQ(closed.DeleteATag(u"a.flac", nullptr), 0);
+    for (const char16_t* key : {u"eventquit", u"EventQuit ", u"Decodes", static_cast<const char16_t*>(nullptr)})
+        EXPECT_EQ(closed.Set(key, param), 0);
+}
+
+TEST(Fdhost, CapsListsTheTablesInOrder) {
+    const it::RunResult json = it::Fdhost({"caps", "--json"});
+    EXPECT_EQ(json.exitCode, 0) << json.err;
+    EXPECT_EQ(json.out, ExpectedCapsJson());
+    const it::RunResult text = it::Fdhost({"caps"});
+    EXPECT_EQ(text.exitCode, 0) << text.err;
+    EXPECT_EQ(text.out.rfind("FFmpeg Decoder\n\nDecodes:\n  .tak     Tom's Audio Kompressor\n  .shn", 0), 0u) << text.out;
+    EXPECT_NE(text.out.find("  .amr     AMR\n  .awb     AMR\n\nStreams:\n  application/vnd.apple.mpegurl\n"),
+              std::string::npos) << text.out;
 }
 
 }  // namespace

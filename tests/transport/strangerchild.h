@@ -1,8 +1,7 @@
 #pragma once
 // A child of this process that takes a given free pid and only sleeps: an
-// unrelated process that got a recycled pid, as the plug-in's host may have
-// beside its workers. clone3 with set_tid needs CAP_SYS_ADMIN or
-// CAP_CHECKPOINT_RESTORE.
+// unrelated process with a recycled pid, as the plug-in's host may have beside
+// its workers. clone3 with set_tid needs CAP_SYS_ADMIN or CAP_CHECKPOINT_RESTORE.
 
 #include <linux/sched.h>
 #include <signal.h>
@@ -20,10 +19,7 @@ inline pid_t StartChildWithPid(pid_t pid) {
     args.set_tid = reinterpret_cast<uintptr_t>(wanted);
     args.set_tid_size = 1;
     const long result = ::syscall(SYS_clone3, &args, sizeof args);
-    if (result == 0) {
-        // A copy of a threaded process: nothing but system calls from here on.
-        for (;;) ::syscall(SYS_pause);
-    }
+    if (result == 0) for (;;) ::syscall(SYS_pause);   // a copy of a threaded process: system calls only
     return result < 0 ? -1 : static_cast<pid_t>(result);
 }
 

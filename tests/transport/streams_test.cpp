@@ -1,15 +1,18 @@
-// The transport pieces that need no worker: waits, aborters, in-memory
-// streams and the worker's own UTF-8 reading.
+// The transport pieces that need no worker: waits, aborters, skips over a
+// stream, the pipe streams that the worker's channels are on the parent's
+// side (a blocked reader ended by its thread: tests/codecs/stderrqueue_test.cpp)
+// and the worker's own UTF-8 reading.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <numeric>
 #include <string>
 #include <vector>
 
+#include "streampipe.h"
 #include "transport/exceptions.h"
+#include "transport/pipestream.h"
 #include "transport/streams.h"
 #include "transport/waitable.h"
 #include "transport/worker.h"
@@ -17,65 +20,39 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
 
-int64_t MsSince(Clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
+int64_t MsSince(Clock::time_point start) { return (Clock::now() - start) / 1ms; }
 
-// Confirms its signal only on the `needed`-th check; 0: never.
-struct Picky : Qel::waitable {
-    explicit Picky(int n) : needed(n) { Set(); }
-    bool confirm() override { return needed != 0 && ++confirmations >= needed; }
-    int needed, confirmations = 0;
-};
-
-// Gives at most `step` bytes per read and records the largest request.
-struct Trickle : Qel::streamInMemory {
-    Trickle(const std::vector<uint8_t>& bytes, size_t step) : Qel::streamInMemory(bytes.data(), bytes.size()), step(step) {}
-    size_t read(void* buffer, size_t count) override {
-        largest = std::max(largest, count);
-        return Qel::streamInMemory::read(buffer, std::min(count, step));
-    }
-    size_t step, largest = 0;
-};
-
-TEST(WaitAny, LimitsSignalsAndConfirmation) {
+TEST(WaitAny, LimitsAndSignals) {
     Qel::waitable a, b;
     Qel::waitable* both[] = {&a, &b};
-    auto start = Clock::now();
-    EXPECT_EQ(Qel::WaitAny(both, 2, 0), -1);
-    EXPECT_LT(MsSince(start), 50);
-
-    b.Set();
-    EXPECT_EQ(Qel::WaitAny(both, 2, 0), 1);
-    EXPECT_EQ(Qel::WaitAny(both, 2, -1), 1) << "a manual-reset signal stays set";
-    b.Reset();
-    start = Clock::now();
-    EXPECT_EQ(Qel::WaitAny(both, 2, 0.1), -1);
-    EXPECT_GE(MsSince(start), 95);
-
-    // Nothing to wait for at all: a plain sleep.
-    start = Clock::now();
-    EXPECT_EQ(Qel::WaitAny(nullptr, 0, 0.25), -1);
-    EXPECT_GE(MsSince(start), 245);
-    EXPECT_LT(MsSince(start), 1000);
-
-    // Beyond the handles that fit without the heap.
-    std::vector<Qel::waitable> many(20);
+    std::vector<Qel::waitable> many(20);   // beyond the handles that fit without the heap
     std::vector<Qel::waitable*> list;
     for (auto& w : many) list.push_back(&w);
-    many[18].Set();
-    EXPECT_EQ(Qel::WaitAny(list.data(), 20, 0), 18);
-
-    Picky picky(3), never(0);
-    Qel::waitable* one[] = {&picky};
-    EXPECT_EQ(Qel::WaitAny(one, 1, 1.0), 0);
-    EXPECT_EQ(picky.confirmations, 3);
-    // A signal that is never confirmed must not hold the wait past its limit.
-    one[0] = &never;
-    start = Clock::now();
-    EXPECT_EQ(Qel::WaitAny(one, 1, 0.1), -1);
-    EXPECT_LT(MsSince(start), 1000);
+    const struct {
+        const char* name;
+        Qel::waitable* const* list;
+        int count;
+        Qel::waitable* set;
+        double seconds;
+        int result;
+        int64_t minMs, maxMs;
+    } rows[] = {
+        {"none set, no wait", both, 2, nullptr, 0, -1, 0, 50},
+        {"none set, time limit", both, 2, nullptr, 0.1, -1, 95, 1000},
+        {"nothing to wait for: a sleep", nullptr, 0, nullptr, 0.25, -1, 245, 1000},
+        {"second set", both, 2, &b, 0, 1, 0, 50},
+        {"manual reset: still set, no limit", both, 2, nullptr, -1, 1, 0, 50},
+        {"19th of 20", list.data(), 20, &many[18], 0, 18, 0, 50},
+    };
+    for (const auto& row : rows) {
+        if (row.set) row.set->Set();
+        const auto start = Clock::now();
+        EXPECT_EQ(Qel::WaitAny(row.list, row.count, row.seconds), row.result) << row.name;
+        EXPECT_GE(MsSince(start), row.minMs) << row.name;
+        EXPECT_LT(MsSince(start), row.maxMs) << row.name;
+    }
 }
 
 TEST(AborterScope, EnterRestoreAndAbort) {
@@ -106,57 +83,93 @@ TEST(AborterScope, EnterRestoreAndAbort) {
         EXPECT_THROW(Qel::CheckAbort(), Qel::user_abort);
     }
     EXPECT_EQ(Qel::CurrentAborter(), nullptr);
-
-    // A scope that was never entered leaves the slot alone.
     {
-        Qel::AborterScope unused;
+        Qel::AborterScope unused;   // never entered: leaves the slot alone
         Qel::SetCurrentAborter(&inner);
     }
     EXPECT_EQ(Qel::CurrentAborter(), &inner);
     Qel::SetCurrentAborter(nullptr);
 }
 
-TEST(Streams, ReadsAndSkipsOfExactSizes) {
-    std::vector<uint8_t> bytes(600);
-    std::iota(bytes.begin(), bytes.end(), uint8_t{0});
-    Qel::streamInMemory exact(bytes.data(), bytes.size());
-    EXPECT_THROW(exact.skipExact(1000), Qel::invalid_input);
+// Gives at most `step` bytes per read and records the largest request.
+struct Trickle : Qel::streamInMemory {
+    Trickle(const std::string& bytes, size_t step) : Qel::streamInMemory(bytes.data(), bytes.size()), step(step) {}
+    size_t read(void* buffer, size_t count) override {
+        largest = std::max(largest, count);
+        return Qel::streamInMemory::read(buffer, std::min(count, step));
+    }
+    size_t step, largest = 0;
+};
 
-    Trickle trickle(bytes, 1000);
+TEST(Streams, SkipsOfExactSizes) {
+    const std::string bytes(600, 'x');
+    Trickle trickle(bytes, 1000), slow(bytes, 100);
     trickle.skipExact(300);
     EXPECT_LE(trickle.largest, 256u) << "skips go through the small scratch area";
-    uint8_t byte = 0;
-    trickle.readExact(&byte, 1);
-    EXPECT_EQ(byte, bytes[300]);
-    EXPECT_THROW(trickle.skipExact(300), Qel::invalid_input);
-    Trickle slow(bytes, 100);
+    EXPECT_THROW(trickle.skipExact(301), Qel::invalid_input);
     EXPECT_EQ(slow.skip(600), 100u) << "a short step ends the skip even before the end";
 }
 
 TEST(FromUtf8, WorkerConversionRules) {
     const std::pair<std::string, std::u16string> cases[] = {
-        {"abc", u"abc"},
-        {std::string("ab\0cd", 5), u"ab"},
-        {"\xC3\xA9\xE2\x82\xAC", u"\u00E9\u20AC"},
+        {"abc", u"abc"}, {std::string("ab\0cd", 5), u"ab"}, {"\xC3\xA9\xE2\x82\xAC", u"\u00E9\u20AC"},
         // One unit per character: U+1F600 keeps its low 16 bits, no surrogates.
         {"\xF0\x9F\x98\x80!", std::u16string({char16_t(0xF600), u'!'})},
         {"\xF8\x88\x80\x80\x81", std::u16string(1, char16_t(1))},       // 5 bytes
         {"\xFC\x84\x80\x80\x80\x81", std::u16string(1, char16_t(1))},   // 6 bytes
-        // Every kind of bad input ends the text there, silently.
-        {"a\x80z", u"a"},                                                 // stray continuation
-        {"a\xC0\x80z", u"a"},                                             // forbidden lead
-        {"a\xC1\xBFz", u"a"},
-        {"a\xC3", u"a"},                                                  // passes the length
-        {"a\xE2\x82", u"a"},
-        {"a\xC3(z", u"a"},                                                // bad continuation
-        {"a\xE0\x80\x80z", u"a"},                                         // overlong, 3 bytes
-        {"a\xF0\x80\x80\x80z", u"a"},                                     // overlong, 4 bytes
-        {"a\xFE", u"a"},
+        // Every kind of bad input ends the text there, silently: a stray
+        // continuation, forbidden leads, past the length, a bad continuation,
+        // overlong forms of 3 and 4 bytes, no lead at all.
+        {"a\x80z", u"a"}, {"a\xC0\x80z", u"a"}, {"a\xC1\xBFz", u"a"}, {"a\xC3", u"a"}, {"a\xE2\x82", u"a"},
+        {"a\xC3(z", u"a"}, {"a\xE0\x80\x80z", u"a"}, {"a\xF0\x80\x80\x80z", u"a"}, {"a\xFE", u"a"},
     };
     for (const auto& [bytes, expected] : cases) EXPECT_EQ(FromUtf8Units(bytes.data(), bytes.size()), expected) << bytes;
     EXPECT_EQ(FromUtf8Units("abc", 2), u"ab");
     EXPECT_EQ(FromUtf8Units(nullptr, 4), u"");
     EXPECT_EQ(FromUtf8("x\xC3\xA9y", 4).View(), u"x\u00E9y");
+}
+
+TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
+    StreamPipe pipe;
+    pipe.out.write("hellox", 6);
+    char buffer[100] = {};
+    EXPECT_EQ(pipe.in.read(buffer, 5), 5u);
+    EXPECT_EQ(std::string(buffer, 5), "hello");
+    pipe.out.write("yz", 2);
+    EXPECT_EQ(pipe.in.readSome(buffer, sizeof buffer), 3u) << "what is there, without waiting for more";
+    EXPECT_EQ(std::string(buffer, 3), "xyz");
+    pipe.out.write("vx", 2);
+    {
+        Qel::aborter stop;
+        Qel::AborterScope scope(stop);
+        stop.Set();
+        EXPECT_EQ(pipe.in.read(buffer, 0), 0u);   // a count of zero never waits
+        // Data that is there comes first; a read that would wait, and a skip, see the aborter.
+        EXPECT_EQ(pipe.in.read(buffer, 1), 1u);
+        EXPECT_THROW(pipe.in.skip(1), Qel::user_abort);
+        EXPECT_EQ(pipe.in.readSome(buffer + 1, 1), 1u);
+        EXPECT_EQ(std::string(buffer, 2), "vx");
+        EXPECT_THROW(pipe.in.read(buffer, 1), Qel::user_abort);
+        EXPECT_THROW(pipe.out.write("y", 1), Qel::user_abort);
+    }
+    // A silent pipe, and a full one that nobody reads, time out.
+    pipe.in.timeoutSeconds = 0.5;
+    const auto start = Clock::now();
+    EXPECT_THROW(pipe.in.read(buffer, sizeof buffer), Qel::network_error_timeout);
+    EXPECT_GE(MsSince(start), 450);
+    EXPECT_LT(MsSince(start), 1500);
+    pipe.out.timeoutSeconds = 0.2;
+    std::vector<uint8_t> big(1 << 20);
+    EXPECT_THROW(pipe.out.write(big.data(), big.size()), Qel::network_error_timeout);
+
+    StreamPipe ending;
+    ending.out.write("x", 1);
+    ending.CloseWriteEnd();
+    EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 1u);
+    EXPECT_EQ(buffer[0], 'x');
+    EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
+    EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
+    EXPECT_THROW(Qel::streamInOverlapped().read(buffer, 1), Qel::file_access_error);
 }
 
 }  // namespace
