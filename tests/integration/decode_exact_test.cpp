@@ -1,14 +1,83 @@
 // Decodes, fdhost's WAV output and SetPosition give exactly the bytes and
-// format of ffmpeg's own Wave64 output, in blocks that report positions.
+// format of ffmpeg's own Wave64 output, in blocks that report positions; what
+// Open reads from the worker's dump (duration, bitrate, one "Encoder" per
+// audio stream, the metadata as the tag blob) is what ffprobe reads.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <sstream>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "plugindriver.h"
+#include "tags/idtags.h"
 
 namespace {
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+Entries Parse(const void* blob, uint32_t size) {
+    IDTags tags;
+    tags.Parse(blob, size);
+    Entries entries;
+    for (int i = 0; i < tags.Count(); ++i) entries.emplace_back(tags[i].Name.ToUtf8(), tags[i].Value.ToUtf8());
+    return entries;
+}
+
+// ffprobe's reading of the file, one line per section: an independent opinion.
+std::vector<std::string> Probe(const std::string& path, const std::string& what) {
+    const std::vector<std::string> argv = {"/usr/bin/ffprobe", "-v", "error", "-select_streams", "a",
+                                           "-show_entries", what, "-of", "csv", path};
+    std::istringstream in(it::Run(argv).out);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) {
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+// fdhost's raw decode and Open's format, dump and tags for `path`, against
+// ffmpeg and ffprobe. The tag blob starts with `tags`; the log is `log`.
+void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, const Entries& tags = {},
+                           const std::string& log = "") {
+    const it::Wave64 reference = it::ReferenceDecode(path);
+    ASSERT_FALSE(reference.data.empty());
+    const std::string raw = dir.File("out.raw");
+    const it::RunResult run = it::Fdhost({"decode", "--raw", "--quiet", "-y", path, "-o", raw});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_TRUE(it::ReadFile(raw) == reference.data) << "sample bytes differ";
+
+    it::TestDecoder decoder;
+    DecoderOpenInfo info{};
+    ASSERT_TRUE(decoder.Open(path, kOpenWantTags | kOpenWantInfo, &info)) << decoder.ErrorLog();
+    const std::string head = it::FormatHead(decoder.Format());
+    EXPECT_EQ(head, reference.format.substr(0, head.size()));
+    // The dump's codec text goes on after the name, e.g. "dts (DTS)"; a
+    // stream listed in a program is listed again on its own.
+    std::vector<std::string> encoders, probed;
+    for (const auto& [name, value] : Parse(info.info, info.infoSize))
+        if (name == "Encoder") encoders.push_back("stream," + value.substr(0, value.find(' ')));
+    for (const std::string& line : Probe(path, "stream=codec_name"))
+        if (line.starts_with("stream,")) probed.push_back(line);
+    EXPECT_EQ(encoders, probed);
+    const std::vector<std::string> format = Probe(path, "format=duration,bit_rate");
+    ASSERT_EQ(format.size(), 1u);
+    const size_t comma = format[0].rfind(',');
+    const auto number = [](const std::string& text) { return text == "N/A" ? 0.0 : std::stod(text); };
+    // The dump gives hundredths of seconds, which in floating point may land a millisecond low, and whole kb/s.
+    EXPECT_NEAR(static_cast<double>(info.format.durationMs),
+                std::llround(number(format[0].substr(7, comma - 7)) * 100) * 10.0, 1.0);
+    const uint32_t bitrate = info.format.bitrate;   // a copy: the record is packed
+    EXPECT_EQ(bitrate, static_cast<uint32_t>(number(format[0].substr(comma + 1)) / 1000) * 1000);
+    const Entries blob = Parse(info.tags, info.tagsSize);
+    EXPECT_EQ(Entries(blob.begin(), blob.begin() + std::min(blob.size(), tags.size())), tags);
+    for (const auto& [name, value] : blob) EXPECT_FALSE(value.empty()) << name << ": an empty value is dropped";
+    // The worker's title, where no tag engine reads the file (or can't).
+    const Entries::value_type title("title", "Two");
+    EXPECT_EQ(std::ranges::count(blob, title), std::ranges::count(tags, title));
+    EXPECT_EQ(decoder.ErrorLog(), log);
+}
 
 struct Fixture {
     const char* file;
@@ -52,27 +121,40 @@ std::string Make(const it::TempDir& dir, const Fixture& fixture) {
     return args.back();
 }
 
-TEST(DecodeExact, EveryWritableExtensionDecodesToFfmpegsOwnBytes) {
+TEST(DecodeExact, EveryWritableExtensionAsFfmpegReadsIt) {
     it::TempDir dir;
     for (const Fixture& fixture : kFixtures) {
         SCOPED_TRACE(fixture.file);
         const std::string input = Make(dir, fixture);
-        const it::Wave64 reference = it::ReferenceDecode(input);
-        ASSERT_FALSE(reference.data.empty());
-        EXPECT_EQ(it::U16At(reference.format, 2), fixture.channels);
-
-        const std::string raw = dir.File("out.raw");
-        const it::RunResult run = it::Fdhost({"decode", "--raw", "--quiet", "-y", input, "-o", raw});
-        ASSERT_EQ(run.exitCode, 0) << run.err;
-        const std::string samples = it::ReadFile(raw);
-        EXPECT_EQ(samples.size(), reference.data.size());
-        EXPECT_TRUE(samples == reference.data) << "sample bytes differ";
-
-        it::TestDecoder decoder;
-        ASSERT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
-        const std::string head = it::FormatHead(decoder.Format());
-        EXPECT_EQ(head, reference.format.substr(0, head.size()));
+        EXPECT_EQ(it::U16At(it::ReferenceDecode(input).format, 2), fixture.channels);
+        ExpectAsFfmpegReadsIt(dir, input);
     }
+}
+
+// A two-line comment, a value holding ":" and an empty value in a format
+// whose tags only the worker reads; two audio streams; a cover stream; a
+// Matroska file that only ffmpeg reads; a URL, which no tag engine reads.
+TEST(DecodeExact, DumpsOfTagsStreamsCoversAndCutFiles) {
+    it::TempDir dir;
+    it::WriteFile(dir.File("meta.txt"), ";FFMETADATA1\ntitle=A title\ncomment=first line\\\nsecond line\n"
+                                        "artist=Someone: with a colon\nempty=\n");
+    const std::string mp3 = dir.File("tagged.mp3"), two = dir.File("two.mka"), cover = dir.File("cover.flac");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1.5", "-i", dir.File("meta.txt"), "-map_metadata", "1", "-c:a",
+                "libmp3lame", mp3});
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-f", "lavfi", "-i", "sine=duration=1:frequency=880", "-map",
+                "0", "-map", "1", "-c:a:0", "ac3", "-c:a:1", "flac", "-metadata", "title=Two", two});
+    it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=32x32", "-frames:v", "1", dir.File("cover.png")});
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=2.37", "-i", dir.File("cover.png"), "-map", "0", "-map", "1",
+                "-c:a", "flac", "-c:v", "copy", "-disposition:v", "attached_pic", cover});
+    const std::string cut = dir.File("cut.mka");
+    it::WriteFile(cut, it::ReadFile(two).substr(0, 20000));
+    ExpectAsFfmpegReadsIt(dir, mp3, {{"title", "A title"}, {"comment", "first line\nsecond line"},
+                                     {"artist", "Someone: with a colon"}});
+    ExpectAsFfmpegReadsIt(dir, two);
+    ExpectAsFfmpegReadsIt(dir, cover);
+    ExpectAsFfmpegReadsIt(dir, "file://" + two, {{"title", "Two"}});
+    ExpectAsFfmpegReadsIt(dir, cut, {{"title", "Two"}}, "Couldn't parse Matroska tags: Corrupted file or "
+        "unsupported format. The tags shown are the metadata that FFmpeg read.  [clDecoder_ffmpeg::Open]\r\n");
 }
 
 TEST(DecodeExact, FdhostWavToFileAndPipeAndCut) {

@@ -78,10 +78,12 @@ std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log
 
 std::string MakePluginTree(const std::string& root, const std::string& worker) {
     namespace fs = std::filesystem;
-    fs::create_directories(root + "/plugins");
-    fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
-    fs::create_symlink(worker, root + "/ffmpeg-lgpl");
-    return root + "/plugins/ffmpeg_decoder.so";
+    const fs::path tree = fs::path(root).make_preferred();
+    const fs::path plugin = tree / "plugins" / fs::path(FD_PLUGIN_PATH).filename();
+    fs::create_directories(plugin.parent_path());
+    fs::copy_file(FD_PLUGIN_PATH, plugin);
+    if (!worker.empty()) fs::copy_file(worker, tree / ("ffmpeg-lgpl" + fs::path(worker).extension().string()));
+    return plugin.string();
 }
 
 Later::Later(std::chrono::milliseconds delay, std::function<void()> action)

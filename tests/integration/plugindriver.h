@@ -54,9 +54,9 @@ private:
     DecoderFormat format_{};
 };
 
-// A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
-// plug-in (a copy, so that the loader doesn't hand back the one it has), and
-// <root>/ffmpeg-lgpl, a link to `worker`. Returns the plug-in's path.
+// A tree as installed: <root>/plugins/ a copy of the built plug-in (a copy,
+// so that the loader doesn't hand back the one it has), and <root>/ a copy of
+// `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
 std::string MakePluginTree(const std::string& root, const std::string& worker);
 
 // Runs `action` after `delay` unless destroyed first.

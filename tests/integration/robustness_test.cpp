@@ -1,7 +1,9 @@
-// The plug-in against what hosts do to it: a host that reaps its children,
-// a relative load path. (A FIFO as input: quit_test.cpp; what a worker does
-// to it: tests/faults/worker_fault_test.cpp.)
+// The plug-in against what Linux hosts do to it: a host that reaps its
+// children, a relative load path, a FIFO as input. (What a worker does to
+// it: worker_table_test.cpp.)
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,6 +87,33 @@ TEST(PluginPath, RelativeLoadThenChdirStillFindsTheWorker) {
         EXPECT_TRUE(samples == reference);
     }
     fs::current_path(before);
+}
+
+// A FIFO whose only writer left after bytes that are no audio fails at once:
+// telling "can't open" from "can't decode" must not wait for a writer that
+// never comes.
+TEST(FifoInput, WhoseWriterLeftFailsAtOnce) {
+    it::TempDir dir;
+    const std::string input = dir.File("input.wav");
+    ASSERT_EQ(::mkfifo(input.c_str(), 0600), 0);
+    std::thread writer([&] {
+        const int fd = ::open(input.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd >= 0 && ::write(fd, "no audio here", 13) != 13) ADD_FAILURE() << "the write failed";
+        ::close(fd);
+    });
+    it::QuitFifo quit(dir.File("quit"));
+    it::TestDecoder decoder;
+    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+    const auto start = Clock::now();
+    {
+        it::Later hostGivesUp(3000ms, [&] { quit.Set(); });
+        // A check that hangs can't be reached by the quit; this frees it, so the test fails instead of hanging.
+        it::Later release(8000ms, [&] { ::close(::open(input.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)); });
+        EXPECT_FALSE(decoder.Open(input, 0));
+    }
+    EXPECT_LT(Clock::now() - start, 3000ms) << "the failure must come before the host's quit";
+    writer.join();
+    EXPECT_EQ(decoder.ErrorLog(), "File could not be decoded  [clDecoder_ffmpeg::SetPosition]\r\n");
 }
 
 }  // namespace
