@@ -9,22 +9,19 @@
 //   noreturns 1   the progress text has no line ends at all
 //   floodlines N  N bytes of dump-like lines on the error stream first
 //   nodump 1      prints no dump of its input, so Open waits for one
-//   silent 1      writes nothing at all and exits with 1
 //   garbage 1     writes bytes that are no Wave64 header and exits
 //   hang 1        writes nothing and never exits
 //   seekhang 1    the same, when started with a start time ("-ss")
 //   dieafter N    dies (exit 1) after N bytes of audio, the header promising more
 //   stall N       stops after N bytes of audio and never exits
 //   holdat N      stops after N bytes of audio until the file PATH.go exists
-// It prints a short dump of its input first, then streams a Wave64 header
-// and PatternByte(i) as the sample bytes, with the progress text between
-// pieces of audio. Every write blocks: an error stream nobody drains stalls
-// the audio, as it does with the real worker. Each start appends its
-// arguments to PATH.args, one a line, and an empty line. An input it can't
-// read ends it with exit status 1, as the real one.
-//
-// Called without "-i FILE", it runs its arguments as the transport tests'
-// commands (fake_worker_posix.cpp).
+// It prints a short dump of its input, then a Wave64 header and
+// PatternByte(i) as the sample bytes, with the progress text between pieces
+// of audio. Every write blocks: an error stream nobody drains stalls the
+// audio, as with the real worker. Each start appends its arguments to
+// PATH.args, one a line, then an empty line. An input it can't read ends it
+// with exit status 1, as the real one. Without "-i", its arguments are the
+// transport tests' commands (fake_worker_posix.cpp).
 
 #include <algorithm>
 #include <chrono>
@@ -58,27 +55,21 @@ std::string Little(uint64_t value, int bytes) {
     return out;
 }
 
-std::string Guid(const char* name, bool riff) {
-    static const unsigned char kRiffTail[12] = {0x2E, 0x91, 0xCF, 0x11, 0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00};
-    static const unsigned char kTail[12] = {0xF3, 0xAC, 0xD3, 0x11, 0x8C, 0xD1, 0x00, 0xC0, 0x4F, 0x8E, 0xDB, 0x8A};
-    return std::string(name, 4) + std::string(reinterpret_cast<const char*>(riff ? kRiffTail : kTail), 12);
-}
-
 // 16-bit PCM at 44100 Hz; the data chunk's size promises `dataBytes`.
 std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
+    const std::string riff("\x2E\x91\xCF\x11\xA5\xD6\x28\xDB\x04\xC1\x00\x00", 12);
+    const std::string tail("\xF3\xAC\xD3\x11\x8C\xD1\x00\xC0\x4F\x8E\xDB\x8A", 12);
     const std::string format = Little(1, 2) + Little(channels, 2) + Little(44100, 4) +
                                Little(44100u * channels * 2, 4) + Little(channels * 2, 2) + Little(16, 2);
-    return Guid("riff", true) + Little(16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8) + Guid("wave", false) +
-           Guid("fmt ", false) + Little(24 + format.size(), 8) + format + Guid("data", false) +
-           Little(24 + dataBytes, 8);
+    return "riff" + riff + Little(16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8) + "wave" + tail + "fmt " +
+           tail + Little(24 + format.size(), 8) + format + "data" + tail + Little(24 + dataBytes, 8);
 }
 
 bool ReadOrders(const std::string& path, Orders& orders) {
     std::ifstream in(path);
     if (!in) return false;
-    orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0}, {"floodlines", 0},
-              {"nodump", 0},   {"silent", 0},     {"garbage", 0},  {"hang", 0},      {"seekhang", 0},
-              {"dieafter", kNever}, {"stall", kNever}, {"holdat", kNever}};
+    orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0}, {"floodlines", 0}, {"nodump", 0},
+              {"garbage", 0}, {"hang", 0}, {"seekhang", 0}, {"dieafter", kNever}, {"stall", kNever}, {"holdat", kNever}};
     std::string key;
     for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
     return true;
@@ -155,12 +146,9 @@ int main(int argc, char** argv) {
         Write(stderr, std::string(input) + ": No such file or directory\n");
         return 1;
     }
-    {
-        std::ofstream args(std::string(input) + ".args", std::ios::app | std::ios::binary);
-        for (int i = 0; i < argc; ++i) args << argv[i] << '\n';
-        args << '\n';
-    }
-    if (orders.at("silent") != 0) return 1;
+    std::ofstream args(std::string(input) + ".args", std::ios::app | std::ios::binary);
+    for (int i = 0; i < argc; ++i) args << argv[i] << '\n';
+    args << std::endl;
     if (orders.at("hang") != 0 || (seeking && orders.at("seekhang") != 0)) Hang();
     if (orders.at("garbage") != 0) {
         Write(stdout, std::string(4096, 'x'));

@@ -26,15 +26,12 @@ PluginLibrary& Plugin() {
     return library;
 }
 
-TestDecoder::TestDecoder(PluginLibrary& library)
-    : library_(library), errorLog_(logs_.File("error.log")), traceLog_(logs_.File("trace.log")) {
+TestDecoder::TestDecoder(PluginLibrary& library) : library_(library) {
     DecoderCreateInfo info{};
     info.errorLog = errorLog_.Get();
     info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
 }
-
-TestDecoder::~TestDecoder() { Destroy(); }
 
 void TestDecoder::Destroy() {
     if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
@@ -50,11 +47,6 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     format_ = record.format;
     return true;
 }
-
-bool TestDecoder::OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
-bool TestDecoder::DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
-bool TestDecoder::SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
-bool TestDecoder::Close() { return library_.Close(decoder_) != 0; }
 
 bool TestDecoder::SetQuitEvent(const std::string& name) {
     const std::u16string wide = text::Utf8ToUtf16(name);

@@ -1,7 +1,7 @@
 // The plug-in against its worker's misbehaviour, on both platforms: a stand-in
-// worker (fake_worker.cpp) that writes nothing, no header, dies, stalls, or
-// holds a call that the host's quit event must end. Never a hang, never a
-// lost or moved byte, never a worker left behind.
+// worker (fake_worker.cpp) that writes no header, dies, stalls, or holds a
+// call that the host's quit event must end. Never a hang, never a lost or
+// moved byte, never a worker left behind.
 
 #include <gtest/gtest.h>
 
@@ -11,9 +11,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
-
+using Clock = std::chrono::steady_clock;
 const std::string kLabel = "  [clDecoder_ffmpeg::SetPosition]\r\n";
 
 int64_t MsSince(Clock::time_point start) {
@@ -21,7 +20,7 @@ int64_t MsSince(Clock::time_point start) {
 }
 
 // A plug-in tree with the stand-in as its worker, the host's quit event, and
-// the orders for the stand-in in files.
+// the stand-in's orders in files.
 struct Stand {
     it::TempDir dir;
     it::PluginLibrary plugin{it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER)};
@@ -33,17 +32,11 @@ struct Stand {
     }
     // `call` blocks; the event, set 300 ms into it, ends it within 100 ms.
     void ExpectEndedByQuit(const std::function<void()>& call) {
-        Clock::time_point setAt;
-        std::thread setter([&] {
-            std::this_thread::sleep_for(300ms);
-            setAt = Clock::now();
-            quit.Set();
-        });
+        const auto setAt = Clock::now() + 300ms;
+        it::Later setter(300ms, [this] { quit.Set(); });
         call();
-        const Clock::time_point returned = Clock::now();
-        setter.join();
-        EXPECT_GE(returned - setAt, 0ms) << "the call ended before the event was set";
-        EXPECT_LT(returned - setAt, 100ms);
+        EXPECT_GE(Clock::now(), setAt) << "the call ended before the event was set";
+        EXPECT_LT(Clock::now(), setAt + 100ms);
         quit.Reset();
     }
 };
@@ -52,24 +45,22 @@ struct Row {
     const char* name;
     std::string orders;
     bool opens;
-    std::string log;       // the error log starts with this and ends with the label; "": it stays empty
-    size_t bytes;          // the audio bytes that come, PatternByte(i) each
-    bool stalls = false;   // read one block; Close then waits the grace time and kills
-    std::string path = {}; // instead of an orders file
-    bool noWorker = false; // no worker beside the plug-in
+    std::string log;        // the error log starts with this and ends with the label; "": it stays empty
+    size_t bytes;           // the audio bytes that come, PatternByte(i) each
+    bool stalls = false;    // one block; Close then waits out the grace time and kills
+    std::string path = {};  // instead of an orders file
+    bool noWorker = false;  // no worker beside the plug-in
 };
 
 TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
     Stand stand;
     it::PluginLibrary bare(it::MakePluginTree(stand.dir.File("bare"), ""));
-    const std::string missing = stand.dir.File("missing.flac");
-    const std::string undecodable = "File could not be decoded" + kLabel;
+    const std::string missing = stand.dir.File("missing.flac"), undecodable = "File could not be decoded" + kLabel;
+    // A worker that exits at once without output: the input that can't be opened, the URL.
     const Row rows[] = {
-        {"writes nothing, exits 1", "silent 1", false, undecodable, 0},
-        {"writes no Wave64 header", "garbage 1", false, undecodable, 0},
-        {"input that can't be opened", "", false, "Error opening file '" + missing + "', check no other program", 0,
-         false, missing},
+        {"input that can't be opened", "", false, "Error opening file '" + missing + "', check no other", 0, false, missing},
         {"a URL nobody answers", "", false, undecodable, 0, false, "http://127.0.0.1:9/none.mp3"},
+        {"writes no Wave64 header", "garbage 1", false, undecodable, 0},
         {"no worker beside the plug-in", "", false, "FFmpeg error: file not found" + kLabel, 0, false, {}, true},
         {"dies in mid-stream", "dieafter 100000", true, "", 100000},
         {"a data chunk of whole blocks", "frames 8192", true, "", 32768},
@@ -86,21 +77,15 @@ TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
             EXPECT_EQ(decoder.Open(path, kOpenWantTags | kOpenWantInfo), row.opens);
             EXPECT_LT(MsSince(start), 3000) << "well below the 5 s that a parse waits for a silent error stream";
             const std::string log = decoder.ErrorLog();
-            EXPECT_EQ(log.substr(0, row.log.size()), row.log) << log;
-            EXPECT_TRUE(row.log.empty() ? log.empty() : log.ends_with(kLabel)) << log;
+            EXPECT_TRUE(log.starts_with(row.log) && (row.log.empty() ? log.empty() : log.ends_with(kLabel))) << log;
             std::string samples;
-            if (row.opens && row.stalls) {
-                DecoderBlockInfo block{};
-                EXPECT_TRUE(decoder.DecodeBlock(block));
-                samples.assign(static_cast<const char*>(block.samples), block.bytes);
-            }
-            std::vector<DecoderBlockInfo> blocks;
-            DecoderBlockInfo none{};
-            EXPECT_TRUE(row.opens || !decoder.DecodeBlock(none)) << "no stream, nothing to read";
+            std::vector<DecoderBlockInfo> blocks(1);
+            EXPECT_EQ(decoder.DecodeBlock(blocks[0]), row.opens) << "no stream, nothing to read";
+            samples.assign(static_cast<const char*>(blocks[0].samples), blocks[0].bytes);
             if (row.opens && !row.stalls) {
                 EXPECT_TRUE(decoder.ReadToEnd(samples, &blocks));
                 // A host that waits for the flag would spin on empty blocks without it.
-                EXPECT_TRUE(!blocks.empty() && blocks.back().endOfStream == 1 && blocks.back().bytes > 0);
+                EXPECT_TRUE(blocks.back().endOfStream == 1 && blocks.back().bytes > 0);
             }
             EXPECT_EQ(samples.size(), row.bytes);
             EXPECT_EQ(PatternMismatches(samples), 0u);
@@ -116,8 +101,8 @@ TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
     }
 }
 
-// The event set before a call refuses it; set while a call blocks, it ends it
-// at once and silently. Reset, the run goes on where it stood.
+// The event set before a call refuses it; set while a call blocks, it ends
+// it at once and silently. Reset, the run goes on where it stood.
 TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     Stand stand;
     it::QuitFifo& quit = stand.quit;
@@ -158,9 +143,9 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
         EXPECT_EQ(decoder.ErrorLog(), "");
     }
     {
-        // A seek whose new worker writes nothing: cut short before the header,
-        // the stream is at no sample, and DecodeBlock refuses at once rather
-        // than hand out header bytes or wait.
+        // A seek cut short before the new worker's header leaves the stream
+        // at no sample: DecodeBlock refuses at once, rather than hand out
+        // header bytes or wait.
         it::TestDecoder decoder(stand.plugin);
         ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
         ASSERT_TRUE(decoder.Open(stand.Orders("seek", "seekhang 1"), 0)) << decoder.ErrorLog();
@@ -175,14 +160,14 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     EXPECT_EQ(it::ChildrenAfter(5000), 0);
 }
 
-// The arguments arrive as given, a path with a blank included; a seek starts
-// a new worker with the start time before "-i", and its stream from its header.
+// The arguments arrive as given, a path with a blank included, through the
+// exports and through fdhost; a seek starts a new worker with the start time
+// before "-i", and its stream from its header.
 TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     Stand stand;
     const std::string path = stand.Orders("with blank", "frames 30000");
     it::TestDecoder decoder(stand.plugin);
     ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
-    EXPECT_EQ(it::U32At(it::FormatHead(decoder.Format()), 4), 44100u);
     std::string first, second;
     ASSERT_TRUE(decoder.ReadToEnd(first));
     ASSERT_TRUE(decoder.SetPosition(22050)) << decoder.ErrorLog();
@@ -190,27 +175,60 @@ TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     EXPECT_TRUE(decoder.Close());
     EXPECT_TRUE(first.size() == 120000 && second.size() == 120000);
     EXPECT_EQ(PatternMismatches(first) + PatternMismatches(second), 0u);
-    const std::string tail = "-i\n" + path + "\n-f\nw64\n-\n\n";
-    const std::string name = WorkerFileName() + std::string("\n");
+    const std::string name = WorkerFileName() + std::string("\n"), tail = "-i\n" + path + "\n-f\nw64\n-\n\n";
     EXPECT_EQ(it::ReadFile(path + ".args"), name + tail + name + "-ss\n0.5\n" + tail);
+
+    // fdhost's arguments, from Windows' wide command line, leave as UTF-8.
+    const it::RunResult canTag = it::Fdhost({"--json", "can-tag", "C:\\m\\s\xC3\xA5ng \xE2\x82\xAC.tta"});
+    EXPECT_EQ(canTag.out, "{\"path\":\"C:\\\\m\\\\s\xC3\xA5ng \xE2\x82\xAC.tta\",\"value\":1,\"warnings\":[]}\n") << canTag.err;
+    const std::string raw = stand.dir.File("out.raw");
+    const it::RunResult decode = it::Fdhost({"decode", "--plugin", stand.plugin.Path(), path, "-o", raw, "--raw"});
+    EXPECT_EQ(decode.exitCode, 0) << decode.err;
+    EXPECT_TRUE(it::ReadFile(raw) == first);
 }
 
-// Records that Open refuses before it starts a worker, with their logs.
+// Two decoders side by side: a worker must not inherit the other decoder's
+// pipe ends, or that one's stream would never end. Many cycles of both leave
+// no handle, thread or process behind.
+TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
+    Stand stand;
+    const std::string path = stand.Orders("tone", "frames 30000");
+    const auto cycles = [&](int count) {
+        const auto run = [&] {
+            it::TestDecoder decoder(stand.plugin);
+            for (int i = 0; i < count; ++i) {
+                EXPECT_TRUE(decoder.Open(path, 0) && decoder.SetPosition(22050) && decoder.Close()) << decoder.ErrorLog();
+            }
+        };
+        std::thread other(run);
+        run();
+        other.join();
+    };
+    cycles(2);   // the loader, the runtime and the system make their lasting objects on first use
+    const it::Resources before = it::CurrentResources();
+    cycles(100);
+    EXPECT_EQ(it::ChildrenAfter(2000), 0);
+    const it::Resources after = it::CurrentResources();
+    // Wine now and then keeps a few objects of its own after a run (two
+    // after a start it lost and made again); a handle lost per cycle shows as 200.
+    EXPECT_LE(after.descriptors, before.descriptors + 4);
+    EXPECT_GE(after.descriptors, before.descriptors - 1);
+    EXPECT_EQ(after.threads, before.threads);
+}
+
+// Records that Open refuses before it starts a worker.
 TEST(WorkerTable, RefusedRecords) {
-    it::TestDecoder external;
+    it::TestDecoder external, noPath;
     DecoderOpenInfo info{};
     info.path = u"/nowhere.flac";
     info.flags = kOpenExternalPackets;
     EXPECT_FALSE(external.OpenRecord(info));
     EXPECT_EQ(external.ErrorLog(), "Error cannot decode external-packet data.  [clDecoder_ffmpeg::Open]\r\n");
-
-    it::TestDecoder noPath;
     DecoderOpenInfo empty{};
     empty.flags = kOpenWantTags;
     EXPECT_FALSE(noPath.OpenRecord(empty));
     EXPECT_EQ(noPath.ErrorLog(), "Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
-    EXPECT_NE(noPath.TraceLog().find("Opening file '' for read access: *** Error: Attempting"), std::string::npos)
-        << noPath.TraceLog();
+    EXPECT_NE(noPath.TraceLog().find("Opening file '' for read access: *** Error: Attempting"), std::string::npos);
 }
 
 }  // namespace
