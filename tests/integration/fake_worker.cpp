@@ -42,7 +42,6 @@
 namespace {
 
 using Orders = std::map<std::string, uint64_t>;
-constexpr uint64_t kNever = ~uint64_t{0};
 
 void Write(FILE* to, std::string_view bytes) {
     if (std::fwrite(bytes.data(), 1, bytes.size(), to) != bytes.size() || std::fflush(to) != 0) std::_Exit(3);
@@ -65,65 +64,43 @@ std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
            tail + Little(24 + format.size(), 8) + format + "data" + tail + Little(24 + dataBytes, 8);
 }
 
-bool ReadOrders(const std::string& path, Orders& orders) {
-    std::ifstream in(path);
-    if (!in) return false;
-    orders = {{"channels", 2}, {"frames", 44100}, {"progress", 0}, {"noreturns", 0}, {"floodlines", 0}, {"nodump", 0},
-              {"garbage", 0}, {"hang", 0}, {"seekhang", 0}, {"dieafter", kNever}, {"stall", kNever}, {"holdat", kNever}};
-    std::string key;
-    for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
-    return true;
-}
-
 [[noreturn]] void Hang() {
     for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
 }
 
-// Lines as the dump has them, none of them meaningful to the parser.
-void FloodLines(uint64_t bytes) {
-    const std::string line = "    comment         : " + std::string(100, 'f') + "\n";
-    std::string chunk;
-    while (chunk.size() < 65536) chunk += line;
-    for (uint64_t done = 0; done < bytes; done += chunk.size()) Write(stderr, chunk);
-}
-
-// The audio piece that starts at `at`: it ends at the next stop of the orders.
-uint64_t PieceAt(const Orders& orders, uint64_t at, uint64_t dataBytes) {
-    uint64_t piece = std::min<uint64_t>(16384, dataBytes - at);
-    for (const char* stop : {"dieafter", "stall", "holdat"}) {
-        if (orders.at(stop) > at) piece = std::min(piece, orders.at(stop) - at);
-    }
-    return piece;
-}
-
-void Stream(const Orders& orders, const std::string& input) {
-    const uint32_t channels = static_cast<uint32_t>(orders.at("channels"));
-    const uint64_t dataBytes = orders.at("frames") * channels * 2;
-    FloodLines(orders.at("floodlines"));
-    if (orders.at("nodump") == 0) {
+void Stream(Orders& orders, const std::string& input) {
+    const uint32_t channels = static_cast<uint32_t>(orders["channels"]);
+    const uint64_t dataBytes = orders["frames"] * channels * 2;
+    // Lines as the dump has them, none of them meaningful to the parser.
+    std::string flood;
+    while (flood.size() < 65536) flood += "    comment         : " + std::string(100, 'f') + "\n";
+    for (uint64_t done = 0; done < orders["floodlines"]; done += flood.size()) Write(stderr, flood);
+    if (orders["nodump"] == 0) {
         Write(stderr, "Input #0, w64, from '" + input + "':\n"
                       "  Duration: 00:00:01.00, start: 0.000000, bitrate: 1411 kb/s\n"
                       "  Stream #0:0: Audio: pcm_s16le, 44100 Hz, " + std::to_string(channels) + " channels, s16\n"
                       "Output #0, w64, to 'pipe:':\n");
     }
     Write(stdout, Wave64Header(channels, dataBytes));
-
-    const uint64_t pieces = std::max<uint64_t>(1, (dataBytes + 16383) / 16384);
-    const uint64_t progressPerPiece = orders.at("progress") / pieces + 1;
+    const uint64_t progressPerPiece = orders["progress"] / std::max<uint64_t>(1, (dataBytes + 16383) / 16384) + 1;
     std::string audio;
     uint64_t counter = 0;
     for (uint64_t at = 0; at < dataBytes; at += audio.size()) {
-        if (at == orders.at("dieafter")) std::_Exit(1);
-        if (at == orders.at("stall")) Hang();
-        while (at == orders.at("holdat") && !std::filesystem::exists(input + ".go"))
+        if (orders.contains("dieafter") && at == orders["dieafter"]) std::_Exit(1);
+        if (orders.contains("stall") && at == orders["stall"]) Hang();
+        while (orders.contains("holdat") && at == orders["holdat"] && !std::filesystem::exists(input + ".go"))
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        audio.resize(static_cast<size_t>(PieceAt(orders, at, dataBytes)));
+        // Each piece ends at the next stop of the orders.
+        uint64_t piece = std::min<uint64_t>(16384, dataBytes - at);
+        for (const char* stop : {"dieafter", "stall", "holdat"})
+            if (orders.contains(stop) && orders[stop] > at) piece = std::min(piece, orders[stop] - at);
+        audio.resize(static_cast<size_t>(piece));
         for (size_t k = 0; k < audio.size(); ++k) audio[k] = static_cast<char>(PatternByte(at + k));
         Write(stdout, audio);
         std::string progress;
         while (progress.size() < progressPerPiece) {
             progress += "size=" + std::to_string(++counter) + "kB time=00:00:00.00 bitrate=1411.2kbits/s speed=1x";
-            progress += orders.at("noreturns") ? "    " : "\r";
+            progress += orders["noreturns"] ? "    " : "\r";
         }
         Write(stderr, progress);
     }
@@ -140,17 +117,19 @@ int main(int argc, char** argv) {
         seeking = seeking || std::strcmp(argv[i], "-ss") == 0;
     }
     if (input == nullptr) return RunCommands(argc, argv);
-    PrepareOutputs();
-    Orders orders;
-    if (!ReadOrders(input, orders)) {
+    std::ifstream in(input);
+    if (!in) {
         Write(stderr, std::string(input) + ": No such file or directory\n");
         return 1;
     }
+    Orders orders = {{"channels", 2}, {"frames", 44100}};
+    std::string key;
+    for (uint64_t value = 0; in >> key >> value;) orders[key] = value;
     std::ofstream args(std::string(input) + ".args", std::ios::app | std::ios::binary);
     for (int i = 0; i < argc; ++i) args << argv[i] << '\n';
     args << std::endl;
-    if (orders.at("hang") != 0 || (seeking && orders.at("seekhang") != 0)) Hang();
-    if (orders.at("garbage") != 0) {
+    if (orders["hang"] != 0 || (seeking && orders["seekhang"] != 0)) Hang();
+    if (orders["garbage"] != 0) {
         Write(stdout, std::string(4096, 'x'));
         return 0;
     }

@@ -1,6 +1,7 @@
 #include "plugindriver.h"
 
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <utility>
@@ -10,12 +11,11 @@
 namespace it {
 namespace {
 
+// The log's UTF-16LE on a little-endian machine, as UTF-8.
 std::string LogText(const std::string& path) {
     const std::string bytes = ReadFile(path);
-    std::u16string units;
-    for (size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        units += static_cast<char16_t>(static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8);
-    }
+    std::u16string units(bytes.size() / 2, u'\0');
+    std::memcpy(units.data(), bytes.data(), units.size() * 2);
     return text::Utf16ToUtf8(units);
 }
 
@@ -43,9 +43,7 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     DecoderOpenInfo& record = info ? *info : local;
     record.path = path_.c_str();
     record.flags = flags;
-    if (library_.Open(decoder_, &record) == 0) return false;
-    format_ = record.format;
-    return true;
+    return OpenRecord(record);
 }
 
 bool TestDecoder::SetQuitEvent(const std::string& name) {

@@ -39,7 +39,6 @@ public:
     // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
 
-    const DecoderFormat& Format() const { return format_; }
     std::string ErrorLog() const;
     std::string TraceLog() const;
 
@@ -50,7 +49,6 @@ private:
     SinkFile errorLog_{logs_.File("error.log")};
     SinkFile traceLog_{logs_.File("trace.log")};
     std::u16string path_;
-    DecoderFormat format_{};
 };
 
 // A tree as installed: in <root>/plugins a copy of the built plug-in (a copy,

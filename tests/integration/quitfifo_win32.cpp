@@ -1,5 +1,6 @@
-// The host's side of a quit event on Windows: a named manual-reset event.
-// A path is no event name: its separators and colon become "_".
+// The host's side of a quit event on Windows: a named manual-reset event,
+// named for the path with its separators and colon as "_". Kernel handles
+// fit in 32 bits, so the descriptor's field holds it.
 
 #include <windows.h>
 
@@ -9,12 +10,8 @@
 #include "quitfifo.h"
 
 namespace it {
-namespace {
 
-// Kernel handles fit in 32 bits, so the descriptor's field holds it.
-HANDLE Event(int fd) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd)); }
-
-}  // namespace
+static HANDLE Event(int fd) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd)); }
 
 QuitFifo::QuitFifo(const std::string& path) : path_(path) {
     std::replace_if(path_.begin(), path_.end(), [](char c) { return c == '\\' || c == '/' || c == ':'; }, '_');

@@ -19,8 +19,7 @@ int64_t MsSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-// A plug-in tree with the stand-in as its worker, the host's quit event, and
-// the stand-in's orders in files.
+// A plug-in tree with the stand-in as its worker, the host's quit event, orders.
 struct Stand {
     it::TempDir dir;
     it::PluginLibrary plugin{it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER)};
@@ -219,13 +218,12 @@ TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
 // Records that Open refuses before it starts a worker.
 TEST(WorkerTable, RefusedRecords) {
     it::TestDecoder external, noPath;
-    DecoderOpenInfo info{};
-    info.path = u"/nowhere.flac";
-    info.flags = kOpenExternalPackets;
-    EXPECT_FALSE(external.OpenRecord(info));
-    EXPECT_EQ(external.ErrorLog(), "Error cannot decode external-packet data.  [clDecoder_ffmpeg::Open]\r\n");
-    DecoderOpenInfo empty{};
+    DecoderOpenInfo packets{}, empty{};
+    packets.path = u"/nowhere.flac";
+    packets.flags = kOpenExternalPackets;
     empty.flags = kOpenWantTags;
+    EXPECT_FALSE(external.OpenRecord(packets));
+    EXPECT_EQ(external.ErrorLog(), "Error cannot decode external-packet data.  [clDecoder_ffmpeg::Open]\r\n");
     EXPECT_FALSE(noPath.OpenRecord(empty));
     EXPECT_EQ(noPath.ErrorLog(), "Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
     EXPECT_NE(noPath.TraceLog().find("Opening file '' for read access: *** Error: Attempting"), std::string::npos);
