@@ -58,8 +58,7 @@ TEST(WorkerFaults, FloodsAndCutPipeReadsChangeNoByte) {
         plan.interrupt = row.interrupt;
         std::optional<faults::Scope> scope;
         if (row.maxChunk || row.interrupt) scope.emplace(plan);
-        it::TestDecoder decoder(plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+        it::TestDecoder decoder(plugin, quit.Path());
         it::Later watchdog(30000ms, [&] { quit.Set(); });   // a hang fails rather than hangs
         ASSERT_TRUE(decoder.Open(orders, 0)) << decoder.ErrorLog();
         std::string samples;
@@ -150,8 +149,7 @@ TEST(WorkerFaults, AFifoInputWhoseWriterLeftFailsAtOnce) {
         ::close(fd);
     });
     it::QuitFifo quit(dir.File("quit"));
-    it::TestDecoder decoder;
-    ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+    it::TestDecoder decoder(it::Plugin(), quit.Path());
     const auto start = Clock::now();
     {
         it::Later hostGivesUp(3000ms, [&] { quit.Set(); });

@@ -117,6 +117,7 @@ int main(int argc, char** argv) {
         seeking = seeking || std::strcmp(argv[i], "-ss") == 0;
     }
     if (input == nullptr) return RunCommands(argc, argv);
+    PrepareOutputs();
     std::ifstream in(input);
     if (!in) {
         Write(stderr, std::string(input) + ": No such file or directory\n");

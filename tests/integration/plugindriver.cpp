@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <stdexcept>
 #include <utility>
 
 #include "support/textcodec.h"
@@ -26,11 +27,12 @@ PluginLibrary& Plugin() {
     return library;
 }
 
-TestDecoder::TestDecoder(PluginLibrary& library) : library_(library) {
+TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : library_(library) {
     DecoderCreateInfo info{};
     info.errorLog = errorLog_.Get();
     info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
+    if (!quit.empty() && !SetQuitEvent(quit)) throw std::runtime_error("the quit event " + quit + " was refused");
 }
 
 void TestDecoder::Destroy() {

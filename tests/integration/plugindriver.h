@@ -24,7 +24,8 @@ PluginLibrary& Plugin();
 
 class TestDecoder {
 public:
-    explicit TestDecoder(PluginLibrary& library = Plugin());
+    // With the host's quit event `quit`, when given (throws when refused).
+    explicit TestDecoder(PluginLibrary& library = Plugin(), const std::string& quit = {});
     TestDecoder(const TestDecoder&) = delete;
     TestDecoder& operator=(const TestDecoder&) = delete;
     ~TestDecoder() { Destroy(); }

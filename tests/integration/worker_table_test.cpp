@@ -69,8 +69,7 @@ TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
         SCOPED_TRACE(row.name);
         const std::string path = row.path.empty() ? stand.Orders("input", row.orders) : row.path;
         {
-            it::TestDecoder decoder(row.noWorker ? bare : stand.plugin);
-            ASSERT_TRUE(decoder.SetQuitEvent(stand.quit.Path()));
+            it::TestDecoder decoder(row.noWorker ? bare : stand.plugin, stand.quit.Path());
             it::Later watchdog(30s, [&] { stand.quit.Set(); });   // a hang fails rather than hangs
             const auto start = Clock::now();
             EXPECT_EQ(decoder.Open(path, kOpenWantTags | kOpenWantInfo), row.opens);
@@ -106,8 +105,7 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     Stand stand;
     it::QuitFifo& quit = stand.quit;
     {
-        it::TestDecoder decoder(stand.plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+        it::TestDecoder decoder(stand.plugin, quit.Path());
         quit.Set();
         const auto start = Clock::now();
         EXPECT_FALSE(decoder.Open(stand.Orders("set", ""), 0));
@@ -125,8 +123,7 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     {
         // A worker that holds after 20000 bytes: the quit lands in mid-block.
         const std::string held = stand.Orders("held", "holdat 20000");
-        it::TestDecoder decoder(stand.plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+        it::TestDecoder decoder(stand.plugin, quit.Path());
         ASSERT_TRUE(decoder.Open(held, 0)) << decoder.ErrorLog();
         DecoderBlockInfo block{};
         ASSERT_TRUE(decoder.DecodeBlock(block));
@@ -145,8 +142,7 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
         // A seek cut short before the new worker's header leaves the stream
         // at no sample: DecodeBlock refuses at once, rather than hand out
         // header bytes or wait.
-        it::TestDecoder decoder(stand.plugin);
-        ASSERT_TRUE(decoder.SetQuitEvent(quit.Path()));
+        it::TestDecoder decoder(stand.plugin, quit.Path());
         ASSERT_TRUE(decoder.Open(stand.Orders("seek", "seekhang 1"), 0)) << decoder.ErrorLog();
         stand.ExpectEndedByQuit([&] { EXPECT_FALSE(decoder.SetPosition(22050)); });
         it::Later rescue(1000ms, [&] { quit.Set(); });   // a decoder that waits fails rather than hangs
