@@ -1,27 +1,20 @@
 // Stands in for the worker where the tests need output that the real one
 // gives only after hours, or misbehaviour it never shows. Called as the
-// plug-in calls the worker; the file behind "-i" holds its orders, one
-// "key value" per line:
-//   channels N    16-bit channels (default 2)
-//   frames N      sample frames to stream (default 44100)
-//   progress N    bytes of progress text on the error stream, spread over
-//                 the audio, each piece ended by a carriage return only
-//   noreturns 1   the progress text has no line ends at all
-//   floodlines N  N bytes of dump-like lines on the error stream first
-//   nodump 1      prints no dump of its input, so Open waits for one
-//   garbage 1     writes bytes that are no Wave64 header and exits
-//   hang 1        writes nothing and never exits
-//   seekhang 1    the same, when started with a start time ("-ss")
-//   dieafter N    dies (exit 1) after N bytes of audio, the header promising more
-//   stall N       stops after N bytes of audio and never exits
-//   holdat N      stops after N bytes of audio until the file PATH.go exists
-// It prints a short dump of its input, then a Wave64 header and
-// PatternByte(i) as the sample bytes, with the progress text between pieces
-// of audio. Every write blocks: an error stream nobody drains stalls the
+// plug-in calls the worker, it obeys the "key value" lines of the file
+// behind "-i": channels N (16-bit, default 2); frames N (default 44100);
+// progress N: bytes of progress text on the error stream between the pieces
+// of audio, each ended by a carriage return only, or by nothing with
+// noreturns 1; floodlines N: bytes of dump-like lines first; nodump 1: no
+// dump, so Open waits for one; garbage 1: no Wave64 header; hang 1: nothing
+// at all, never exiting, and seekhang 1 the same when started with "-ss";
+// dieafter N, stall N, holdat N: after N bytes of audio it dies (exit 1, the
+// header promising more), hangs, or waits until the file PATH.go exists.
+// Else it prints a short dump, a Wave64 header and PatternByte(i) as the
+// sample bytes. Every write blocks: an error stream nobody drains stalls the
 // audio, as with the real worker. Each start appends its arguments to
-// PATH.args, one a line, then an empty line. An input it can't read ends it
-// with exit status 1, as the real one. Without "-i", its arguments are the
-// transport tests' commands (fake_worker_posix.cpp).
+// PATH.args, one a line, then an empty line; an input it can't read ends
+// it with exit status 1. Without "-i", its arguments are the transport
+// tests' commands (fake_worker_posix.cpp).
 
 #include <algorithm>
 #include <chrono>
