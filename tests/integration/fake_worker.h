@@ -1,9 +1,6 @@
 #pragma once
-// What the worker stand-in needs of its system.
-
-// Makes the standard output and error pass bytes as they are.
+// What the worker stand-in needs of its system: standard output and error
+// that pass bytes as they are, and the transport tests' commands (Linux
+// only; Windows has none), run in order, giving the exit status.
 void PrepareOutputs();
-
-// The commands for the transport tests (Linux only; Windows has none): runs
-// them in order, returns the exit status.
 int RunCommands(int argc, char** argv);

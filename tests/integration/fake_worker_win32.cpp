@@ -1,6 +1,4 @@
-// The worker stand-in on Windows: binary standard streams, and no commands
-// (the tests that use them are Linux ones).
-
+// The worker stand-in on Windows: binary standard streams, no commands.
 #include <fcntl.h>
 #include <io.h>
 

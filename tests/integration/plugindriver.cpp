@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <mutex>
 #include <stdexcept>
-#include <utility>
 
 #include "support/textcodec.h"
 
@@ -33,10 +32,6 @@ TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : libr
     info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
     if (!quit.empty() && !SetQuitEvent(quit)) throw std::runtime_error("the quit event " + quit + " was refused");
-}
-
-void TestDecoder::Destroy() {
-    if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
 }
 
 bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/exports.h"
@@ -35,8 +36,9 @@ public:
     bool DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
     bool SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
     bool Close() { return library_.Close(decoder_) != 0; }
-    bool SetQuitEvent(const std::string& name);
-    void Destroy();   // now; the destructor then does nothing
+    void Destroy() {   // now; the destructor then does nothing
+        if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
+    }
     // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
 
@@ -44,6 +46,8 @@ public:
     std::string TraceLog() const;
 
 private:
+    bool SetQuitEvent(const std::string& name);
+
     PluginLibrary& library_;
     void* decoder_ = nullptr;
     TempDir logs_;
