@@ -98,6 +98,7 @@ TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
 TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     Stand stand;
     it::QuitFifo& quit = stand.quit;
+    it::Later watchdog(30s, [&] { quit.Set(); });   // a hang fails rather than hangs
     {
         it::TestDecoder decoder(stand.plugin, quit.Path());
         quit.Set();
