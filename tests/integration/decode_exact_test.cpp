@@ -1,14 +1,115 @@
-// Decodes, fdhost's WAV output and SetPosition give exactly the bytes and
-// format of ffmpeg's own Wave64 output, in blocks that report positions.
+// What the plug-in and fdhost give for a file is what ffmpeg and ffprobe give:
+// the samples and format of ffmpeg's own Wave64 output, from the start and
+// after SetPosition, in blocks that report their positions; fdhost's WAV, as
+// ffmpeg reads it back; and from the worker's dump the duration, bitrate, one
+// "Encoder" per audio stream and the metadata as the tag blob.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <sstream>
 
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "plugindriver.h"
+#include "tags/idtags.h"
 
 namespace {
+
+using Entries = std::vector<std::pair<std::string, std::string>>;
+
+Entries Parse(const void* blob, uint32_t size) {
+    IDTags tags;
+    tags.Parse(blob, size);
+    Entries entries;
+    for (int i = 0; i < tags.Count(); ++i) entries.emplace_back(tags[i].Name.ToUtf8(), tags[i].Value.ToUtf8());
+    return entries;
+}
+
+// Milliseconds since the start of the worker plus the frame position of the
+// last SetPosition: the sum of unlike units is what a host has always got.
+void ExpectPositions(const std::vector<DecoderBlockInfo>& blocks, uint64_t start) {
+    ASSERT_FALSE(blocks.empty());
+    const std::string format = it::FormatHead(blocks[0].format);
+    uint64_t dataRead = 0;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        // The records are packed: their fields are copied, never bound.
+        const uint64_t position = blocks[i].position, bytes = blocks[i].bytes;
+        const bool last = i + 1 == blocks.size();
+        EXPECT_EQ(position, dataRead * 1000 / it::U32At(format, 8) + start) << i;
+        EXPECT_EQ(blocks[i].endOfStream, last ? 1 : 0) << i;
+        EXPECT_TRUE(last || bytes == it::U16At(format, 12) * 4096u) << "only the last block is short: " << i;
+        dataRead += bytes;
+    }
+}
+
+// Against ffprobe's reading: its audio streams' codec names (a stream in a
+// program is listed once more, under it), the format's duration and bitrate
+// ("N/A": none).
+void ExpectDump(const std::string& path, const DecoderOpenInfo& info, const Entries& tags) {
+    std::istringstream probe(it::Run({"/usr/bin/ffprobe", "-v", "error", "-select_streams", "a", "-show_entries",
+                                      "stream=codec_name:format=duration,bit_rate", "-of", "csv", path}).out);
+    std::vector<std::string> codecs, encoders;
+    double seconds = 0, bitsPerSecond = 0;
+    for (std::string line; std::getline(probe, line);) {
+        if (line.starts_with("stream,")) codecs.push_back(line.substr(7));
+        if (line.starts_with("format,")) std::sscanf(line.c_str(), "format,%lf,%lf", &seconds, &bitsPerSecond);
+    }
+    for (const auto& [name, value] : Parse(info.info, info.infoSize))
+        if (name == "Encoder") encoders.push_back(value.substr(0, value.find(' ')));   // "dts (DTS)": the name
+    EXPECT_EQ(encoders, codecs);
+    // The dump gives hundredths of seconds, which in floating point may land a millisecond low, and whole kb/s.
+    EXPECT_NEAR(static_cast<double>(info.format.durationMs), std::llround(seconds * 100) * 10.0, 1.0);
+    EXPECT_EQ(static_cast<double>(info.format.bitrate), std::floor(bitsPerSecond / 1000) * 1000);
+    const Entries blob = Parse(info.tags, info.tagsSize);
+    EXPECT_EQ(Entries(blob.begin(), blob.begin() + std::min(blob.size(), tags.size())), tags);
+    for (const auto& [name, value] : blob) EXPECT_FALSE(value.empty()) << name << ": an empty value is dropped";
+    // The worker's title, where no tag engine reads the file (or can't).
+    const Entries::value_type title("title", "Two");
+    EXPECT_EQ(std::ranges::count(blob, title), std::ranges::count(tags, title));
+}
+
+// All of the above for `path`; fdhost writes its WAV to a file or, where it
+// can't seek and the sizes stay "unknown", to a pipe. The tag blob starts
+// with `tags`; the error log is `log`.
+void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, bool toPipe, const Entries& tags = {},
+                           const std::string& log = "") {
+    const it::Wave64 reference = it::ReferenceDecode(path);
+    ASSERT_FALSE(reference.data.empty());
+    const std::string wav = dir.File("out.wav");
+    const it::RunResult run =
+        toPipe ? it::Run({"/bin/sh", "-c", "\"$0\" decode --quiet \"$1\" -o - | cat >\"$2\"", FD_HOST_PATH, path, wav})
+               : it::Fdhost({"decode", "--quiet", "-y", path, "-o", wav});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::string bytes = it::ReadFile(wav);
+    ASSERT_GT(bytes.size(), 8u);
+    EXPECT_EQ(it::U32At(bytes, 4), toPipe ? 0xFFFFFFFFu : bytes.size() - 8);
+    const it::Wave64 back = it::ReferenceDecode(wav);
+    EXPECT_EQ(back.format, reference.format);
+    EXPECT_TRUE(back.data == reference.data) << "fdhost's WAV holds other samples";
+
+    it::TestDecoder decoder;
+    DecoderOpenInfo info{};
+    ASSERT_TRUE(decoder.Open(path, kOpenWantTags | kOpenWantInfo, &info)) << decoder.ErrorLog();
+    const std::string head = it::FormatHead(info.format);
+    EXPECT_EQ(head, reference.format.substr(0, head.size()));
+    ExpectDump(path, info, tags);
+    const int64_t rate = it::U32At(head, 4);
+    // As opened (-1), a fraction of a second, behind the end, and back to the start.
+    for (const int64_t position : {int64_t{-1}, rate / 3 + 7, rate * 5, int64_t{0}}) {
+        SCOPED_TRACE("at " + std::to_string(position));
+        ASSERT_TRUE(position < 0 || decoder.SetPosition(position)) << decoder.ErrorLog();
+        std::string samples;
+        std::vector<DecoderBlockInfo> blocks;
+        ASSERT_TRUE(decoder.ReadToEnd(samples, &blocks));
+        const std::string start = clDecoder_ffmpeg::SecondsText(static_cast<double>(position) / rate);
+        EXPECT_TRUE(samples == (position > 0 ? it::ReferenceDecode(path, start).data : reference.data))
+            << "sample bytes differ";
+        ExpectPositions(blocks, static_cast<uint64_t>(std::max<int64_t>(position, 0)));
+    }
+    EXPECT_EQ(decoder.ErrorLog(), log);
+}
 
 struct Fixture {
     const char* file;
@@ -36,131 +137,51 @@ const Fixture kFixtures[] = {
     {"tone.snd", {"-c:a", "pcm_s16be", "-f", "au"}, 44100, 2},
 };
 
-// A one-second tone; 5.1 gets a different level on every channel so that a
+// One second of tone; 5.1 gets a different level on every channel so that a
 // channel swap shows.
-std::string Make(const it::TempDir& dir, const Fixture& fixture) {
-    std::vector<std::string> args = {"-f", "lavfi", "-i",
-                                     "sine=duration=1:sample_rate=" + std::to_string(fixture.sampleRate)};
-    if (fixture.channels == 6) {
-        args.insert(args.end(), {"-af", "pan=5.1|c0=c0|c1=0.5*c0|c2=0.3*c0|c3=0.1*c0|c4=0.7*c0|c5=0.2*c0"});
-    } else {
-        args.insert(args.end(), {"-ac", std::to_string(fixture.channels)});
-    }
-    args.insert(args.end(), fixture.encode.begin(), fixture.encode.end());
-    args.push_back(dir.File(fixture.file));
-    it::Ffmpeg(args);
-    return args.back();
-}
-
-TEST(DecodeExact, EveryWritableExtensionDecodesToFfmpegsOwnBytes) {
+TEST(DecodeExact, EveryWritableExtensionAsFfmpegReadsIt) {
     it::TempDir dir;
-    for (const Fixture& fixture : kFixtures) {
+    for (size_t i = 0; i < std::size(kFixtures); ++i) {
+        const Fixture& fixture = kFixtures[i];
         SCOPED_TRACE(fixture.file);
-        const std::string input = Make(dir, fixture);
-        const it::Wave64 reference = it::ReferenceDecode(input);
-        ASSERT_FALSE(reference.data.empty());
-        EXPECT_EQ(it::U16At(reference.format, 2), fixture.channels);
-
-        const std::string raw = dir.File("out.raw");
-        const it::RunResult run = it::Fdhost({"decode", "--raw", "--quiet", "-y", input, "-o", raw});
-        ASSERT_EQ(run.exitCode, 0) << run.err;
-        const std::string samples = it::ReadFile(raw);
-        EXPECT_EQ(samples.size(), reference.data.size());
-        EXPECT_TRUE(samples == reference.data) << "sample bytes differ";
-
-        it::TestDecoder decoder;
-        ASSERT_TRUE(decoder.Open(input, 0)) << decoder.ErrorLog();
-        const std::string head = it::FormatHead(decoder.Format());
-        EXPECT_EQ(head, reference.format.substr(0, head.size()));
-    }
-}
-
-TEST(DecodeExact, FdhostWavToFileAndPipeAndCut) {
-    it::TempDir dir;
-    const std::string input = Make(dir, kFixtures[5]);   // 5.1, extensible format
-    const it::Wave64 reference = it::ReferenceDecode(input);
-    const std::string out = dir.File("out.wav");
-
-    for (const bool toPipe : {false, true}) {
-        SCOPED_TRACE(toPipe ? "standard output" : "file");
-        // A pipe can't seek: the sizes stay "unknown".
-        const it::RunResult run =
-            toPipe ? it::Run({"/bin/sh", "-c", "\"$0\" decode --quiet \"$1\" -o - | cat", FD_HOST_PATH, input})
-                   : it::Fdhost({"decode", "--quiet", input, "-o", out});
-        ASSERT_EQ(run.exitCode, 0) << run.err;
-        const std::string wav = toPipe ? run.out : it::ReadFile(out);
-        ASSERT_GT(wav.size(), 12u);
-        ASSERT_EQ(wav.substr(0, 4) + wav.substr(8, 4), "RIFFWAVE");
-        EXPECT_EQ(it::U32At(wav, 4), toPipe ? 0xFFFFFFFFu : wav.size() - 8);
-        std::string format;
-        std::string data;
-        for (size_t pos = 12; pos + 8 <= wav.size();) {
-            const uint32_t size = it::U32At(wav, pos + 4);
-            if (wav.compare(pos, 4, "fmt ") == 0) format = wav.substr(pos + 8, size);
-            if (wav.compare(pos, 4, "data") == 0) {
-                data = wav.substr(pos + 8);
-                EXPECT_TRUE(toPipe || size == data.size()) << size;
-                break;
-            }
-            pos += 8 + size + (size & 1);
+        std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=duration=1:sample_rate=" + std::to_string(fixture.sampleRate)};
+        if (fixture.channels == 6) {
+            args.insert(args.end(), {"-af", "pan=5.1|c0=c0|c1=0.5*c0|c2=0.3*c0|c3=0.1*c0|c4=0.7*c0|c5=0.2*c0"});
+        } else {
+            args.insert(args.end(), {"-ac", std::to_string(fixture.channels)});
         }
-        EXPECT_EQ(format, reference.format);
-        EXPECT_TRUE(data == reference.data) << "sample bytes differ";
+        args.insert(args.end(), fixture.encode.begin(), fixture.encode.end());
+        args.push_back(dir.File(fixture.file));
+        it::Ffmpeg(args);
+        ExpectAsFfmpegReadsIt(dir, args.back(), i % 2 == 1);
     }
-    EXPECT_TRUE(it::ReferenceDecode(out).data == reference.data) << "ffmpeg reads the file back";
-
-    // --start and --frames cut in whole frames (16-bit 5.1: 12 bytes a frame).
-    const std::string raw = dir.File("cut.raw");
+    // fdhost's --start and --frames cut in whole frames (16-bit 5.1: 12 bytes a frame).
+    const std::string surround = dir.File("surround.mka"), raw = dir.File("cut.raw");
     const it::RunResult cut =
-        it::Fdhost({"decode", "--raw", "--quiet", "--start", "24000", "--frames", "1000", input, "-o", raw});
+        it::Fdhost({"decode", "--raw", "--quiet", "--start", "24000", "--frames", "1000", surround, "-o", raw});
     ASSERT_EQ(cut.exitCode, 0) << cut.err;
-    EXPECT_TRUE(it::ReadFile(raw) == it::ReferenceDecode(input, "0.5").data.substr(0, 12000));
+    EXPECT_TRUE(it::ReadFile(raw) == it::ReferenceDecode(surround, "0.5").data.substr(0, 12000));
 }
 
-// Milliseconds since the start of the worker plus the frame position of the
-// last SetPosition: the sum of unlike units is what a host has always got.
-void ExpectPositions(const std::vector<DecoderBlockInfo>& blocks, uint64_t start) {
-    ASSERT_FALSE(blocks.empty());
-    const std::string format = it::FormatHead(blocks[0].format);
-    uint64_t dataRead = 0;
-    for (size_t i = 0; i < blocks.size(); ++i) {
-        // The records are packed: their fields are copied, never bound.
-        const uint64_t position = blocks[i].position;
-        const uint64_t bytes = blocks[i].bytes;
-        const int endOfStream = blocks[i].endOfStream;
-        EXPECT_EQ(position, dataRead * 1000 / it::U32At(format, 8) + start) << i;
-        const bool last = i + 1 == blocks.size();
-        EXPECT_EQ(endOfStream, last ? 1 : 0) << i;
-        EXPECT_TRUE(last || bytes == it::U16At(format, 12) * 4096u) << "only the last block is short: " << i;
-        dataRead += bytes;
-    }
-}
-
-TEST(Seek, SetPositionGivesFfmpegsOwnBytesForThatStartInBlocksThatReportIt) {
+// A two-line comment, a value holding ":" and an empty value in a format
+// whose tags only the worker reads; two audio streams; a Matroska file that
+// only ffmpeg reads; a URL, which no tag engine reads.
+TEST(DecodeExact, DumpsOfTagsStreamsAndCutFiles) {
     it::TempDir dir;
-    const std::string flac = dir.File("tone.flac");
-    const std::string ac3 = dir.File("tone.ac3");
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=300:duration=3", "-ac", "2", flac});
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=300:duration=3:sample_rate=48000", "-ac", "2", "-c:a", "ac3", ac3});
-    for (const std::string& path : {flac, ac3}) {
-        it::TestDecoder decoder;
-        ASSERT_TRUE(decoder.Open(path, 0)) << decoder.ErrorLog();
-        const int64_t rate = it::U32At(it::FormatHead(decoder.Format()), 4);
-        // As opened (-1), whole seconds, fractions, behind the end, and back to the start.
-        for (const int64_t position : {int64_t{-1}, rate, rate / 3 + 7, rate * 5, int64_t{0}}) {
-            SCOPED_TRACE(path + " at " + std::to_string(position));
-            ASSERT_TRUE(position < 0 || decoder.SetPosition(position)) << decoder.ErrorLog();
-            std::string samples;
-            std::vector<DecoderBlockInfo> blocks;
-            ASSERT_TRUE(decoder.ReadToEnd(samples, &blocks));
-            const it::Wave64 reference = it::ReferenceDecode(
-                path, position > 0 ? clDecoder_ffmpeg::SecondsText(static_cast<double>(position) / rate) : "");
-            EXPECT_EQ(samples.size(), reference.data.size());
-            EXPECT_TRUE(samples == reference.data) << "sample bytes differ";
-            ExpectPositions(blocks, static_cast<uint64_t>(std::max<int64_t>(position, 0)));
-        }
-        EXPECT_EQ(decoder.ErrorLog(), "");
-    }
+    it::WriteFile(dir.File("meta.txt"), ";FFMETADATA1\ntitle=A title\ncomment=first line\\\nsecond line\n"
+                                        "artist=Someone: with a colon\nempty=\n");
+    const std::string mp3 = dir.File("tagged.mp3"), two = dir.File("two.mka"), cut = dir.File("cut.mka");
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1.5", "-i", dir.File("meta.txt"), "-map_metadata", "1", "-c:a",
+                "libmp3lame", mp3});
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1", "-f", "lavfi", "-i", "sine=duration=1:frequency=880", "-map",
+                "0", "-map", "1", "-c:a:0", "ac3", "-c:a:1", "flac", "-metadata", "title=Two", two});
+    it::WriteFile(cut, it::ReadFile(two).substr(0, 20000));
+    ExpectAsFfmpegReadsIt(dir, mp3, false,
+                          {{"title", "A title"}, {"comment", "first line\nsecond line"}, {"artist", "Someone: with a colon"}});
+    ExpectAsFfmpegReadsIt(dir, two, true);
+    ExpectAsFfmpegReadsIt(dir, "file://" + two, true, {{"title", "Two"}});
+    ExpectAsFfmpegReadsIt(dir, cut, false, {{"title", "Two"}}, "Couldn't parse Matroska tags: Corrupted file or "
+        "unsupported format. The tags shown are the metadata that FFmpeg read.  [clDecoder_ffmpeg::Open]\r\n");
 }
 
 }  // namespace

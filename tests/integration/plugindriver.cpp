@@ -1,21 +1,21 @@
 #include "plugindriver.h"
 
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <utility>
+#include <stdexcept>
 
 #include "support/textcodec.h"
 
 namespace it {
 namespace {
 
+// The log's UTF-16LE on a little-endian machine, as UTF-8.
 std::string LogText(const std::string& path) {
     const std::string bytes = ReadFile(path);
-    std::u16string units;
-    for (size_t at = 0; at + 1 < bytes.size(); at += 2) {
-        units += static_cast<char16_t>(static_cast<uint8_t>(bytes[at]) | static_cast<uint8_t>(bytes[at + 1]) << 8);
-    }
+    std::u16string units(bytes.size() / 2, u'\0');
+    std::memcpy(units.data(), bytes.data(), units.size() * 2);
     return text::Utf16ToUtf8(units);
 }
 
@@ -26,18 +26,12 @@ PluginLibrary& Plugin() {
     return library;
 }
 
-TestDecoder::TestDecoder(PluginLibrary& library)
-    : library_(library), errorLog_(logs_.File("error.log")), traceLog_(logs_.File("trace.log")) {
+TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : library_(library) {
     DecoderCreateInfo info{};
     info.errorLog = errorLog_.Get();
     info.traceLog = traceLog_.Get();
     decoder_ = library_.Create(&info);
-}
-
-TestDecoder::~TestDecoder() { Destroy(); }
-
-void TestDecoder::Destroy() {
-    if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
+    if (!quit.empty() && !SetQuitEvent(quit)) throw std::runtime_error("the quit event " + quit + " was refused");
 }
 
 bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {
@@ -46,15 +40,8 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     DecoderOpenInfo& record = info ? *info : local;
     record.path = path_.c_str();
     record.flags = flags;
-    if (library_.Open(decoder_, &record) == 0) return false;
-    format_ = record.format;
-    return true;
+    return OpenRecord(record);
 }
-
-bool TestDecoder::OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
-bool TestDecoder::DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
-bool TestDecoder::SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
-bool TestDecoder::Close() { return library_.Close(decoder_) != 0; }
 
 bool TestDecoder::SetQuitEvent(const std::string& name) {
     const std::u16string wide = text::Utf8ToUtf16(name);
@@ -78,10 +65,12 @@ std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log
 
 std::string MakePluginTree(const std::string& root, const std::string& worker) {
     namespace fs = std::filesystem;
-    fs::create_directories(root + "/plugins");
-    fs::copy_file(FD_PLUGIN_PATH, root + "/plugins/ffmpeg_decoder.so");
-    fs::create_symlink(worker, root + "/ffmpeg-lgpl");
-    return root + "/plugins/ffmpeg_decoder.so";
+    const fs::path tree = fs::path(root).make_preferred();
+    const fs::path plugin = tree / "plugins" / fs::path(FD_PLUGIN_PATH).filename();
+    fs::create_directories(plugin.parent_path());
+    fs::copy_file(FD_PLUGIN_PATH, plugin);
+    if (!worker.empty()) fs::copy_file(worker, tree / ("ffmpeg-lgpl" + fs::path(worker).extension().string()));
+    return plugin.string();
 }
 
 Later::Later(std::chrono::milliseconds delay, std::function<void()> action)

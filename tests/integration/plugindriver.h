@@ -2,12 +2,12 @@
 // The plug-in as a host meets it: loaded at run time, its exports resolved by
 // name, each decoder with two logs of its own (UTF-16LE) read back as UTF-8.
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/exports.h"
@@ -25,38 +25,40 @@ PluginLibrary& Plugin();
 
 class TestDecoder {
 public:
-    explicit TestDecoder(PluginLibrary& library = Plugin());
+    // With the host's quit event `quit`, when given (throws when refused).
+    explicit TestDecoder(PluginLibrary& library = Plugin(), const std::string& quit = {});
     TestDecoder(const TestDecoder&) = delete;
     TestDecoder& operator=(const TestDecoder&) = delete;
-    ~TestDecoder();
+    ~TestDecoder() { Destroy(); }
 
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
-    bool OpenRecord(DecoderOpenInfo& record);   // the record as the caller made it
-    bool DecodeBlock(DecoderBlockInfo& block);
-    bool SetPosition(int64_t position);
-    bool Close();
-    bool SetQuitEvent(const std::string& name);
-    void Destroy();   // now; the destructor then does nothing
+    bool OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
+    bool DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
+    bool SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
+    bool Close() { return library_.Close(decoder_) != 0; }
+    void Destroy() {   // now; the destructor then does nothing
+        if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
+    }
     // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
 
-    const DecoderFormat& Format() const { return format_; }
     std::string ErrorLog() const;
     std::string TraceLog() const;
 
 private:
+    bool SetQuitEvent(const std::string& name);
+
     PluginLibrary& library_;
     void* decoder_ = nullptr;
     TempDir logs_;
-    SinkFile errorLog_;
-    SinkFile traceLog_;
+    SinkFile errorLog_{logs_.File("error.log")};
+    SinkFile traceLog_{logs_.File("trace.log")};
     std::u16string path_;
-    DecoderFormat format_{};
 };
 
-// A tree as installed: <root>/plugins/ffmpeg_decoder.so, a copy of the built
-// plug-in (a copy, so that the loader doesn't hand back the one it has), and
-// <root>/ffmpeg-lgpl, a link to `worker`. Returns the plug-in's path.
+// A tree as installed: in <root>/plugins a copy of the built plug-in (a copy,
+// so that the loader doesn't hand back the one it has), in <root> a copy of
+// `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
 std::string MakePluginTree(const std::string& root, const std::string& worker);
 
 // Runs `action` after `delay` unless destroyed first.

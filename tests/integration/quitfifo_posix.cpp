@@ -1,11 +1,11 @@
-#include "quitfifo.h"
-
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <stdexcept>
+
+#include "quitfifo.h"
 
 namespace it {
 
@@ -27,8 +27,7 @@ bool QuitFifo::IsSet() const {
 }
 
 void QuitFifo::Reset() {
-    for (char byte; ::read(fd_, &byte, 1) == 1;) {
-    }
+    for (char byte; ::read(fd_, &byte, 1) == 1;) {}
 }
 
 }  // namespace it
