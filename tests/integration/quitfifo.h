@@ -1,7 +1,8 @@
 #pragma once
-// The host's side of a quit event on Linux: a FIFO it sets by writing one
-// byte and resets by reading it back. Used by the integration tests and the
-// soak; failures throw std::runtime_error.
+// The host's side of a quit event: on Linux a FIFO it sets by writing one
+// byte and resets by reading it back, on Windows a named event
+// (quitfifo_win32.cpp). Used by the integration tests and the soak; failures
+// throw std::runtime_error.
 
 #include <string>
 
