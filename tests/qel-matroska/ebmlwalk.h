@@ -1,10 +1,12 @@
 #pragma once
-// An independent look at a Matroska file's top level, for checking what the
-// engine wrote: the Segment's children with their offsets, and whether every
-// Seek entry points at an element of its ID.
+// An independent look at a Matroska file, for checking what the engine wrote:
+// the Segment's children, whether every Seek entry points at an element of its
+// ID, and whether every CRC-32 holds over the bytes it covers.
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,10 +17,8 @@ struct TopElement {
     uint64_t offset = 0;    // of the ID
     uint64_t total = 0;     // header and body
 };
-
 struct SegmentView {
-    uint64_t dataBegin = 0;
-    uint64_t dataEnd = 0;
+    uint64_t dataBegin = 0, dataEnd = 0;
     std::vector<TopElement> children;
     std::string error;   // empty when the walk reached the Segment's end
 };
@@ -34,6 +34,7 @@ inline bool ReadVar(const std::string& b, uint64_t& at, uint64_t& value, bool ke
     at += width;
     return true;
 }
+inline bool Unknown(uint64_t size) { return size == 127 || size == (uint64_t{1} << 56) - 1; }
 
 inline SegmentView WalkSegment(const std::string& b) {
     SegmentView view;
@@ -41,14 +42,12 @@ inline SegmentView WalkSegment(const std::string& b) {
     if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return {0, 0, {}, "no header"};
     at += size;
     if (!ReadVar(b, at, id, true) || id != 0x18538067 || !ReadVar(b, at, size, false)) return {0, 0, {}, "no segment"};
-    const bool unknown = size == 127 || size == (uint64_t{1} << 56) - 1;
     view.dataBegin = at;
-    view.dataEnd = unknown || at + size > b.size() ? b.size() : at + size;
+    view.dataEnd = Unknown(size) || at + size > b.size() ? b.size() : at + size;
     while (at < view.dataEnd) {
-        TopElement e;
-        e.offset = at;
+        TopElement e{0, at, 0};
         const bool read = ReadVar(b, at, id, true) && ReadVar(b, at, size, false);
-        if (read && id == 0x1F43B675 && (size == 127 || size == (uint64_t{1} << 56) - 1)) {
+        if (read && id == 0x1F43B675 && Unknown(size)) {
             // A Cluster of unknown size ends where an element that isn't its child begins.
             const std::string children = "\xE7\xA7\xAB\xA3\xA0\xAF\xEC\xBF";
             for (uint64_t child = 0, childAt = at; childAt < view.dataEnd; childAt = at) {
@@ -65,25 +64,23 @@ inline SegmentView WalkSegment(const std::string& b) {
             return view;
         }
         e.id = static_cast<uint32_t>(id);
-        at += size;
-        e.total = at - e.offset;
+        e.total = (at += size) - e.offset;
         view.children.push_back(e);
     }
     return view;
 }
 
-// The children of the element at `at`, as far as they parse.
+// The children of the element at `at`, as far as they parse inside it.
 struct Child {
     uint64_t id, offset, body, end;   // id with the length marker
 };
 inline std::vector<Child> Children(const std::string& b, uint64_t at) {
     uint64_t id = 0, size = 0;
-    ReadVar(b, at, id, true);
-    ReadVar(b, at, size, false);
     std::vector<Child> children;
-    for (const uint64_t end = at + size; at < end;) {
+    if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return children;
+    for (const uint64_t end = std::min<uint64_t>(at + size, b.size()); at < end;) {
         Child c{0, at, 0, 0};
-        if (!ReadVar(b, at, c.id, true) || !ReadVar(b, at, size, false)) break;
+        if (!ReadVar(b, at, c.id, true) || !ReadVar(b, at, size, false) || at + size > end) break;
         children.push_back({c.id, c.offset, at, at += size});
     }
     return children;
@@ -114,16 +111,49 @@ inline std::string SeekProblems(const std::string& b) {
     return problems;
 }
 
+// Bitwise CRC-32 (IEEE, reflected), independent of the engine's.
+inline uint32_t Crc32(const std::string& b, uint64_t from, uint64_t to) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (uint64_t i = from; i < to; ++i) {
+        crc ^= static_cast<uint8_t>(b[i]);
+        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (0xEDB88320 & (0 - (crc & 1)));
+    }
+    return ~crc;
+}
+// "" when every CRC-32 inside the master element at `offset` (down to the
+// masters that hold tags, attachments, tracks, chapters, cues and seeks)
+// stands first and holds, little-endian, over the bytes behind it.
+inline std::string CrcProblems(const std::string& b, uint64_t offset, uint64_t end) {
+    static const std::set<uint64_t> kMasters = {0x1254C367, 0x7373, 0x63C0, 0x67C8, 0x1941A469, 0x61A7, 0x1654AE6B,
+                                                0xAE,       0x1043A770, 0x45B9, 0xB6,   0x114D9B74, 0x4DBB, 0x1549A966,
+                                                0x1C53BB6B, 0xBB,   0xB7};
+    const std::vector<Child> kids = Children(b, offset);
+    std::string problems;
+    for (const Child& k : kids) {
+        uint32_t stored = 0;
+        for (uint64_t i = k.end; k.id == 0xBF && i-- > k.body;) stored = stored << 8 | static_cast<uint8_t>(b[i]);
+        if (k.id == 0xBF && (k.offset != kids[0].offset || k.end != k.body + 4 || stored != Crc32(b, k.end, end)))
+            problems += "CRC-32 at " + std::to_string(k.offset) + ";";
+        if (kMasters.count(k.id)) problems += CrcProblems(b, k.offset, k.end);
+    }
+    return problems;
+}
+inline std::string CrcProblems(const std::string& b) {
+    std::string problems;
+    for (const TopElement& e : WalkSegment(b).children)
+        if (e.id != 0x1F43B675) problems += CrcProblems(b, e.offset, e.offset + e.total);
+    return problems;
+}
+
 // The Clusters' bytes by offset.
 inline std::map<uint64_t, std::string> Clusters(const std::string& b) {
     std::map<uint64_t, std::string> clusters;
-    for (const TopElement& e : WalkSegment(b).children) {
+    for (const TopElement& e : WalkSegment(b).children)
         if (e.id == 0x1F43B675) clusters[e.offset] = b.substr(e.offset, e.total);
-    }
     return clusters;
 }
 
-// "Name@offset;" of the top level, with short names of the usual elements.
+// "Name;" of the top level, with short names of the usual elements.
 inline std::string Layout(const std::string& b) {
     const std::map<uint32_t, const char*> names = {
         {0x114D9B74, "SeekHead"}, {0xEC, "Void"}, {0x1549A966, "Info"}, {0x1654AE6B, "Tracks"},
@@ -132,8 +162,7 @@ inline std::string Layout(const std::string& b) {
     std::string out;
     for (const TopElement& e : view.children) {
         const auto name = names.find(e.id);
-        out += (name == names.end() ? std::to_string(e.id) : std::string(name->second)) + "@" +
-               std::to_string(e.offset - view.dataBegin) + ";";
+        out += (name == names.end() ? std::to_string(e.id) : std::string(name->second)) + ";";
     }
     return out + view.error;
 }
