@@ -25,22 +25,19 @@ struct Plan {
     bool once = false;                 // the offset faults strike once; later calls pass
 };
 
-// Makes `plan` active for its lifetime; one at a time.
+// Makes `plan` (aimed at `target` when given) active for its lifetime; one at a time.
 class Scope {
 public:
     explicit Scope(const Plan& plan);
-    Scope(const Plan& plan, const std::string& target);   // the plan, aimed at `target`
+    Scope(const Plan& plan, const std::string& target);
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
     ~Scope();
 };
 
-// How many calls the active plan has changed so far (a test that injects
-// nothing proves nothing).
+// The calls the active plan has changed so far (a test that injects nothing
+// proves nothing), and the bytes its target has read and written.
 int64_t Injected();
-
-// The bytes the active plan's target has read and written so far: a plan
-// that injects nothing measures an undisturbed run.
 int64_t BytesRead();
 int64_t BytesWritten();
 
