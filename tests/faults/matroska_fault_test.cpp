@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <tuple>
+#include <vector>
 
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "faultio.h"
@@ -18,14 +20,12 @@ using namespace tagtest;
 namespace {
 
 enum class Op { Title, AddCover, RemoveCover, DeleteAll };
-const char* const kOpNames[] = {"title", "cover added", "cover removed", "delete all"};
 
 IDTags CoverTags(const std::string& cover) {
     IDTags tags;
     tags.AddBinary(S("_albumart_1_Front Album Cover"), cover.data(), static_cast<uint32_t>(cover.size()));
     return tags;
 }
-
 std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-f", "s16le", "-"}); }
 
 // A file made by ffmpeg, and the same with a cover attached: the starting
@@ -35,8 +35,7 @@ struct Inputs {
     std::string cover, plain, covered, audio;
     Inputs() {
         const std::string plainPath = dir.File("plain.mka"), coverPath = dir.File("cover.png");
-        it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "flac", "-metadata", "title=Old",
-                    plainPath});
+        it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "flac", "-metadata", "title=Old", plainPath});
         it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x48", "-frames:v", "1", coverPath});
         cover = ReadFile(coverPath);
         plain = ReadFile(plainPath);
@@ -46,12 +45,10 @@ struct Inputs {
         covered = ReadFile(plainPath);
     }
 };
-
 const Inputs& In() {
     static const Inputs inputs;
     return inputs;
 }
-
 const std::string& StartOf(Op op) { return op == Op::Title || op == Op::AddCover ? In().plain : In().covered; }
 
 struct Outcome {
@@ -89,9 +86,8 @@ Outcome RunOnce(Op op, const std::optional<faults::Plan>& plan) {
 // runs are repeated, and the 8-byte FileUIDs zeroed, so that two runs compare.
 std::string WithoutFileUids(std::string bytes) {
     static const std::string kFileUid("\x46\xAE\x88", 3);
-    for (size_t at = bytes.find(kFileUid); at != std::string::npos; at = bytes.find(kFileUid, at + 1)) {
-        if (at + 11 <= bytes.size()) bytes.replace(at + 3, 8, 8, '\0');
-    }
+    for (size_t at = bytes.find(kFileUid); at != std::string::npos && at + 11 <= bytes.size(); at = bytes.find(kFileUid, at + 1))
+        bytes.replace(at + 3, 8, 8, '\0');
     return bytes;
 }
 Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
@@ -101,31 +97,22 @@ Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
     return outcome;
 }
 
-enum class Expect {
-    Same,        // success, to the bytes of the undisturbed run
-    Untouched,   // the logged error, the file byte for byte as it was (as the shrink left it)
-    Cut,         // the logged error; the Clusters and the audio as they were
-};
-
-struct Fault {
-    const char* name;
-    faults::Plan plan;
-    Expect expect;
-};
+// What a fault must lead to: success to the bytes of the undisturbed run; the
+// logged error with the file byte for byte as it was (as the shrink left it);
+// the logged error with the Clusters and the audio as they were.
+enum class Expect { Same, Untouched, Cut };
 
 TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheFile) {
     for (const Op op : {Op::Title, Op::AddCover, Op::RemoveCover, Op::DeleteAll}) {
-        SCOPED_TRACE(kOpNames[static_cast<int>(op)]);
+        SCOPED_TRACE(static_cast<int>(op));
         const std::string& start = StartOf(op);
         const Outcome clean = RunOp(op, faults::Plan{});
         ASSERT_TRUE(clean.result) << clean.log;
         ASSERT_NE(clean.file, start) << "the flow changed nothing";
-        const auto clusters = ebmltest::Clusters(start);
-        ASSERT_FALSE(clusters.empty());
-
+        ASSERT_FALSE(ebmltest::Clusters(start).empty());
         using P = faults::Plan;
         const auto half = static_cast<int64_t>(start.size() / 2), size = static_cast<int64_t>(start.size());
-        std::vector<Fault> rows = {
+        std::vector<std::tuple<const char*, P, Expect>> rows = {
             {"5-byte pieces", P{.target = {}, .maxChunk = 5}, Expect::Same},
             {"EINTR", P{.target = {}, .interrupt = true}, Expect::Same},
             {"read fails half-way", P{.target = {}, .readFailAfter = clean.read / 2}, Expect::Untouched},
@@ -135,26 +122,22 @@ TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         };
         // A disk that fills where the file grows still takes the old bytes
         // back; a device failing every write ("half-way") can't.
-        if (clean.file.size() > start.size()) rows.push_back({"disk full where the file grows", P{.target = {}, .writeFailsAt = size}, Expect::Untouched});
-        for (const Fault& row : rows) {
-            SCOPED_TRACE(row.name);
-            const Outcome faulted = row.expect == Expect::Same ? RunOp(op, row.plan) : RunOnce(op, row.plan);
+        if (clean.file.size() > start.size()) rows.emplace_back("disk full where the file grows", P{.target = {}, .writeFailsAt = size}, Expect::Untouched);
+        for (const auto& [name, plan, expect] : rows) {
+            SCOPED_TRACE(name);
+            const Outcome faulted = expect == Expect::Same ? RunOp(op, plan) : RunOnce(op, plan);
             EXPECT_GT(faulted.injected, 0) << "the plan never struck";
-            if (row.expect == Expect::Same) {
-                EXPECT_TRUE(faulted.result) << faulted.log;
+            EXPECT_EQ(faulted.result, expect == Expect::Same) << faulted.log;
+            if (expect == Expect::Same) {
                 EXPECT_TRUE(WithoutFileUids(faulted.file) == WithoutFileUids(clean.file)) << "differs from the undisturbed run";
                 continue;
             }
-            EXPECT_FALSE(faulted.result);
             EXPECT_NE(faulted.log.find("Couldn't update Matroska tags: "), std::string::npos) << faulted.log;
-            if (row.expect == Expect::Untouched) {
-                const size_t kept = row.plan.shrinkAfterReads >= 0 ? static_cast<size_t>(row.plan.shrinkTo) : start.size();
-                EXPECT_TRUE(faulted.file == start.substr(0, kept)) << "a failed job changed the file";
-                continue;
-            }
-            for (const auto& [offset, bytes] : clusters) {
+            const size_t kept = plan.shrinkAfterReads >= 0 ? static_cast<size_t>(plan.shrinkTo) : start.size();
+            if (expect == Expect::Untouched) { EXPECT_TRUE(faulted.file == start.substr(0, kept)) << "a failed job changed the file"; }
+            if (expect != Expect::Cut) continue;
+            for (const auto& [offset, bytes] : ebmltest::Clusters(start))
                 EXPECT_TRUE(faulted.file.compare(offset, bytes.size(), bytes) == 0) << "Cluster at " << offset;
-            }
             TempDir copyDir;
             WriteFile(copyDir.File("faulted.mka"), faulted.file);
             EXPECT_TRUE(Audio(copyDir.File("faulted.mka")) == In().audio) << "the decoded audio changed";
