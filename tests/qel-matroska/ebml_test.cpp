@@ -1,5 +1,4 @@
-// The EBML core: var-ints both ways, Void padding, the walk over children and
-// the header's versions.
+// The EBML core: var-ints both ways, Void padding and the walk over children.
 
 #include <gtest/gtest.h>
 
@@ -85,25 +84,4 @@ TEST(Ebml, WalkOverChildren) {
         });
     });
     EXPECT_EQ(seen, "4660:1000;129=5;130=6;");
-}
-
-TEST(Ebml, HeaderVersionsAndMagic) {
-    const struct {
-        std::string body;
-        bool ok;
-    } cases[] = {
-        {El(0x282, "webm") + UInt(0x285, 2) + UInt(0x2F7, 1), true}, {El(0x282, "webm") + UInt(0x285, 3), false},
-        {El(0x282, "webm") + UInt(0x2F7, 2), false}, {El(0x282, "we\x01" "bm"), false},
-    };
-    for (const auto& c : cases) {
-        EBML::StreamMem stream(c.body.data(), c.body.size());
-        EBML::ParserEBML parser;
-        std::string docType = "refused";
-        try {
-            parser.Run(stream);
-            docType = parser.docType;
-        } catch (const EBML::ParseError&) {
-        }
-        EXPECT_EQ(docType, c.ok ? "webm" : "refused") << c.body;
-    }
 }

@@ -72,11 +72,14 @@ TEST_F(MatroskaRead, StructureFailures) {
         {"seek at the segment's size", File(El(kSeekHead, Seek(kTags, seekHead.size() + 2)) + El(kVoid, "")), generic},
         {"seek entry to another element", File(El(kSeekHead, Seek(kTags, seekHead.size())) + kInfoElement), generic},
         {"no magic byte", std::string(100, 'x'), generic}, {"empty file", "", generic},
+        {"doc read version 3", El(kHeader, El(kDocType, "webm") + UInt(0x285, 3)) + El(kSegment, kTagsTitle), generic},
+        {"EBML read version 2", El(kHeader, El(kDocType, "webm") + UInt(0x2F7, 2)) + El(kSegment, kTagsTitle), generic},
+        {"a control character in the doc type", File(kTagsTitle, "we\x01" "bm"), generic},
         {"a SimpleTag larger than the file", File(El(kTags, El(kTag, ElSized(kSimpleTag, VarInt(uint64_t{1} << 50), "")))), generic},
     };
     for (const auto& c : cases) EXPECT_EQ(Read(c.bytes), "fail:" + c.log + "  [MatroskaTags::Read]\r\n") << c.what;
-    // Junk before the header is stepped over, and "webm" is a doc type too.
-    EXPECT_EQ(Read(std::string(100, 'j') + File(kTagsTitle, "webm")), "ALBUM=Album;");
+    // Junk before the header is stepped over, and "webm" is a doc type too, of these versions.
+    EXPECT_EQ(Read(std::string(100, 'j') + El(kHeader, El(kDocType, "webm") + UInt(0x285, 2) + UInt(0x2F7, 1)) + El(kSegment, kTagsTitle)), "ALBUM=Album;");
 }
 
 TEST_F(MatroskaRead, NamesLevelsAndTargets) {
