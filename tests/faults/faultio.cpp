@@ -19,7 +19,6 @@ Fn Real(const char* name) {
     static const Fn fn = reinterpret_cast<Fn>(::dlsym(RTLD_NEXT, name));
     return fn;
 }
-
 // The active plan and what it has done; the test's own state.
 struct State {
     std::mutex mutex;
@@ -35,14 +34,12 @@ int64_t Locked(int64_t State::*field) {
     const std::lock_guard lock(TheState().mutex);
     return TheState().*field;
 }
-
 bool Targeted(int fd, const Plan& plan) {
     char link[PATH_MAX];
     const std::string name = "/proc/self/fd/" + std::to_string(fd);
     const ssize_t length = fd < 3 ? -1 : ::readlink(name.c_str(), link, sizeof link - 1);
     return length > 0 && std::string(link, static_cast<size_t>(length)).rfind(plan.target, 0) == 0;
 }
-
 // Sets errno and counts the fault: -1 to return.
 ssize_t Fail(State& state, int error) {
     ++state.injected;
@@ -61,7 +58,6 @@ ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int fai
     state.struck = true;
     return Fail(state, failErrno);
 }
-
 // Decides one call: -1 with errno set when it is to fail now, else the count it may move.
 ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAfter, int64_t failsAt, int failErrno) {
     if (Interrupts(state)) return Fail(state, EINTR);
@@ -71,7 +67,6 @@ ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAft
     if (allowed != count) ++state.injected;
     return AtOffset(state, fd, static_cast<ssize_t>(allowed), failsAt, failErrno);
 }
-
 // One read or write: `decide` (under the lock, for a targeted call) gives the
 // count it may move or -1; `call` moves it; `moved` counts what it moved.
 template <typename DecideFn, typename CallFn>
@@ -112,7 +107,6 @@ Scope::~Scope() {
     const std::lock_guard lock(TheState().mutex);
     TheState().active = false;
 }
-
 int64_t Injected() { return Locked(&State::injected); }
 int64_t BytesRead() { return Locked(&State::read); }
 int64_t BytesWritten() { return Locked(&State::written); }
@@ -134,7 +128,6 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
         return faults::Real<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, allowed);
     });
 }
-
 extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
     const auto decide = [&](State& state) {
         return faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter, state.plan.writeFailsAt, ENOSPC);
@@ -143,7 +136,6 @@ extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
         return faults::Real<ssize_t (*)(int, const void*, size_t)>("write")(fd, buffer, allowed);
     });
 }
-
 extern "C" int ftruncate(int fd, off_t length) {
     State& state = faults::TheState();
     {

@@ -24,7 +24,6 @@ struct Plan {
     int64_t writeFailsAt = -1;
     bool once = false;                 // the offset faults strike once; later calls pass
 };
-
 // Makes `plan` (aimed at `target` when given) active for its lifetime; one at a time.
 class Scope {
 public:
@@ -34,7 +33,6 @@ public:
     Scope& operator=(const Scope&) = delete;
     ~Scope();
 };
-
 // The calls the active plan has changed so far (a test that injects nothing
 // proves nothing), and the bytes its target has read and written.
 int64_t Injected();

@@ -33,7 +33,6 @@ struct Outcome {
     bool result = false;
     std::string file, tags, log;
 };
-
 Outcome RunOn(const std::string& start, Op op, const P* plan) {
     TempDir dir;
     LogCapture log(dir);
@@ -57,7 +56,6 @@ Outcome RunOn(const std::string& start, Op op, const P* plan) {
     outcome.log = log.Text();
     return outcome;
 }
-
 P Chunks(size_t n) { return {.target = {}, .maxChunk = n}; }
 P ReadFailsAfter(int64_t n) { return {.target = {}, .readFailAfter = n}; }
 P WriteFailsAfter(int64_t n) { return {.target = {}, .writeFailAfter = n}; }
@@ -106,7 +104,6 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         if (row.restored) { EXPECT_TRUE(faulted.file == row.start) << "the file changed"; }
     }
 }
-
 // A tag whose size changes moves the audio behind it in 64 KiB steps, from the
 // end backwards when it grows, from its start forwards when it shrinks. A read
 // or a write that fails once, at any step and part-way through its block,

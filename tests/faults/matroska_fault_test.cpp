@@ -56,7 +56,6 @@ struct Outcome {
     std::string file, log;
     int64_t read = 0, written = 0, injected = 0;
 };
-
 // Runs `op` on a fresh copy, under `plan` when there is one.
 Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
     TempDir dir;
@@ -80,7 +79,6 @@ Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
     outcome.log = log.Text();
     return outcome;
 }
-
 // What a fault must lead to: success to the bytes of the undisturbed run; the
 // logged error with the file byte for byte as it was (as the shrink left it);
 // the logged error with the Clusters and the audio as they were.

@@ -77,7 +77,7 @@ std::vector<XmlSimple> ParseTagsXml(const std::string& xml) {
 std::pair<std::string, int> MatroskaName(const std::string& name) {
     static const std::map<std::string, std::pair<std::string, int>> kNames = {
         {"ALBUM", {"TITLE", 50}}, {"album artist", {"ARTIST", 50}}, {"track", {"PART_NUMBER", 30}},
-        {"date", {"DATE_RECORDED", 30}}};
+        {"date", {"DATE_RECORDED", 30}}, {"disc", {"PART_NUMBER", 50}}};
     return kNames.count(name) ? kNames.at(name) : std::pair(name, 30);   // the others are upper case
 }
 
@@ -237,7 +237,7 @@ protected:
         std::set<std::string> pieces, names;
         for (const auto& [name, value] : shown) {
             for (size_t at = name.rfind("_albumart_", 0) == 0 ? value.size() + 1 : 0; at <= value.size();) {
-                const size_t end = std::min(value.find_first_of(name == "track" ? "\r/" : "\r", at), value.size());
+                const size_t end = std::min(value.find_first_of(name == "track" || name == "disc" ? "\r/" : "\r", at), value.size());
                 pieces.insert(value.substr(at, end - at));
                 Check(xml.find("<String>" + value.substr(at, end - at) + "</String>") != std::string::npos,
                       "fdhost shows " + name + "=" + value + ", mkvextract doesn't");
@@ -273,10 +273,10 @@ protected:
         }
     }
 
-    static std::string RandomText(std::mt19937& random) {
+    static std::string RandomText(std::mt19937& random, bool more = true) {
         std::string text(random() % 4 == 0 ? 200 + random() % 600 : 1 + random() % 12, 'a');
         for (char& c : text) c = static_cast<char>('a' + random() % 26);
-        return text;
+        return more && random() % 3 == 0 ? text + "\r" + RandomText(random, false) : text;   // now and then two values
     }
 
     void RunStep(const std::string& file, std::mt19937& random) {
@@ -286,11 +286,12 @@ protected:
         std::set<std::string> named;
         Shown written;
         std::vector<std::string> args = {step == Step::DeleteNames || step == Step::DeleteAll ? "delete" : "write", file};
-        static const std::vector<std::string> kNames = {"TITLE", "ARTIST", "ALBUM", "GENRE", "COMMENT", "track", "date", "MOOD", "album artist"};
+        static const std::vector<std::string> kNames = {"TITLE", "ARTIST", "ALBUM", "GENRE", "COMMENT", "track", "date", "MOOD", "album artist", "disc"};
         if (step == Step::Text || step == Step::Picture) {
             for (int n = 1 + random() % 3; n > 0; --n) {
                 const std::string name = *named.insert(kNames[random() % kNames.size()]).first;
-                written[name] = name == "track" ? std::to_string(random() % 20) + "/20" : RandomText(random);
+                const std::string total = name == "track" ? "/20" : "/3";   // a total that stays, so its bytes do
+                written[name] = name == "track" || name == "disc" ? std::to_string(random() % 20) + total : RandomText(random);
             }
             for (const auto& [name, value] : written) args.insert(args.end(), {"--set", name + "=" + value});
         }

@@ -12,17 +12,16 @@
 
 namespace ebmltest {
 
-struct TopElement {
-    uint32_t id = 0;        // with the length marker, as it stands in the file
-    uint64_t offset = 0;    // of the ID
-    uint64_t total = 0;     // header and body
+struct TopElement {   // id with the length marker; offset of the id; total of header and body
+    uint32_t id = 0;
+    uint64_t offset = 0, total = 0;
 };
 struct SegmentView {
     uint64_t dataBegin = 0, dataEnd = 0;
     std::vector<TopElement> children;
     std::string error;   // empty when the walk reached the Segment's end
 };
-
+// A var-int at `at`, stepped over; an ID keeps its length marker.
 inline bool ReadVar(const std::string& b, uint64_t& at, uint64_t& value, bool keepMarker) {
     if (at >= b.size()) return false;
     const auto first = static_cast<uint8_t>(b[at]);
@@ -69,11 +68,8 @@ inline SegmentView WalkSegment(const std::string& b) {
     }
     return view;
 }
-
 // The children of the element at `at`, as far as they parse inside it.
-struct Child {
-    uint64_t id, offset, body, end;   // id with the length marker
-};
+struct Child { uint64_t id, offset, body, end; };
 inline std::vector<Child> Children(const std::string& b, uint64_t at) {
     uint64_t id = 0, size = 0;
     std::vector<Child> children;
@@ -85,7 +81,6 @@ inline std::vector<Child> Children(const std::string& b, uint64_t at) {
     }
     return children;
 }
-
 // "" when every Seek entry of every SeekHead points at an element of its ID.
 inline std::string SeekProblems(const std::string& b) {
     const SegmentView view = WalkSegment(b);
@@ -110,7 +105,6 @@ inline std::string SeekProblems(const std::string& b) {
     }
     return problems;
 }
-
 // Bitwise CRC-32 (IEEE, reflected), independent of the engine's.
 inline uint32_t Crc32(const std::string& b, uint64_t from, uint64_t to) {
     uint32_t crc = 0xFFFFFFFF;
@@ -140,11 +134,9 @@ inline std::string CrcProblems(const std::string& b, uint64_t offset, uint64_t e
 }
 inline std::string CrcProblems(const std::string& b) {
     std::string problems;
-    for (const TopElement& e : WalkSegment(b).children)
-        if (e.id != 0x1F43B675) problems += CrcProblems(b, e.offset, e.offset + e.total);
+    for (const TopElement& e : WalkSegment(b).children) problems += e.id == 0x1F43B675 ? "" : CrcProblems(b, e.offset, e.offset + e.total);
     return problems;
 }
-
 // The Clusters' bytes by offset.
 inline std::map<uint64_t, std::string> Clusters(const std::string& b) {
     std::map<uint64_t, std::string> clusters;
@@ -152,18 +144,14 @@ inline std::map<uint64_t, std::string> Clusters(const std::string& b) {
         if (e.id == 0x1F43B675) clusters[e.offset] = b.substr(e.offset, e.total);
     return clusters;
 }
-
 // "Name;" of the top level, with short names of the usual elements.
 inline std::string Layout(const std::string& b) {
-    const std::map<uint32_t, const char*> names = {
+    const std::map<uint32_t, std::string> names = {
         {0x114D9B74, "SeekHead"}, {0xEC, "Void"}, {0x1549A966, "Info"}, {0x1654AE6B, "Tracks"},
         {0x1C53BB6B, "Cues"}, {0x1F43B675, "Cluster"}, {0x1254C367, "Tags"}, {0x1941A469, "Attachments"}};
     const SegmentView view = WalkSegment(b);
     std::string out;
-    for (const TopElement& e : view.children) {
-        const auto name = names.find(e.id);
-        out += (name == names.end() ? std::to_string(e.id) : std::string(name->second)) + ";";
-    }
+    for (const TopElement& e : view.children) out += (names.count(e.id) ? names.at(e.id) : std::to_string(e.id)) + ";";
     return out + view.error;
 }
 

@@ -38,7 +38,6 @@ protected:
     LogCapture log{dir};
     std::string path = dir.File("song.mka");
 };
-
 const std::string kTagsTitle = El(kTags, TagWith("", {Simple("TITLE", "Album")}));
 
 // A SeekHead with a Void behind it, `size` bytes in all.
@@ -103,7 +102,6 @@ TEST_F(MatroskaRead, NamesLevelsAndTargets) {
               "track=3/12;ALBUM=Alb|X|C0;album artist=AA;ARTIST=A1|A2;date=2001;MOOD=m;TITLE=T1;"
               "_albumart_1_Front Album Cover=[9 bytes];_albumart_2_booklet 1=[3 bytes];_albumart_3_=;");
 }
-
 // A reading stream serves small reads from a window of the file: every mix of
 // seeks, skips and reads, across the window's edge and up to the end, must
 // give the file's bytes and positions, and a read past the end must fail.

@@ -1,5 +1,5 @@
-// Encoding, in-place replacement, the three relayouts, deletion and the files
-// that can't be tagged, over hand-built files. After every job the Clusters
+// In-place replacement, the three relayouts, deletion and the files that
+// can't be tagged, over hand-built files. After every job the Clusters
 // stand unchanged at their offsets, every Seek entry is true and every CRC-32
 // holds.
 
@@ -7,7 +7,6 @@
 
 #include <string>
 
-#include "codecs/decoders/ffmpeg/qel-matroska/matroskaencode.h"
 #include "codecs/decoders/ffmpeg/qel-matroska/matroskatags.h"
 #include "ebmlbytes.h"
 #include "ebmlwalk.h"
@@ -28,17 +27,6 @@ std::string Tags(const std::string& title) {
 }
 // A Void of `total` bytes, 2 to 128.
 std::string VoidOf(size_t total) { return El(kVoid, std::string(total - 2, '\0')); }
-
-// "KEY=NAME@LEVEL:VALUE,...;" of the Global map.
-std::string DescribeRecord(const Matroska::TagRecord& record) {
-    std::string out;
-    for (const auto& [key, values] : record.Global) {
-        out += key + "=";
-        for (const Matroska::TagValue& v : values) out += v.name + "@" + std::to_string(v.level) + ":" + v.value + ",";
-        out += ";";
-    }
-    return out;
-}
 
 class MatroskaWrite : public ::testing::Test {
 protected:
@@ -66,40 +54,6 @@ protected:
 
 }  // namespace
 
-TEST(MatroskaEncode, MergeRules) {
-    const struct {
-        std::vector<std::pair<const char*, const char*>> tags;
-        bool changed;
-        const char* record;
-    } cases[] = {
-        {{{"TITLE", "Old"}}, false, "TITLE=TITLE@30:Old,;TOTAL_TRACKS=TOTAL_PARTS@50:12,;TRACK_NUMBER=PART_NUMBER@30:9,;"},
-        {{{"track", "3"}}, true, "TITLE=TITLE@30:Old,;TRACK_NUMBER=PART_NUMBER@30:3,;"},
-        {{{"track", "3/12"}, {"disc", "1/2"}}, true,
-         "DISC_NUMBER=PART_NUMBER@50:1,;TITLE=TITLE@30:Old,;TOTAL_DISCS=TOTAL_PARTS@60:2,;"
-         "TOTAL_TRACKS=TOTAL_PARTS@50:12,;TRACK_NUMBER=PART_NUMBER@30:3,;"},
-        {{{"track", "/12"}}, true, "TITLE=TITLE@30:Old,;TOTAL_TRACKS=TOTAL_PARTS@50:12,;TRACK_NUMBER=PART_NUMBER@30:,;"},
-        {{{"Artist", "a\rb"}, {"Date", "2001"}, {"album artist", "Band"}, {"album", "Alb"}}, true,
-         "ALBUM=TITLE@50:Alb,;ALBUM_ARTIST=ARTIST@50:Band,;ARTIST=ARTIST@30:a,ARTIST@30:b,;DATE_RECORDED=DATE_RECORDED@30:2001,;"
-         "TITLE=TITLE@30:Old,;TOTAL_TRACKS=TOTAL_PARTS@50:12,;TRACK_NUMBER=PART_NUMBER@30:9,;"},
-        {{{"_albumart_1_Front Album Cover", "x"}, {"title", ""}}, true,
-         "TITLE=;TOTAL_TRACKS=TOTAL_PARTS@50:12,;TRACK_NUMBER=PART_NUMBER@30:9,;"},
-    };
-    for (const auto& c : cases) {
-        Matroska::TagRecord record;
-        record.Global["TITLE"] = {Matroska::MakeTagValue("TITLE", "Old")};
-        record.Global["TITLE"][0].raw = {1, 2, 3};   // written back as it stood while unchanged
-        record.Global["TRACK_NUMBER"] = {Matroska::MakeTagValue("TRACK_NUMBER", "9")};
-        record.Global["TOTAL_TRACKS"] = {Matroska::MakeTagValue("TOTAL_TRACKS", "12")};
-        IDTags tags;
-        for (const auto& [name, value] : c.tags) tags.Add(S(name), S(value));
-        EXPECT_EQ(Matroska::MergeIDTags(tags, record), c.changed) << c.record;
-        EXPECT_EQ(DescribeRecord(record), c.record);
-        if (!record.Global["TITLE"].empty() && record.Global["TITLE"][0].value == "Old") {
-            EXPECT_EQ(record.Global["TITLE"][0].raw, (std::vector<uint8_t>{1, 2, 3}));
-        }
-    }
-}
-
 TEST_F(MatroskaWrite, ThreeLayoutsOfTheRelayout) {
     const IDTags title = Tags({{"TITLE", std::string(60, 'n')}});
     const std::string tail = Tags("old") + kInfoElement;   // Tags not last: no room to grow in place
@@ -120,7 +74,6 @@ TEST_F(MatroskaWrite, ThreeLayoutsOfTheRelayout) {
         EXPECT_EQ(ReadBack(), "TITLE=short;");
     }
 }
-
 // Size fields and checksums the engine must not trust or keep: a Void behind
 // the Tags whose size claims the Info behind it is not written over, and a
 // SeekHead whose entry goes with a removed element loses its CRC-32.
