@@ -46,6 +46,10 @@ ssize_t Fail(State& state, int error) {
     errno = error;
     return -1;
 }
+Plan Aimed(Plan plan, const std::string& target) {
+    plan.target = target;
+    return plan;
+}
 // Every other call of an interrupting plan fails with EINTR.
 bool Interrupts(State& state) { return state.plan.interrupt && (state.interruptNext = !state.interruptNext); }
 
@@ -98,11 +102,7 @@ Scope::Scope(const Plan& plan) {
     state.read = state.written = state.reads = state.injected = 0;
     state.active = true;
 }
-Scope::Scope(const Plan& plan, const std::string& target) : Scope([&] {
-    Plan aimed = plan;
-    aimed.target = target;
-    return aimed;
-}()) {}
+Scope::Scope(const Plan& plan, const std::string& target) : Scope(Aimed(plan, target)) {}
 Scope::~Scope() {
     const std::lock_guard lock(TheState().mutex);
     TheState().active = false;

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <optional>
 #include <tuple>
 #include <vector>
 
@@ -56,16 +55,15 @@ struct Outcome {
     std::string file, log;
     int64_t read = 0, written = 0, injected = 0;
 };
-// Runs `op` on a fresh copy, under `plan` when there is one.
-Outcome RunOp(Op op, const std::optional<faults::Plan>& plan) {
+// Runs `op` on a fresh copy under `plan`.
+Outcome RunOp(Op op, const faults::Plan& plan) {
     TempDir dir;
     LogCapture log(dir);
     const std::string path = dir.File("song.mka");
     WriteFile(path, StartOf(op));
     Outcome outcome;
     {
-        std::optional<faults::Scope> scope;
-        if (plan) scope.emplace(*plan, path);
+        const faults::Scope scope(plan, path);
         const std::u16string cover = std::u16string(u"_albumart_1_Front Album Cover") + u'\0';
         if (op == Op::Title) outcome.result = MatroskaTags::Write(S(path), Tags({{"Title", std::string(300, 't')}}), log.Target());
         if (op == Op::AddCover) outcome.result = MatroskaTags::Write(S(path), CoverTags(In().cover), log.Target());

@@ -1,12 +1,11 @@
 #pragma once
 // An independent look at a Matroska file, for checking what the engine wrote:
 // the Segment's children, whether every Seek entry points at an element of its
-// ID, and whether every CRC-32 holds over the bytes it covers.
+// ID, and whether every CRC-32 holds.
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -114,27 +113,19 @@ inline uint32_t Crc32(const std::string& b, uint64_t from, uint64_t to) {
     }
     return ~crc;
 }
-// "" when every CRC-32 inside the master element at `offset` (down to the
-// masters that hold tags, attachments, tracks, chapters, cues and seeks)
-// stands first and holds, little-endian, over the bytes behind it.
-inline std::string CrcProblems(const std::string& b, uint64_t offset, uint64_t end) {
-    static const std::set<uint64_t> kMasters = {0x1254C367, 0x7373, 0x63C0, 0x67C8, 0x1941A469, 0x61A7, 0x1654AE6B,
-                                                0xAE,       0x1043A770, 0x45B9, 0xB6,   0x114D9B74, 0x4DBB, 0x1549A966,
-                                                0x1C53BB6B, 0xBB,   0xB7};
-    const std::vector<Child> kids = Children(b, offset);
-    std::string problems;
-    for (const Child& k : kids) {
-        uint32_t stored = 0;
-        for (uint64_t i = k.end; k.id == 0xBF && i-- > k.body;) stored = stored << 8 | static_cast<uint8_t>(b[i]);
-        if (k.id == 0xBF && (k.offset != kids[0].offset || k.end != k.body + 4 || stored != Crc32(b, k.end, end)))
-            problems += "CRC-32 at " + std::to_string(k.offset) + ";";
-        if (kMasters.count(k.id)) problems += CrcProblems(b, k.offset, k.end);
-    }
-    return problems;
-}
+// "" when every CRC-32 of a top-level element (a Cluster's aside) stands first
+// and holds, little-endian, over the bytes behind it.
 inline std::string CrcProblems(const std::string& b) {
     std::string problems;
-    for (const TopElement& e : WalkSegment(b).children) problems += e.id == 0x1F43B675 ? "" : CrcProblems(b, e.offset, e.offset + e.total);
+    for (const TopElement& e : WalkSegment(b).children) {
+        const std::vector<Child> kids = e.id == 0x1F43B675 ? std::vector<Child>{} : Children(b, e.offset);
+        for (const Child& k : kids) {
+            uint32_t stored = 0;
+            for (uint64_t i = k.end; k.id == 0xBF && i-- > k.body;) stored = stored << 8 | static_cast<uint8_t>(b[i]);
+            if (k.id == 0xBF && (k.offset != kids[0].offset || k.end != k.body + 4 || stored != Crc32(b, k.end, e.offset + e.total)))
+                problems += "CRC-32 at " + std::to_string(k.offset) + ";";
+        }
+    }
     return problems;
 }
 // The Clusters' bytes by offset.
