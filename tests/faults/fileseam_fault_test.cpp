@@ -104,6 +104,7 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         if (row.restored) { EXPECT_TRUE(faulted.file == row.start) << "the file changed"; }
     }
 }
+
 // A tag whose size changes moves the audio behind it in 64 KiB steps, from the
 // end backwards when it grows, from its start forwards when it shrinks. A read
 // or a write that fails once, at any step and part-way through its block,

@@ -24,8 +24,7 @@ namespace {
 
 using Json = nlohmann::json;
 using Shown = std::map<std::string, std::string>;   // name -> value, or picture key -> bytes
-using ebmltest::Child;
-using ebmltest::Children;
+using namespace ebmltest;
 
 const char* kTagsXml = R"X(<?xml version="1.0"?><Tags>
 <Tag><Targets><TargetTypeValue>50</TargetTypeValue></Targets>
@@ -43,12 +42,9 @@ struct XmlSimple {   // `scoped`: aimed at a track, chapter, edition or attachme
     int level = 50;
     bool scoped = false;
 };
-
 std::string Between(const std::string& text, const std::string& open, const std::string& close, size_t from = 0) {
-    const size_t start = text.find(open, from);
-    if (start == std::string::npos) return "";
-    const size_t end = text.find(close, start + open.size());
-    return text.substr(start + open.size(), end - start - open.size());
+    const size_t start = text.find(open, from), end = text.find(close, start + open.size());
+    return start == std::string::npos ? "" : text.substr(start + open.size(), end - start - open.size());
 }
 
 // The top-level Simples of mkvextract's XML, with their Tag's Targets.
@@ -102,7 +98,6 @@ protected:
         it::WriteFile(dir.File("track.xml"), kTrackXml);
         it::WriteFile(dir.File("ch.txt"), "CHAPTER01=00:00:00.000\nCHAPTER01NAME=One\nCHAPTER02=00:00:01.000\nCHAPTER02NAME=Two\n");
     }
-
     static void Tool(std::vector<std::string> argv) {   // exit 1: warnings
         argv[0] = "/usr/bin/" + argv[0];
         const it::RunResult result = it::Run(argv);
@@ -146,7 +141,7 @@ protected:
     // A browser's recording: Segment and Clusters of unknown size, Info and Tracks in front, nothing else.
     static std::string AsRecorded(const std::string& piped) {
         const std::string unknown("\x01\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 8);
-        const ebmltest::SegmentView view = ebmltest::WalkSegment(piped);
+        const SegmentView view = WalkSegment(piped);
         std::string recorded = piped.substr(0, view.dataBegin - 8) + unknown;
         for (const Child& e : Children(piped, view.dataBegin - 12)) {
             if (e.id == 0x1549A966 || e.id == 0x1654AE6B) recorded += piped.substr(e.offset, e.end - e.offset);
@@ -155,14 +150,13 @@ protected:
         return recorded;
     }
     static std::string WithoutChaptersEntry(std::string b) {   // its Seek entry becomes a Void
-        for (const Child& seek : Children(b, ebmltest::WalkSegment(b).children.at(0).offset)) {
+        for (const Child& seek : Children(b, WalkSegment(b).children.at(0).offset)) {
             const size_t size = seek.end - seek.offset - 2;
             if (seek.id == 0x4DBB && b.find("\x10\x43\xA7\x70", seek.body) < seek.end)
                 b.replace(seek.offset, size + 2, "\xEC" + std::string(1, static_cast<char>(0x80 | size)) + std::string(size, '\0'));
         }
         return b;
     }
-
     void Check(bool ok, const std::string& what) {
         ++checks;
         if (!ok) ADD_FAILURE() << context << ": " << what << " (difference " << ++differences << ")";
@@ -195,42 +189,39 @@ protected:
         const std::string out = dir.File("pictures" + std::to_string(++readings));
         const std::string pictures = it::Fdhost({"pictures", file, "-o", out, "--json"}).out;
         const Json pictureList = pictures.empty() ? Json::array() : Json::parse(pictures)["pictures"];
-        for (const Json& picture : pictureList) {
+        for (const Json& picture : pictureList)
             shown[picture["key"].get<std::string>()] = it::ReadFile(picture["path"].get<std::string>());
-        }
         return shown;
     }
     // (id, body) of the top-level elements a step doesn't own, and the
     // bodies of AttachedFiles.
     static std::multiset<std::string> Kept(const std::string& b, bool imagesToo) {
         std::multiset<std::string> kept;
-        for (const ebmltest::TopElement& e : ebmltest::WalkSegment(b).children) {
+        for (const TopElement& e : WalkSegment(b).children) {
             for (const Child& file : e.id == 0x1941A469 ? Children(b, e.offset) : std::vector<Child>{}) {
                 const std::string body = b.substr(file.body, file.end - file.body);
                 if (file.id == 0x61A7 && (imagesToo || body.find("image/") == std::string::npos)) kept.insert(body);
             }
             uint64_t body = e.offset, value = 0;
             const bool owned = std::set<uint32_t>{0x114D9B74, 0xEC, 0xBF, 0x1254C367, 0x1941A469}.count(e.id) != 0;
-            if (!owned && ebmltest::ReadVar(b, body, value, true) && ebmltest::ReadVar(b, body, value, false))
+            if (!owned && ReadVar(b, body, value, true) && ReadVar(b, body, value, false))
                 kept.insert(std::to_string(e.id) + ":" + b.substr(body, e.offset + e.total - body));
         }
         return kept;
     }
-
     void Verify(const std::string& file, const std::string& before, const Shown& shownBefore, const std::string& xmlBefore,
                 Step step, const std::set<std::string>& named, const Shown& written) {
         const std::string after = it::ReadFile(file);
         const it::RunResult info = it::Run({"/usr/bin/mkvinfo", file});
         const std::string said = info.out + info.err;
         Check(info.exitCode == 0 && said.find("rror") == said.npos && said.find("arning") == said.npos, "mkvinfo: " + said);
-        Check(ebmltest::CrcProblems(after).empty(), "CRC-32s: " + ebmltest::CrcProblems(after));
-        Check(ebmltest::SeekProblems(after).empty(), "Seek entries: " + ebmltest::SeekProblems(after));
-        Check(ebmltest::Clusters(after) == ebmltest::Clusters(before), "the Clusters moved or changed");
+        Check(CrcProblems(after).empty(), "CRC-32s: " + CrcProblems(after));
+        Check(SeekProblems(after).empty(), "Seek entries: " + SeekProblems(after));
+        Check(Clusters(after) == Clusters(before), "the Clusters moved or changed");
         Check(Audio(file) == audio, "the decoded audio changed");
         const bool picturesKept = step == Step::Text || step == Step::WriteBack;
         const std::multiset<std::string> was = Kept(before, picturesKept), now = Kept(after, picturesKept);
         Check(std::includes(now.begin(), now.end(), was.begin(), was.end()), "an element the step didn't own is gone");
-
         const Shown shown = Read(file);
         const std::string xml = Xml(file);
         const std::vector<XmlSimple> simples = ParseTagsXml(xml);
@@ -278,7 +269,6 @@ protected:
         for (char& c : text) c = static_cast<char>('a' + random() % 26);
         return more && random() % 3 == 0 ? text + "\r" + RandomText(random, false) : text;   // now and then two values
     }
-
     void RunStep(const std::string& file, std::mt19937& random) {
         const std::string before = it::ReadFile(file), xmlBefore = Xml(file);
         const Shown shownBefore = Read(file);

@@ -74,6 +74,7 @@ TEST_F(MatroskaWrite, ThreeLayoutsOfTheRelayout) {
         EXPECT_EQ(ReadBack(), "TITLE=short;");
     }
 }
+
 // Size fields and checksums the engine must not trust or keep: a Void behind
 // the Tags whose size claims the Info behind it is not written over, and a
 // SeekHead whose entry goes with a removed element loses its CRC-32.
