@@ -1,9 +1,8 @@
 #pragma once
-// Faults at the system-call seam, for tests only. The test executable that
-// links faultio.cpp defines read, write and ftruncate itself; they go to the C
-// library's own functions unless a Scope is active and the descriptor names
-// the plan's target (its /proc/self/fd link: a path, or "pipe:" for every
-// pipe). No logic file knows about this.
+// Faults at the system-call seam: a test linking faultio.cpp defines read,
+// write and ftruncate itself, and they fail as planned while a Scope is active
+// and the descriptor's /proc/self/fd link starts with the plan's target (a
+// path, or "pipe:"). No logic file knows about this.
 
 #include <cstdint>
 #include <string>

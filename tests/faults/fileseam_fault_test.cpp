@@ -1,7 +1,6 @@
-// The tag flows with faults at the file seam: short reads and writes and EINTR
-// change nothing; a failed read or a full disk give a refusal with the file
-// byte for byte as it was; a file that shrinks while read is reported; a tail
-// move that fails at any step puts the file back or says it is damaged.
+// The tag writes with faults at the file seam: short calls and EINTR change
+// nothing; a failed read or a full disk leave the file as it was; a tail move
+// that fails at any step puts the file back or says it is damaged.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +8,6 @@
 #include <optional>
 
 #include "faultio.h"
-#include "support/clString.h"
 #include "tags/stdtags.h"
 #include "tests/tags/tagbytes.h"
 #include "tests/tags/tagfixture.h"
@@ -19,7 +17,7 @@ using namespace tagtest;
 namespace {
 
 using P = faults::Plan;
-enum class Op { Write, Delete, Read };
+enum class Op { Write, Delete };
 constexpr char kRestored[] = "restored as it was";
 
 std::string Id3v2Title(const std::string& title) { return Tag(3, Frame23("TIT2", Text(title))); }
@@ -31,7 +29,7 @@ const std::string kApe = kAudio + ApeTag({{"Title", "Old"}}).Bytes(), kId3v2 = I
 
 struct Outcome {
     bool result = false;
-    std::string file, tags, log;
+    std::string file, log;
 };
 Outcome RunOn(const std::string& start, Op op, const P* plan) {
     TempDir dir;
@@ -42,14 +40,10 @@ Outcome RunOn(const std::string& start, Op op, const P* plan) {
     {
         std::optional<faults::Scope> scope;
         if (plan) scope.emplace(*plan, path);
-        IDTags tags;
-        clString version;
         if (op == Op::Write) {
             outcome.result = WriteStdTags(S(path), Tags({{"Title", "New"}, {"Comment", std::string(30000, 'c')}}), 1, log.Target());
         }
         if (op == Op::Delete) outcome.result = DeleteStdTags(S(path), nullptr, log.Target());
-        if (op == Op::Read) outcome.result = ReadStdTags(S(path), tags, version, log.Target());
-        outcome.tags = Describe(tags);
         if (plan) { EXPECT_GT(faults::Injected(), 0) << "the plan never struck"; }
     }
     outcome.file = ReadFile(path);
@@ -60,7 +54,6 @@ P Chunks(size_t n) { return {.target = {}, .maxChunk = n}; }
 P ReadFailsAfter(int64_t n) { return {.target = {}, .readFailAfter = n}; }
 P WriteFailsAfter(int64_t n) { return {.target = {}, .writeFailAfter = n}; }
 P WriteFailsOnceAt(int64_t at) { return {.target = {}, .writeFailsAt = at, .once = true}; }
-P Shrinks(int64_t to) { return {.target = {}, .shrinkAfterReads = 1, .shrinkTo = to}; }
 
 }  // namespace
 
@@ -79,7 +72,6 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         {"ID3v2 and APE write, 7-byte pieces", kBoth, Op::Write, Chunks(7), nullptr, false},
         {"ID3v2 and APE write, EINTR", kBoth, Op::Write, eintr, nullptr, false},
         {"APE delete, 3-byte pieces", kApe, Op::Delete, Chunks(3), nullptr, false},
-        {"ID3v2 and APE read, EINTR", kBoth, Op::Read, eintr, nullptr, false},
         {"ID3v2 delete, EINTR", kId3v2, Op::Delete, eintr, nullptr, false},
         {"APE write, disk full at once", kApe, Op::Write, WriteFailsAfter(0), "Could not write APE tag", true},
         {"APE write, disk full half-way", kApe, Op::Write, WriteFailsAfter(15000), "Could not write APE tag", true},
@@ -87,12 +79,8 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         {"ID3v2 write, disk full while reserving room", kId3v2, Op::Write, WriteFailsAfter(10000), "Could not write ID3v2 tag", true},
         {"APE write, write fails once over the old tag", kApe, Op::Write, WriteFailsOnceAt(80020), kRestored, true},
         {"ID3v2 and APE write, write fails once in the new APE tag", kBoth, Op::Write, WriteFailsOnceAt(pastOldEnd), "Could not write ID3v2 tag", true},
-        {"APE read, read fails half-way", kApe, Op::Read, ReadFailsAfter(16), "", true},
-        {"ID3v2 read, read fails half-way", kId3v2, Op::Read, ReadFailsAfter(12), "", true},
         {"APE write, read fails half-way", kApe, Op::Write, ReadFailsAfter(40), "", true},
         {"ID3v2 write, read fails half-way", kId3v2, Op::Write, ReadFailsAfter(12), "", true},
-        {"APE read, file shrinks", kApe, Op::Read, Shrinks(1000), "", false},
-        {"ID3v2 read, file shrinks", kId3v2, Op::Read, Shrinks(8), "", false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -100,7 +88,7 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
         ASSERT_TRUE(clean.result) << clean.log;
         EXPECT_EQ(faulted.result, row.logText == nullptr) << faulted.log;
         EXPECT_NE(faulted.log.find(row.logText ? row.logText : ""), std::string::npos) << faulted.log;
-        if (!row.logText) { EXPECT_TRUE(faulted.file == clean.file && faulted.tags == clean.tags) << "differs from the undisturbed run"; }
+        if (!row.logText) { EXPECT_TRUE(faulted.file == clean.file) << "differs from the undisturbed run"; }
         if (row.restored) { EXPECT_TRUE(faulted.file == row.start) << "the file changed"; }
     }
 }

@@ -1,8 +1,6 @@
-// The Matroska retag flows with faults at the file seam: short reads and writes
-// and EINTR change nothing; a failed read, a full disk, before the first write
-// or where the file grows, or a shrinking file end in the logged error with
-// the file byte for byte as it was. A device that fails every write from
-// half-way leaves the Clusters and the audio as they were.
+// The Matroska retag flows with faults at the file seam: short calls and EINTR
+// change nothing; a failed read, a full disk or a shrinking file leave the file
+// as it was; a device failing every write from half-way keeps the audio.
 
 #include <gtest/gtest.h>
 
