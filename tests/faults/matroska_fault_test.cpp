@@ -1,6 +1,6 @@
 // The Matroska retag flows with faults at the file seam: short calls and EINTR
 // change nothing; a failed read, a full disk or a shrinking file leave the file
-// as it was; a device failing every write from half-way keeps the audio.
+// as it was; a device failing every write from half-way keeps the Clusters.
 
 #include <gtest/gtest.h>
 
@@ -23,20 +23,18 @@ IDTags CoverTags(const std::string& cover) {
     tags.AddBinary(S("_albumart_1_Front Album Cover"), cover.data(), static_cast<uint32_t>(cover.size()));
     return tags;
 }
-std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-f", "s16le", "-"}); }
 
 // A file made by ffmpeg, and the same with a cover attached: the starting
 // points of the four flows. Made once, on first use.
 struct Inputs {
     TempDir dir;
-    std::string cover, plain, covered, audio;
+    std::string cover, plain, covered;
     Inputs() {
         const std::string plainPath = dir.File("plain.mka"), coverPath = dir.File("cover.png");
         it::Ffmpeg({"-f", "lavfi", "-i", "sine=frequency=440:duration=2", "-c:a", "flac", "-metadata", "title=Old", plainPath});
         it::Ffmpeg({"-f", "lavfi", "-i", "color=c=red:s=64x48", "-frames:v", "1", coverPath});
         cover = ReadFile(coverPath);
         plain = ReadFile(plainPath);
-        audio = Audio(plainPath);
         LogCapture log(dir);
         if (!MatroskaTags::Write(S(plainPath), CoverTags(cover), log.Target())) ADD_FAILURE() << log.Text();
         covered = ReadFile(plainPath);
@@ -77,7 +75,7 @@ Outcome RunOp(Op op, const faults::Plan& plan) {
 }
 // What a fault must lead to: success to the bytes of the undisturbed run; the
 // logged error with the file byte for byte as it was (as the shrink left it);
-// the logged error with the Clusters and the audio as they were.
+// the logged error with the Clusters (the audio) as they were.
 enum class Expect { Same, Untouched, Cut };
 
 TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheFile) {
@@ -96,33 +94,26 @@ TEST(MatroskaFaults, EachFaultGivesItsResultAndKeepsTheFile) {
             {"file shrinks while read", P{.target = {}, .shrinkAfterReads = 1, .shrinkTo = half}, Expect::Untouched},
             {"write error half-way", P{.target = {}, .writeFailAfter = clean.written / 2}, Expect::Cut},
         };
-        // A disk that fills where the file grows still takes the old bytes
-        // back; a device failing every write ("half-way") can't.
         // A cover added gets a random FileUID, so no two runs compare; its
         // calls go through the same stream as the other flows' do.
         if (op != Op::AddCover) {
             rows.emplace_back("5-byte pieces", P{.target = {}, .maxChunk = 5}, Expect::Same);
             rows.emplace_back("EINTR", P{.target = {}, .interrupt = true}, Expect::Same);
         }
+        // A disk that fills where the file grows still takes the old bytes
+        // back; a device failing every write ("half-way") can't.
         if (clean.file.size() > start.size()) rows.emplace_back("disk full where the file grows", P{.target = {}, .writeFailsAt = size}, Expect::Untouched);
         for (const auto& [name, plan, expect] : rows) {
             SCOPED_TRACE(name);
             const Outcome faulted = RunOp(op, plan);
             EXPECT_GT(faulted.injected, 0) << "the plan never struck";
             EXPECT_EQ(faulted.result, expect == Expect::Same) << faulted.log;
-            if (expect == Expect::Same) {
-                EXPECT_TRUE(faulted.file == clean.file) << "differs from the undisturbed run";
-                continue;
-            }
-            EXPECT_NE(faulted.log.find("Couldn't update Matroska tags: "), std::string::npos) << faulted.log;
+            EXPECT_TRUE(expect != Expect::Same || faulted.file == clean.file) << "differs from the undisturbed run";
+            EXPECT_TRUE(expect == Expect::Same || faulted.log.find("Couldn't update Matroska tags: ") != std::string::npos) << faulted.log;
             const size_t kept = plan.shrinkAfterReads >= 0 ? static_cast<size_t>(plan.shrinkTo) : start.size();
-            if (expect == Expect::Untouched) { EXPECT_TRUE(faulted.file == start.substr(0, kept)) << "a failed job changed the file"; }
-            if (expect != Expect::Cut) continue;
+            EXPECT_TRUE(expect != Expect::Untouched || faulted.file == start.substr(0, kept)) << "a failed job changed the file";
             for (const auto& [offset, bytes] : ebmltest::Clusters(start))
-                EXPECT_TRUE(faulted.file.compare(offset, bytes.size(), bytes) == 0) << "Cluster at " << offset;
-            TempDir copyDir;
-            WriteFile(copyDir.File("faulted.mka"), faulted.file);
-            EXPECT_TRUE(Audio(copyDir.File("faulted.mka")) == In().audio) << "the decoded audio changed";
+                EXPECT_TRUE(expect != Expect::Cut || faulted.file.compare(offset, bytes.size(), bytes) == 0) << "Cluster at " << offset;
         }
     }
 }

@@ -68,7 +68,6 @@ std::vector<XmlSimple> ParseTagsXml(const std::string& xml) {
     }
     return simples;
 }
-
 // A tag name of the host as (Matroska TagName, level).
 std::pair<std::string, int> MatroskaName(const std::string& name) {
     static const std::map<std::string, std::pair<std::string, int>> kNames = {
@@ -76,7 +75,6 @@ std::pair<std::string, int> MatroskaName(const std::string& name) {
         {"date", {"DATE_RECORDED", 30}}, {"disc", {"PART_NUMBER", 50}}};
     return kNames.count(name) ? kNames.at(name) : std::pair(name, 30);   // the others are upper case
 }
-
 bool Hidden(const std::string& name) {   // a muxer's statistics of the stream, and the number pairs
     return name.empty() || name[0] == '_' ||
            std::set<std::string>{"BPS", "DURATION", "NUMBER_OF_FRAMES", "NUMBER_OF_BYTES", "PART_NUMBER", "TOTAL_PARTS"}.count(name);

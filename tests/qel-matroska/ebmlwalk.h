@@ -11,10 +11,8 @@
 
 namespace ebmltest {
 
-struct TopElement {   // id with the length marker; offset of the id; total of header and body
-    uint32_t id = 0;
-    uint64_t offset = 0, total = 0;
-};
+// A child of the Segment: its id with the length marker, the id's offset, the header and body's total.
+struct TopElement { uint32_t id = 0; uint64_t offset = 0, total = 0; };
 struct SegmentView {
     uint64_t dataBegin = 0, dataEnd = 0;
     std::vector<TopElement> children;

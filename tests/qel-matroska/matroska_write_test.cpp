@@ -19,9 +19,8 @@ const std::string kTracksElement = El(kTracks, std::string(30, '\0'));
 
 // Tags in the form the engine writes them.
 std::string Tags(const std::string& title) {
-    const std::string simple = El(kSimpleTag, El(kTagName, "TITLE") + El(kTagString, title) + El(kTagLanguage, "und") +
-                                                  UInt(0x484, 1));
-    return El(kTags, El(kTag, El(kTargets, UInt(kTargetTypeValue, 30)) + simple));
+    const std::string simple = El(kTagName, "TITLE") + El(kTagString, title) + El(kTagLanguage, "und") + UInt(0x484, 1);
+    return El(kTags, El(kTag, El(kTargets, UInt(kTargetTypeValue, 30)) + El(kSimpleTag, simple)));
 }
 // A Void of `total` bytes, 2 to 128.
 std::string VoidOf(size_t total) { return El(kVoid, std::string(total - 2, '\0')); }
@@ -55,18 +54,15 @@ protected:
 TEST_F(MatroskaWrite, ThreeLayoutsOfTheRelayout) {
     const IDTags title = Tags({{"TITLE", std::string(60, 'n')}});
     const std::string tail = Tags("old") + kInfoElement;   // Tags not last: no room to grow in place
-    const struct {
-        size_t leading;
-        const char* layout;
-    } cases[] = {
+    const std::pair<size_t, const char*> cases[] = {
         {10, "Void;Cluster;Cluster;Info;Tags;"},                                       // no room for a SeekHead
         {40, "SeekHead;Void;Cluster;Cluster;Info;SeekHead;Void;Tags;"},                // a small SeekHead only
         {50 + 12 + 8, "SeekHead;Void;Info;Void;Cluster;Cluster;Tags;"},                // avail just fits Info
     };
-    for (const auto& c : cases) {
-        ASSERT_TRUE(Write(File(VoidOf(c.leading) + Cluster(100) + Cluster(50) + tail), title)) << log.Text();
-        EXPECT_EQ(Layout(ReadFile(path)), c.layout) << c.leading;
-        EXPECT_EQ(ReadBack(), "TITLE=" + std::string(60, 'n') + ";") << c.leading;
+    for (const auto& [leading, layout] : cases) {
+        ASSERT_TRUE(Write(File(VoidOf(leading) + Cluster(100) + Cluster(50) + tail), title)) << log.Text();
+        EXPECT_EQ(Layout(ReadFile(path)), layout) << leading;
+        EXPECT_EQ(ReadBack(), "TITLE=" + std::string(60, 'n') + ";") << leading;
     }
 }
 
