@@ -19,71 +19,58 @@ Fn Real(const char* name) {
     static const Fn fn = reinterpret_cast<Fn>(::dlsym(RTLD_NEXT, name));
     return fn;
 }
-
 // The active plan and what it has done; the test's own state.
 struct State {
     std::mutex mutex;
-    bool active = false;
+    bool active = false, interruptNext = true, struck = false;   // struck: an offset fault of a `once` plan
     Plan plan;
-    bool interruptNext = true;
-    bool struck = false;   // an offset fault of a `once` plan has struck
     int64_t read = 0, written = 0, reads = 0, injected = 0;
 };
-
 State& TheState() {
     static State state;
     return state;
 }
-
 int64_t Locked(int64_t State::*field) {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    return state.*field;
+    const std::lock_guard lock(TheState().mutex);
+    return TheState().*field;
 }
-
 bool Targeted(int fd, const Plan& plan) {
-    if (fd < 3) return false;
     char link[PATH_MAX];
     const std::string name = "/proc/self/fd/" + std::to_string(fd);
-    const ssize_t length = ::readlink(name.c_str(), link, sizeof link - 1);
+    const ssize_t length = fd < 3 ? -1 : ::readlink(name.c_str(), link, sizeof link - 1);
     return length > 0 && std::string(link, static_cast<size_t>(length)).rfind(plan.target, 0) == 0;
 }
-
-// Every other call of an interrupting plan fails with EINTR.
-bool Interrupts(State& state) {
-    if (!state.plan.interrupt || !(state.interruptNext = !state.interruptNext)) return false;
+// Sets errno and counts the fault: -1 to return.
+ssize_t Fail(State& state, int error) {
     ++state.injected;
-    errno = EINTR;
-    return true;
+    errno = error;
+    return -1;
 }
+Plan Aimed(Plan plan, const std::string& target) {
+    plan.target = target;
+    return plan;
+}
+// Every other call of an interrupting plan fails with EINTR.
+bool Interrupts(State& state) { return state.plan.interrupt && (state.interruptNext = !state.interruptNext); }
 
-// The offset fault: the count the call may move, or -1 with errno set.
+// The offset fault: the count the call may move, or -1.
 ssize_t AtOffset(State& state, int fd, ssize_t allowed, int64_t failsAt, int failErrno) {
     if (failsAt < 0 || allowed <= 0 || (state.plan.once && state.struck)) return allowed;
     const off_t here = ::lseek(fd, 0, SEEK_CUR);
     if (here < 0 || here > failsAt || here + allowed <= failsAt) return allowed;
-    ++state.injected;
-    if (here < failsAt) return static_cast<ssize_t>(failsAt - here);
+    if (here < failsAt) return ++state.injected, static_cast<ssize_t>(failsAt - here);
     state.struck = true;
-    errno = failErrno;
-    return -1;
+    return Fail(state, failErrno);
 }
-
 // Decides one call: -1 with errno set when it is to fail now, else the count it may move.
 ssize_t Decide(State& state, int fd, size_t count, int64_t done, int64_t failAfter, int64_t failsAt, int failErrno) {
-    if (Interrupts(state)) return -1;
-    if (failAfter >= 0 && done >= failAfter) {
-        ++state.injected;
-        errno = failErrno;
-        return -1;
-    }
-    size_t allowed = count;
-    if (failAfter >= 0) allowed = std::min<size_t>(allowed, static_cast<size_t>(failAfter - done));
+    if (Interrupts(state)) return Fail(state, EINTR);
+    if (failAfter >= 0 && done >= failAfter) return Fail(state, failErrno);
+    size_t allowed = failAfter >= 0 ? std::min<size_t>(count, static_cast<size_t>(failAfter - done)) : count;
     if (state.plan.maxChunk != 0) allowed = std::min(allowed, state.plan.maxChunk);
     if (allowed != count) ++state.injected;
     return AtOffset(state, fd, static_cast<ssize_t>(allowed), failsAt, failErrno);
 }
-
 // One read or write: `decide` (under the lock, for a targeted call) gives the
 // count it may move or -1; `call` moves it; `moved` counts what it moved.
 template <typename DecideFn, typename CallFn>
@@ -115,27 +102,20 @@ Scope::Scope(const Plan& plan) {
     state.read = state.written = state.reads = state.injected = 0;
     state.active = true;
 }
-
-Scope::Scope(const Plan& plan, const std::string& target) : Scope([&] {
-    Plan aimed = plan;
-    aimed.target = target;
-    return aimed;
-}()) {}
-
+Scope::Scope(const Plan& plan, const std::string& target) : Scope(Aimed(plan, target)) {}
 Scope::~Scope() {
-    State& state = TheState();
-    const std::lock_guard lock(state.mutex);
-    state.active = false;
+    const std::lock_guard lock(TheState().mutex);
+    TheState().active = false;
 }
-
 int64_t Injected() { return Locked(&State::injected); }
 int64_t BytesRead() { return Locked(&State::read); }
 int64_t BytesWritten() { return Locked(&State::written); }
 
 }  // namespace faults
 
+using faults::State;
+
 extern "C" ssize_t read(int fd, void* buffer, size_t count) {
-    using faults::State;
     const auto decide = [&](State& state) {
         const faults::Plan& plan = state.plan;
         if (plan.shrinkAfterReads >= 0 && state.reads++ == plan.shrinkAfterReads) {
@@ -148,23 +128,19 @@ extern "C" ssize_t read(int fd, void* buffer, size_t count) {
         return faults::Real<ssize_t (*)(int, void*, size_t)>("read")(fd, buffer, allowed);
     });
 }
-
 extern "C" ssize_t write(int fd, const void* buffer, size_t count) {
-    using faults::State;
     const auto decide = [&](State& state) {
-        return faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter, state.plan.writeFailsAt,
-                              ENOSPC);
+        return faults::Decide(state, fd, count, state.written, state.plan.writeFailAfter, state.plan.writeFailsAt, ENOSPC);
     };
     return faults::Through(fd, count, &State::written, decide, [&](size_t allowed) {
         return faults::Real<ssize_t (*)(int, const void*, size_t)>("write")(fd, buffer, allowed);
     });
 }
-
 extern "C" int ftruncate(int fd, off_t length) {
-    faults::State& state = faults::TheState();
+    State& state = faults::TheState();
     {
         const std::lock_guard lock(state.mutex);
-        if (state.active && faults::Targeted(fd, state.plan) && faults::Interrupts(state)) return -1;
+        if (state.active && faults::Targeted(fd, state.plan) && faults::Interrupts(state)) return faults::Fail(state, EINTR);
     }
     return faults::Real<int (*)(int, off_t)>("ftruncate")(fd, length);
 }

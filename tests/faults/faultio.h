@@ -1,9 +1,8 @@
 #pragma once
-// Faults at the system-call seam, for tests only. The test executable that
-// links faultio.cpp defines read, write and ftruncate itself; they go to the C
-// library's own functions unless a Scope is active and the descriptor names
-// the plan's target (its /proc/self/fd link: a path, or "pipe:" for every
-// pipe). No logic file knows about this.
+// Faults at the system-call seam: a test linking faultio.cpp defines read,
+// write and ftruncate itself, and they fail as planned while a Scope is active
+// and the descriptor's /proc/self/fd link starts with the plan's target (a
+// path, or "pipe:"). No logic file knows about this.
 
 #include <cstdint>
 #include <string>
@@ -24,23 +23,18 @@ struct Plan {
     int64_t writeFailsAt = -1;
     bool once = false;                 // the offset faults strike once; later calls pass
 };
-
-// Makes `plan` active for its lifetime; one at a time.
+// Makes `plan` (aimed at `target` when given) active for its lifetime; one at a time.
 class Scope {
 public:
     explicit Scope(const Plan& plan);
-    Scope(const Plan& plan, const std::string& target);   // the plan, aimed at `target`
+    Scope(const Plan& plan, const std::string& target);
     Scope(const Scope&) = delete;
     Scope& operator=(const Scope&) = delete;
     ~Scope();
 };
-
-// How many calls the active plan has changed so far (a test that injects
-// nothing proves nothing).
+// The calls the active plan has changed so far (a test that injects nothing
+// proves nothing), and the bytes its target has read and written.
 int64_t Injected();
-
-// The bytes the active plan's target has read and written so far: a plan
-// that injects nothing measures an undisturbed run.
 int64_t BytesRead();
 int64_t BytesWritten();
 

@@ -16,18 +16,14 @@ inline std::string VarInt(uint64_t value) {
     for (int i = width - 1; i >= 0; --i) bytes += static_cast<char>(marked >> (8 * i));
     return bytes;
 }
-
 inline std::string El(uint32_t heldId, const std::string& body) { return VarInt(heldId) + VarInt(body.size()) + body; }
-// An element whose size field says `size` whatever the body holds.
+// An element whose size field says `sizeField` whatever the body holds.
 inline std::string ElSized(uint32_t heldId, const std::string& sizeField, const std::string& body) {
     return VarInt(heldId) + sizeField + body;
 }
 inline std::string UInt(uint32_t heldId, uint64_t value) {
     std::string body;
-    do {
-        body.insert(body.begin(), static_cast<char>(value & 0xFF));
-        value >>= 8;
-    } while (value != 0);
+    for (; body.empty() || value != 0; value >>= 8) body.insert(body.begin(), static_cast<char>(value & 0xFF));
     return El(heldId, body);
 }
 inline constexpr uint32_t kHeader = 0x0A45DFA3, kDocType = 0x282, kSegment = 0x08538067, kSeekHead = 0x014D9B74,
@@ -44,8 +40,7 @@ inline std::string File(const std::string& segmentBody, const std::string& docTy
 }
 inline const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));   // a timestamp scale
 inline std::string Seek(uint32_t heldId, uint64_t position) {
-    std::string idBytes = VarInt(heldId);
-    return El(kSeek, El(kSeekId, idBytes) + UInt(kSeekPosition, position));
+    return El(kSeek, El(kSeekId, VarInt(heldId)) + UInt(kSeekPosition, position));
 }
 inline std::string Simple(const std::string& name, const std::string& value) {
     return El(kSimpleTag, El(kTagName, name) + El(kTagString, value));

@@ -1,8 +1,9 @@
 #pragma once
-// An independent look at a Matroska file's top level, for checking what the
-// engine wrote: the Segment's children with their offsets, and whether every
-// Seek entry points at an element of its ID.
+// An independent look at a Matroska file, for checking what the engine wrote:
+// the Segment's children, whether every Seek entry points at an element of its
+// ID, and whether every CRC-32 holds.
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -10,19 +11,14 @@
 
 namespace ebmltest {
 
-struct TopElement {
-    uint32_t id = 0;        // with the length marker, as it stands in the file
-    uint64_t offset = 0;    // of the ID
-    uint64_t total = 0;     // header and body
-};
-
+// A child of the Segment: its id with the length marker, the id's offset, the header and body's total.
+struct TopElement { uint32_t id = 0; uint64_t offset = 0, total = 0; };
 struct SegmentView {
-    uint64_t dataBegin = 0;
-    uint64_t dataEnd = 0;
+    uint64_t dataBegin = 0, dataEnd = 0;
     std::vector<TopElement> children;
     std::string error;   // empty when the walk reached the Segment's end
 };
-
+// A var-int at `at`, stepped over; an ID keeps its length marker.
 inline bool ReadVar(const std::string& b, uint64_t& at, uint64_t& value, bool keepMarker) {
     if (at >= b.size()) return false;
     const auto first = static_cast<uint8_t>(b[at]);
@@ -34,6 +30,7 @@ inline bool ReadVar(const std::string& b, uint64_t& at, uint64_t& value, bool ke
     at += width;
     return true;
 }
+inline bool Unknown(uint64_t size) { return size == 127 || size == (uint64_t{1} << 56) - 1; }
 
 inline SegmentView WalkSegment(const std::string& b) {
     SegmentView view;
@@ -41,14 +38,12 @@ inline SegmentView WalkSegment(const std::string& b) {
     if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return {0, 0, {}, "no header"};
     at += size;
     if (!ReadVar(b, at, id, true) || id != 0x18538067 || !ReadVar(b, at, size, false)) return {0, 0, {}, "no segment"};
-    const bool unknown = size == 127 || size == (uint64_t{1} << 56) - 1;
     view.dataBegin = at;
-    view.dataEnd = unknown || at + size > b.size() ? b.size() : at + size;
+    view.dataEnd = Unknown(size) || at + size > b.size() ? b.size() : at + size;
     while (at < view.dataEnd) {
-        TopElement e;
-        e.offset = at;
+        TopElement e{0, at, 0};
         const bool read = ReadVar(b, at, id, true) && ReadVar(b, at, size, false);
-        if (read && id == 0x1F43B675 && (size == 127 || size == (uint64_t{1} << 56) - 1)) {
+        if (read && id == 0x1F43B675 && Unknown(size)) {
             // A Cluster of unknown size ends where an element that isn't its child begins.
             const std::string children = "\xE7\xA7\xAB\xA3\xA0\xAF\xEC\xBF";
             for (uint64_t child = 0, childAt = at; childAt < view.dataEnd; childAt = at) {
@@ -65,30 +60,24 @@ inline SegmentView WalkSegment(const std::string& b) {
             return view;
         }
         e.id = static_cast<uint32_t>(id);
-        at += size;
-        e.total = at - e.offset;
+        e.total = (at += size) - e.offset;
         view.children.push_back(e);
     }
     return view;
 }
-
-// The children of the element at `at`, as far as they parse.
-struct Child {
-    uint64_t id, offset, body, end;   // id with the length marker
-};
+// The children of the element at `at`, as far as they parse inside it.
+struct Child { uint64_t id, offset, body, end; };
 inline std::vector<Child> Children(const std::string& b, uint64_t at) {
     uint64_t id = 0, size = 0;
-    ReadVar(b, at, id, true);
-    ReadVar(b, at, size, false);
     std::vector<Child> children;
-    for (const uint64_t end = at + size; at < end;) {
+    if (!ReadVar(b, at, id, true) || !ReadVar(b, at, size, false)) return children;
+    for (const uint64_t end = std::min<uint64_t>(at + size, b.size()); at < end;) {
         Child c{0, at, 0, 0};
-        if (!ReadVar(b, at, c.id, true) || !ReadVar(b, at, size, false)) break;
+        if (!ReadVar(b, at, c.id, true) || !ReadVar(b, at, size, false) || at + size > end) break;
         children.push_back({c.id, c.offset, at, at += size});
     }
     return children;
 }
-
 // "" when every Seek entry of every SeekHead points at an element of its ID.
 inline std::string SeekProblems(const std::string& b) {
     const SegmentView view = WalkSegment(b);
@@ -113,28 +102,45 @@ inline std::string SeekProblems(const std::string& b) {
     }
     return problems;
 }
-
+// Bitwise CRC-32 (IEEE, reflected), independent of the engine's.
+inline uint32_t Crc32(const std::string& b, uint64_t from, uint64_t to) {
+    uint32_t crc = 0xFFFFFFFF;
+    for (uint64_t i = from; i < to; ++i) {
+        crc ^= static_cast<uint8_t>(b[i]);
+        for (int bit = 0; bit < 8; ++bit) crc = crc >> 1 ^ (0xEDB88320 & (0 - (crc & 1)));
+    }
+    return ~crc;
+}
+// "" when every CRC-32 of a top-level element (a Cluster's aside) stands first
+// and holds, little-endian, over the bytes behind it.
+inline std::string CrcProblems(const std::string& b) {
+    std::string problems;
+    for (const TopElement& e : WalkSegment(b).children) {
+        const std::vector<Child> kids = e.id == 0x1F43B675 ? std::vector<Child>{} : Children(b, e.offset);
+        for (const Child& k : kids) {
+            uint32_t stored = 0;
+            for (uint64_t i = k.end; k.id == 0xBF && i-- > k.body;) stored = stored << 8 | static_cast<uint8_t>(b[i]);
+            if (k.id == 0xBF && (k.offset != kids[0].offset || k.end != k.body + 4 || stored != Crc32(b, k.end, e.offset + e.total)))
+                problems += "CRC-32 at " + std::to_string(k.offset) + ";";
+        }
+    }
+    return problems;
+}
 // The Clusters' bytes by offset.
 inline std::map<uint64_t, std::string> Clusters(const std::string& b) {
     std::map<uint64_t, std::string> clusters;
-    for (const TopElement& e : WalkSegment(b).children) {
+    for (const TopElement& e : WalkSegment(b).children)
         if (e.id == 0x1F43B675) clusters[e.offset] = b.substr(e.offset, e.total);
-    }
     return clusters;
 }
-
-// "Name@offset;" of the top level, with short names of the usual elements.
+// "Name;" of the top level, with short names of the usual elements.
 inline std::string Layout(const std::string& b) {
-    const std::map<uint32_t, const char*> names = {
+    const std::map<uint32_t, std::string> names = {
         {0x114D9B74, "SeekHead"}, {0xEC, "Void"}, {0x1549A966, "Info"}, {0x1654AE6B, "Tracks"},
         {0x1C53BB6B, "Cues"}, {0x1F43B675, "Cluster"}, {0x1254C367, "Tags"}, {0x1941A469, "Attachments"}};
     const SegmentView view = WalkSegment(b);
     std::string out;
-    for (const TopElement& e : view.children) {
-        const auto name = names.find(e.id);
-        out += (name == names.end() ? std::to_string(e.id) : std::string(name->second)) + "@" +
-               std::to_string(e.offset - view.dataBegin) + ";";
-    }
+    for (const TopElement& e : view.children) out += (names.count(e.id) ? names.at(e.id) : std::to_string(e.id)) + ";";
     return out + view.error;
 }
 
