@@ -37,6 +37,25 @@ std::u16string WithoutLoneSurrogates(const std::u16string& units) {
     return out;
 }
 
+// UTF-8 written here a code point at a time, lone surrogates as U+FFFD:
+// what the converter must give.
+std::string EncodeUtf8(const std::u16string& units) {
+    static const int kLead[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    std::string out;
+    for (size_t i = 0; i < units.size(); ++i) {
+        char32_t cp = units[i];
+        if (IsHigh(units[i]) && i + 1 < units.size() && IsLow(units[i + 1])) {
+            cp = 0x10000 + ((cp - 0xD800) << 10) + (units[++i] - 0xDC00);
+        } else if (IsHigh(units[i]) || IsLow(units[i])) {
+            cp = 0xFFFD;
+        }
+        const int n = cp < 0x80 ? 1 : cp < 0x800 ? 2 : cp < 0x10000 ? 3 : 4;
+        out.push_back(static_cast<char>(kLead[n] | static_cast<int>(cp >> (6 * (n - 1)))));
+        for (int k = n - 2; k >= 0; --k) out.push_back(static_cast<char>(0x80 | ((cp >> (6 * k)) & 0x3F)));
+    }
+    return out;
+}
+
 void CheckEightBit(const std::string& bytes) {
     const std::u16string wide = text::Utf8ToUtf16(bytes);
     Require(wide.size() <= bytes.size());
@@ -56,7 +75,9 @@ void CheckEightBit(const std::string& bytes) {
 
 void CheckUnits(const std::u16string& units) {
     const std::u16string clean = WithoutLoneSurrogates(units);
-    Require(text::Utf8ToUtf16(text::Utf16ToUtf8(units)) == clean);
+    const std::string utf8 = EncodeUtf8(units);
+    Require(text::Utf16ToUtf8(units) == utf8);
+    Require(text::Utf8ToUtf16(utf8) == clean);
     Require(text::Utf16ToAnsi(units).size() <= units.size());
     Require(text::Utf16ToLatin1(units).size() <= units.size());
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,26 +13,22 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// Hands the lines out in batches of `batchSize`, then empty batches.
+// Hands the lines of `text` out in batches of `batchSize`, then empty batches.
 struct Batches {
-    Lines lines;
-    size_t batchSize = 1000, next = 0;
-    int calls = 0;
+    Batches(const std::string& text, size_t batchSize) : batchSize(batchSize) {
+        for (size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+            lines.push_back(text.substr(start, end - start));
+    }
     Lines operator()() {
         ++calls;
-        Lines batch;
-        while (next < lines.size() && batch.size() < batchSize) batch.push_back(lines[next++]);
+        const size_t end = std::min(lines.size(), next + batchSize);
+        Lines batch(lines.begin() + static_cast<ptrdiff_t>(next), lines.begin() + static_cast<ptrdiff_t>(end));
+        next = end;
         return batch;
     }
+    Lines lines;
+    size_t batchSize, next = 0, calls = 0;
 };
-
-Batches Split(const std::string& text, size_t batchSize = 1000) {
-    Batches batches{{}, batchSize};
-    for (size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-        batches.lines.push_back(text.substr(start, end - start));
-    }
-    return batches;
-}
 
 std::string Entries(const IDTags& tags) {
     std::string out;
@@ -43,8 +40,7 @@ std::string Entries(const IDTags& tags) {
 // and the streams as "type/codec{details}".
 std::string Summary(const StdErrParse& parse) {
     DecoderFormat format{};
-    format.bitrate = 7;
-    format.durationMs = 7;
+    format.bitrate = format.durationMs = 7;
     IDTags metadata, info;
     DeliverStdErr(parse, format, metadata, info);
     std::string out = std::to_string(format.durationMs) + "ms " + std::to_string(format.bitrate) + "bps |" +
@@ -58,7 +54,7 @@ std::string Summary(const StdErrParse& parse) {
 }
 
 std::string Parse(const std::string& text, size_t batchSize = 1000) {
-    Batches batches = Split(text, batchSize);
+    Batches batches(text, batchSize);
     StdErrParse parse;
     ParseStdErr(std::ref(batches), parse);
     return Summary(parse);
@@ -92,11 +88,7 @@ const std::string kFlacWithCover =
 
 TEST(StdErrParse, DumpsAsTheHostGetsThem) {
     const std::string input = "Input #0, wav, from 'x':\n  Duration: ";
-    const struct {
-        const char* name;
-        std::string dump;
-        std::string summary;
-    } rows[] = {
+    const struct { const char* name; std::string dump, summary; } rows[] = {
         // The banner and the output's dump are not the input's; the empty album and the cover add nothing.
         {"flac with a cover", kFlacWithCover,
          "205500ms 905000bps |title=A title;comment=first line\nsecond line;artist=a: b;|Encoder=flac;|Audio/flac{44100 "
@@ -139,25 +131,23 @@ TEST(StdErrParse, DumpsAsTheHostGetsThem) {
     for (size_t batch : {1u, 2u, 7u}) EXPECT_EQ(Parse(kFlacWithCover, batch), Parse(kFlacWithCover)) << batch;
 
     // Lines behind the end of the dump are not asked for.
-    Batches one = Split(kFlacWithCover + std::string(100, '\n'), 1);
+    Batches one(kFlacWithCover + std::string(100, '\n'), 1);
     StdErrParse parse;
     parse.metadata.emplace_back("stale", "entry");   // a parse starts from nothing
     ParseStdErr(std::ref(one), parse);
-    EXPECT_LT(static_cast<size_t>(one.calls), one.lines.size());
+    EXPECT_LT(one.calls, one.lines.size());
     EXPECT_EQ(parse.metadata.front().first, "title");
 }
 
 TEST(StdErrParse, StreamAndMetadataLineForms) {
     StdErrParse lines;
-    for (const char* refused : {"Stream #0:0", "Stream #0:", "Stream #1:0: Audio: mp3", "stream #0:0: Audio: mp3"}) {
+    for (const char* refused : {"Stream #0:0", "Stream #0:", "Stream #1:0: Audio: mp3", "stream #0:0: Audio: mp3"})
         EXPECT_FALSE(ParseStreamLine(lines, refused)) << refused;
-    }
     // The ":" search starts at character 10, right behind "Stream #0:".
     EXPECT_TRUE(ParseStreamLine(lines, "Stream #0::Audio:x,,a ,"));
     for (const char* line : {"          : orphan continuation", "no colon here", "key   :   two blanks stay",
-                             "  odd key : v", "tight:value", "url   : http://x:80/a", "      : more", "      :"}) {
+                             "  odd key : v", "tight:value", "url   : http://x:80/a", "      : more", "      :"})
         ParseMetadataLine(lines, line);
-    }
     lines.done = true;
     EXPECT_EQ(Summary(lines), "0ms 0bps |key=  two blanks stay;  odd key=v;tight=value;url=http://x:80/a\nmore\n;|"
                               "Encoder=x;|Audio/x{,a,,}");

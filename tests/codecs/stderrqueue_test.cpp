@@ -24,17 +24,13 @@ double SecondsSince(Clock::time_point start) { return std::chrono::duration<doub
 
 // Memory whose readSome gives at most `piece` bytes, as a pipe gives what a
 // writer's call put in.
-class PieceStream : public Qel::streamInMemory {
-public:
-    PieceStream(const std::string& text, size_t piece) : streamInMemory(text.data(), text.size()), piece_(piece) {}
+struct PieceStream : Qel::streamInMemory {
+    PieceStream(const std::string& text, size_t piece) : streamInMemory(text.data(), text.size()), piece(piece) {}
     size_t readSome(void* buffer, size_t count) override {
         ++calls;
-        return read(buffer, std::min(count, piece_));
+        return read(buffer, std::min(count, piece));
     }
-    size_t calls = 0;
-
-private:
-    size_t piece_;
+    size_t piece, calls = 0;
 };
 
 Lines ReadAllLines(const std::string& text, size_t piece = 65536) {
@@ -70,11 +66,7 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
     const size_t limit = 0x1000000;
     std::string progress;   // 20 MiB of what a terminal overwrites in place
     for (int i = 0; progress.size() < (20u << 20); ++i) progress += "size=" + std::to_string(i) + "kB time=00:00:01.00\r";
-    const struct {
-        const char* name;
-        std::string text;
-        Lines lines;
-    } cases[] = {
+    const struct { const char* name; std::string text; Lines lines; } cases[] = {
         {"nothing", "", {}}, {"line ends", "ab\r\n\ncd\n", {"ab", "", "cd"}},
         {"progress then its line feed", "size= 1\rsize= 2\r\n", {"size= 2"}},
         {"carriage returns before the line feed", "x\r\r\n\r\ny\n", {"x", "", "y"}},
@@ -110,12 +102,8 @@ TEST(StdErrLineQueue, LinesArriveInOrderAcrossBatches) {
 
     Lines expected;
     std::string burst;
-    for (int i = 0; i < 500; ++i) {
-        expected.push_back("line " + std::to_string(i));
-        burst += expected.back() + "\n";
-    }
-    std::thread writer([&] {
-        // Pieces that cut lines in the middle, with pauses between them.
+    for (int i = 0; i < 500; ++i) burst += (expected.emplace_back("line " + std::to_string(i))) + "\n";
+    std::thread writer([&] {   // pieces that cut lines, with pauses between them
         for (size_t at = 0; at < burst.size(); at += 777) {
             Write(pipe, burst.substr(at, 777));
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
