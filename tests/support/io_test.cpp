@@ -49,9 +49,8 @@ struct Sink {
     std::u16string Text() const {
         const std::string bytes = it::ReadFile(dir.File("log"));
         EXPECT_EQ(bytes.size() % 2, 0u);
-        std::u16string out;
-        for (size_t i = 0; i + 1 < bytes.size(); i += 2)
-            out.push_back(static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | (static_cast<uint8_t>(bytes[i + 1]) << 8)));
+        std::u16string out(bytes.size() / 2, u'\0');
+        for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<char16_t>(uint8_t(bytes[2 * i]) | uint8_t(bytes[2 * i + 1]) << 8);
         return out;
     }
 };
@@ -67,10 +66,7 @@ protected:
 }  // namespace
 
 TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
-    const struct {
-        size_t size;
-        int64_t position, delta;
-    } cases[] = {
+    const struct { size_t size; int64_t position, delta; } cases[] = {
         {20, 10, 5},       {20, 10, -5},       {20, 20, 7},           {20, 20, -7},           {20, 0, 3},
         {20, 25, 4},       {20, 10, 0},        {200000, 1000, 5},     {200000, 1000, -5},     {200000, 3, 100000},
         {200000, 100, -100}, {131072, 0, 65535}, {200000, 70000, 65536}, {200000, 70000, -65537},
@@ -154,21 +150,16 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
 }
 
 TEST_F(ClLogTest, LineFormIndentationAndMissingSinks) {
-    const char* f = "f";
-    clLog::Trace(u"<-<-", &target_, f);   // nothing to close: stays at the margin
-    clLog::Trace(u"->->", &target_, f);
-    clLog::Trace(u"inner", &target_, f);
-    clLog::Trace(u"->->", &target_, f);
-    clLog::Trace(u"a", &target_, nullptr, false);
-    clLog::Trace(u"b", &target_, nullptr, false);
-    clLog::Trace(u"c", &target_, f, false);
-    clLog::Trace(u"d", &target_, f, true);
-    clLog::Error(u"Attempting to open null file path.", &target_, "clDecoder_ffmpeg::Open");
-    clLog::Trace(u"text ->-> inside", &target_, f);
-    clLog::Trace(u"<-<-", &target_, f);
-    clLog::Trace(u"<-<-", &target_, f);
-    clLog::Trace(u"after", &target_, nullptr);
-    clLog::Trace(u"label \xE9", &target_, "\xE9t\xE9");   // the label is ANSI text
+    // "<-<-" with nothing to close stays at the margin; a line ends with its
+    // label; the label is ANSI text.
+    const struct { const char16_t* text; const char* label; bool end = true; } traces[] = {
+        {u"<-<-", "f"}, {u"->->", "f"}, {u"inner", "f"}, {u"->->", "f"}, {u"a", nullptr, false}, {u"b", nullptr, false},
+        {u"c", "f", false}, {u"d", "f"}, {nullptr, nullptr}, {u"text ->-> inside", "f"}, {u"<-<-", "f"}, {u"<-<-", "f"},
+        {u"after", nullptr}, {u"label \xE9", "\xE9t\xE9"}};
+    for (const auto& t : traces) {
+        if (t.text) clLog::Trace(t.text, &target_, t.label, t.end);
+        else clLog::Error(u"Attempting to open null file path.", &target_, "clDecoder_ffmpeg::Open");
+    }
     const std::u16string traced = trace_.Text();
     EXPECT_EQ(traced,
               u"<-<-  [f]\r\n"

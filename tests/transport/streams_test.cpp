@@ -1,7 +1,6 @@
-// The transport pieces that need no worker: waits, aborters, skips over a
-// stream, the pipe streams that the worker's channels are on the parent's
-// side (a blocked reader ended by its thread: tests/codecs/stderrqueue_test.cpp)
-// and the worker's own UTF-8 reading.
+// The transport pieces that need no worker: waits, aborters, skips, the pipe
+// streams of the worker's channels on the parent's side (a blocked reader
+// ended by its thread: tests/codecs/stderrqueue_test.cpp), the worker's UTF-8.
 
 #include <gtest/gtest.h>
 
