@@ -56,8 +56,47 @@ std::string EncodeUtf8(const std::u16string& units) {
     return out;
 }
 
+void AppendUtf16(std::u16string& out, char32_t cp) {
+    if (cp < 0x10000) {
+        out.push_back(static_cast<char16_t>(cp));
+        return;
+    }
+    out.push_back(static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10)));
+    out.push_back(static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF)));
+}
+
+// UTF-8 read here as the Unicode standard recommends: one U+FFFD for each
+// maximal subpart of an ill-formed sequence.
+std::u16string DecodeUtf8(const std::string& bytes) {
+    std::u16string out;
+    for (size_t i = 0; i < bytes.size();) {
+        const auto lead = static_cast<uint8_t>(bytes[i]);
+        size_t length = 0;
+        uint8_t low = 0x80, high = 0xBF;   // the second byte's range
+        if (lead < 0x80) length = 1;
+        if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+        if (lead >= 0xE0 && lead <= 0xEF) length = 3;
+        if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+        if (lead == 0xE0) low = 0xA0;   // no overlong forms, no surrogates, nothing above U+10FFFF
+        if (lead == 0xED) high = 0x9F;
+        if (lead == 0xF0) low = 0x90;
+        if (lead == 0xF4) high = 0x8F;
+        char32_t cp = length == 1 ? lead : lead & (0x7F >> length);
+        size_t taken = 1;
+        for (; length > 1 && taken < length && i + taken < bytes.size(); ++taken) {
+            const auto next = static_cast<uint8_t>(bytes[i + taken]);
+            if (next < (taken == 1 ? low : 0x80) || next > (taken == 1 ? high : 0xBF)) break;
+            cp = cp << 6 | (next & 0x3F);
+        }
+        i += taken;
+        AppendUtf16(out, taken == length ? cp : 0xFFFD);
+    }
+    return out;
+}
+
 void CheckEightBit(const std::string& bytes) {
     const std::u16string wide = text::Utf8ToUtf16(bytes);
+    Require(wide == DecodeUtf8(bytes));
     Require(wide.size() <= bytes.size());
     Require(WithoutLoneSurrogates(wide) == wide);
     // What the decoder gives is valid, and valid UTF-8 round-trips exactly.

@@ -106,13 +106,9 @@ std::unique_ptr<Result> Read(const Bytes& bytes) {
 
 }  // namespace
 
-TEST(WaveFormat, DivisorsAndEffectiveTag) {
+// (That no zero divisor is left behind: the fuzz target's replay.)
+TEST(WaveFormat, EffectiveTag) {
     clWaveFormat wave;
-    Bytes zeros = Body({.tag = 2, .avgBytes = 0, .blockAlign = 0});
-    wave.SetBytes(zeros.data(), 16);
-    EXPECT_EQ(wave.AvgBytesPerSecond(), 1u) << "a zero divisor is never left behind";
-    EXPECT_EQ(wave.BlockAlign(), 1);
-
     for (auto [subTag, expected] : {std::pair<uint16_t, uint16_t>{1, 1}, {3, 3}, {6, 6}, {7, 7}, {2, 2},
                                     {0x50, 0x50}, {0x55, 0xFFFE}}) {
         Bytes body = Body({.tag = 0xFFFE, .tail = ExtensibleTail(16, 3, subTag)});

@@ -1,6 +1,6 @@
 // The text support: the code-page converters (checked against the Unicode
-// rules for ill-formed UTF-8 and the Windows-1252 table; well-formed text
-// against an encoder of its own in fuzz/text_fuzz.cpp), clString, and the
+// rules for ill-formed UTF-8 and the Windows-1252 table here, under Wine too;
+// against a converter of its own in fuzz/text_fuzz.cpp), clString, and the
 // lists and buffers built beside it.
 
 #include <gtest/gtest.h>
@@ -36,6 +36,7 @@ std::vector<std::u16string> Entries(const clStringList& list) {
 }  // namespace
 
 TEST(TextCodec, IllFormedTextAndWindows1252) {
+    const std::string kEnds = "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF";
     const std::pair<std::string, std::u16string> cases[] = {
         // The classic example of U+FFFD substitution of maximal subparts.
         {Bytes({0x61, 0xF1, 0x80, 0x80, 0xE1, 0x80, 0xC2, 0x62, 0x80, 0x63, 0x80, 0xBF, 0x64}),
@@ -48,8 +49,11 @@ TEST(TextCodec, IllFormedTextAndWindows1252) {
         {Bytes({0xF5, 0x41}), u"\uFFFDA"},           {Bytes({0xE2, 0x82}), u"\uFFFD"},   // cut off at the end
         {Bytes({0xE2, 0x82, 0x41}), u"\uFFFDA"},     {Bytes({0xF0, 0x9D, 0x84}), u"\uFFFD"},
         {Bytes({0x80, 0x80}), u"\uFFFD\uFFFD"},      {Bytes({0x41, 0x00, 0x42}), std::u16string(u"A\0B", 3)},
+        // Well-formed, at the ends of each length (every code point: fuzz/text_fuzz.cpp).
+        {kEnds, u"\x7F\x80\u07FF\u0800\uFFFF\U00010000\U0010FFFF"},
     };
     for (const auto& [bytes, expected] : cases) EXPECT_EQ(text::Utf8ToUtf16(bytes), expected) << testing::PrintToString(bytes);
+    EXPECT_EQ(text::Utf16ToUtf8(u"\x7F\x80\u07FF\u0800\uFFFF\U00010000\U0010FFFF"), kEnds);
     // Unpaired surrogates in UTF-16 become U+FFFD in UTF-8.
     const std::string fffd = Bytes({0xEF, 0xBF, 0xBD});
     EXPECT_EQ(text::Utf16ToUtf8(std::u16string{0xD800, u'A'}), fffd + "A");

@@ -109,12 +109,7 @@ TEST(Worker, ArgumentsArriveByteForByteAndOnlyStandardChannelsAreInherited) {
 // can't be reaped by its parent while the tracer lives, as one in an
 // uninterruptible sleep: the stop is bounded and the child reaped later.
 TEST(Worker, StopsAreBoundedAndReapTheChild) {
-    const struct {
-        const char* name;
-        std::vector<std::string> args;
-        bool traced, terminate;
-        int64_t minMs, maxMs;
-    } rows[] = {
+    const struct { const char* name; std::vector<std::string> args; bool traced, terminate; int64_t minMs, maxMs; } rows[] = {
         {"ended long ago, Stop", {"pid"}, false, false, 0, 100},
         {"ignores SIGTERM, Terminate", {"pid", "ignore-pipe", "ignore-term", "sleep", "30000"}, false, true, 0, 500},
         {"traced, Terminate: killed at once", {"pid", "ignore-pipe", "sleep", "30000"}, true, true, 1900, 3500},
