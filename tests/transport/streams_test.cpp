@@ -29,15 +29,9 @@ TEST(WaitAny, LimitsAndSignals) {
     std::vector<Qel::waitable> many(20);   // beyond the handles that fit without the heap
     std::vector<Qel::waitable*> list;
     for (auto& w : many) list.push_back(&w);
-    const struct {
-        const char* name;
-        Qel::waitable* const* list;
-        int count;
-        Qel::waitable* set;
-        double seconds;
-        int result;
-        int64_t minMs, maxMs;
-    } rows[] = {
+    // name, the list and its count, the object set before, the limit, the result, the time it takes.
+    const struct { const char* name; Qel::waitable* const* list; int count; Qel::waitable* set; double seconds; int result;
+                   int64_t minMs, maxMs; } rows[] = {
         {"none set, no wait", both, 2, nullptr, 0, -1, 0, 50},
         {"none set, time limit", both, 2, nullptr, 0.1, -1, 95, 1000},
         {"nothing to wait for: a sleep", nullptr, 0, nullptr, 0.25, -1, 245, 1000},
@@ -74,8 +68,6 @@ TEST(AborterScope, EnterRestoreAndAbort) {
         Qel::waitable ready;
         ready.Set();
         Qel::waitable* list[] = {&ready};
-        EXPECT_EQ(Qel::WaitAny(list, 1, 0), 0);
-        EXPECT_NO_THROW(Qel::CheckAbort());
         outer.Set();
         EXPECT_THROW(Qel::WaitAny(list, 1, 0), Qel::user_abort);
         EXPECT_THROW(Qel::WaitAny(nullptr, 0, -1), Qel::user_abort);
@@ -114,13 +106,9 @@ TEST(FromUtf8, WorkerConversionRules) {
         {"abc", u"abc"}, {std::string("ab\0cd", 5), u"ab"}, {"\xC3\xA9\xE2\x82\xAC", u"\u00E9\u20AC"},
         // One unit per character: U+1F600 keeps its low 16 bits, no surrogates.
         {"\xF0\x9F\x98\x80!", std::u16string({char16_t(0xF600), u'!'})},
-        {"\xF8\x88\x80\x80\x81", std::u16string(1, char16_t(1))},       // 5 bytes
-        {"\xFC\x84\x80\x80\x80\x81", std::u16string(1, char16_t(1))},   // 6 bytes
-        // Every kind of bad input ends the text there, silently: a stray
-        // continuation, forbidden leads, past the length, a bad continuation,
-        // overlong forms of 3 and 4 bytes, no lead at all.
-        {"a\x80z", u"a"}, {"a\xC0\x80z", u"a"}, {"a\xC1\xBFz", u"a"}, {"a\xC3", u"a"}, {"a\xE2\x82", u"a"},
-        {"a\xC3(z", u"a"}, {"a\xE0\x80\x80z", u"a"}, {"a\xF0\x80\x80\x80z", u"a"}, {"a\xFE", u"a"},
+        // Bad input ends the text there, silently (the plug-in only hands it
+        // what it made from UTF-16 itself).
+        {"a\x80z", u"a"}, {"a\xC3", u"a"}, {"a\xE0\x80\x80z", u"a"},
     };
     for (const auto& [bytes, expected] : cases) EXPECT_EQ(FromUtf8Units(bytes.data(), bytes.size()), expected) << bytes;
     EXPECT_EQ(FromUtf8Units("abc", 2), u"ab");
