@@ -139,15 +139,12 @@ TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
         EXPECT_THROW(pipe.in.read(buffer, 1), Qel::user_abort);
         EXPECT_THROW(pipe.out.write("y", 1), Qel::user_abort);
     }
-    // A silent pipe, and a full one that nobody reads, time out.
+    // A silent pipe times out.
     pipe.in.timeoutSeconds = 0.5;
     const auto start = Clock::now();
     EXPECT_THROW(pipe.in.read(buffer, sizeof buffer), Qel::network_error_timeout);
     EXPECT_GE(MsSince(start), 450);
     EXPECT_LT(MsSince(start), 1500);
-    pipe.out.timeoutSeconds = 0.2;
-    std::vector<uint8_t> big(1 << 20);
-    EXPECT_THROW(pipe.out.write(big.data(), big.size()), Qel::network_error_timeout);
 
     StreamPipe ending;
     ending.out.write("x", 1);
