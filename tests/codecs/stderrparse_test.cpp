@@ -133,17 +133,3 @@ TEST(StdErrParse, DumpsAsTheHostGetsThem) {
     EXPECT_LT(one.calls, one.lines.size());
     EXPECT_EQ(parse.metadata.front().first, "title");
 }
-
-TEST(StdErrParse, StreamAndMetadataLineForms) {
-    StdErrParse lines;
-    for (const char* refused : {"Stream #0:0", "Stream #0:", "Stream #1:0: Audio: mp3", "stream #0:0: Audio: mp3"})
-        EXPECT_FALSE(ParseStreamLine(lines, refused)) << refused;
-    // The ":" search starts at character 10, right behind "Stream #0:".
-    EXPECT_TRUE(ParseStreamLine(lines, "Stream #0::Audio:x,,a ,"));
-    for (const char* line : {"          : orphan continuation", "no colon here", "key   :   two blanks stay",
-                             "  odd key : v", "tight:value", "url   : http://x:80/a", "      : more", "      :"})
-        ParseMetadataLine(lines, line);
-    lines.done = true;
-    EXPECT_EQ(Summary(lines), "0ms 0bps |key=  two blanks stay;  odd key=v;tight=value;url=http://x:80/a\nmore\n;|"
-                              "Encoder=x;|Audio/x{,a,,}");
-}

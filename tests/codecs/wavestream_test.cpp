@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/wavestream.h"
@@ -80,28 +79,11 @@ private:
 
 const Bytes kSamples = {1, 2, 3, 4, 5, 6, 7, 8};
 
-struct Result {
-    clWaveFormat wave;
-    DecoderFormat format{};
-    uint64_t dataSize = 0;
-    Bytes rest;   // what the stream still held behind the header
-};
-
 // The record the host gets: `f` in 40 bytes, zero-filled.
 Bytes Handed(const Fmt& f) {
     Bytes record = Body(f);
     record.resize(40, 0);
     return record;
-}
-
-// On the heap: the record can't be copied or moved.
-std::unique_ptr<Result> Read(const Bytes& bytes) {
-    auto result = std::make_unique<Result>();
-    Qel::streamInMemory stream(bytes.data(), bytes.size());
-    std::memset(result->format.wave, 0xCC, sizeof result->format.wave);
-    ReadStreamHeader(stream, result->wave, result->format, result->dataSize);
-    for (uint8_t byte; stream.read(&byte, 1) == 1;) result->rest.push_back(byte);
-    return result;
 }
 
 }  // namespace
@@ -130,13 +112,7 @@ TEST(Wave64Header, RecordsHandedOver) {
     Fmt extensibleFixed = extensible;
     extensibleFixed.avgBytes = 18 * 48000;
     extensibleFixed.blockAlign = 18;
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Bytes record;       // what the host gets
-        uint16_t extraSize;
-        uint64_t dataSize = 8;
-    } rows[] = {
+    const struct { const char* name; Bytes bytes, record; uint16_t extraSize; uint64_t dataSize = 8; } rows[] = {
         // Odd sizes, 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
         {"PCM recomputed, other chunks skipped",
          Wave64().Chunk("junk", Bytes(5, 0x77)).Format({.rate = 48000, .avgBytes = 1, .blockAlign = 99, .bits = 24, .tail = {0, 0}})
@@ -159,12 +135,19 @@ TEST(Wave64Header, RecordsHandedOver) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto r = Read(row.bytes);
-        EXPECT_EQ(Bytes(r->format.wave, r->format.wave + 40), row.record);
-        EXPECT_EQ(r->wave.ExtraSize(), row.extraSize);
-        EXPECT_EQ(r->dataSize, row.dataSize);
-        EXPECT_EQ(r->rest, row.dataSize == 0 ? Bytes{} : kSamples) << "the stream stops at the first sample";
-        EXPECT_EQ(0, std::memcmp(r->wave.Record(), row.record.data(), 16)) << "the reader's own record differs";
-        if (row.extraSize == 65518) { EXPECT_EQ(r->wave.Record()[65535], 0x42); }
+        Qel::streamInMemory stream(row.bytes.data(), row.bytes.size());
+        clWaveFormat wave;
+        DecoderFormat format;
+        std::memset(&format, 0xCC, sizeof format);
+        uint64_t dataSize = 0;
+        ReadStreamHeader(stream, wave, format, dataSize);
+        Bytes rest;
+        for (uint8_t byte; stream.read(&byte, 1) == 1;) rest.push_back(byte);
+        EXPECT_EQ(Bytes(format.wave, format.wave + 40), row.record);
+        EXPECT_EQ(wave.ExtraSize(), row.extraSize);
+        EXPECT_EQ(dataSize, row.dataSize);
+        EXPECT_EQ(rest, row.dataSize == 0 ? Bytes{} : kSamples) << "the stream stops at the first sample";
+        EXPECT_EQ(0, std::memcmp(wave.Record(), row.record.data(), 16)) << "the reader's own record differs";
+        if (row.extraSize == 65518) { EXPECT_EQ(wave.Record()[65535], 0x42); }
     }
 }
