@@ -50,17 +50,13 @@ TEST(WaitAny, LimitsAndSignals) {
 
 TEST(AborterScope, EnterRestoreAndAbort) {
     ASSERT_EQ(Qel::CurrentAborter(), nullptr);
-    Qel::aborter outer, inner, tripped;
+    Qel::aborter outer, inner;
     {
         Qel::AborterScope first(outer);
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
         {
             Qel::AborterScope second(inner);
             EXPECT_EQ(Qel::CurrentAborter(), &inner);
-            tripped.Set();
-            Qel::AborterScope third;
-            EXPECT_THROW(third.Enter(tripped), Qel::user_abort);
-            EXPECT_EQ(Qel::CurrentAborter(), &inner) << "a failed Enter leaves the slot";
         }
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
 
@@ -74,12 +70,6 @@ TEST(AborterScope, EnterRestoreAndAbort) {
         EXPECT_THROW(Qel::CheckAbort(), Qel::user_abort);
     }
     EXPECT_EQ(Qel::CurrentAborter(), nullptr);
-    {
-        Qel::AborterScope unused;   // never entered: leaves the slot alone
-        Qel::SetCurrentAborter(&inner);
-    }
-    EXPECT_EQ(Qel::CurrentAborter(), &inner);
-    Qel::SetCurrentAborter(nullptr);
 }
 
 // Gives at most `step` bytes per read and records the largest request.
@@ -151,7 +141,6 @@ TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
     ending.CloseWriteEnd();
     EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 1u);
     EXPECT_EQ(buffer[0], 'x');
-    EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
     EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
     EXPECT_THROW(Qel::streamInOverlapped().read(buffer, 1), Qel::file_access_error);
 }
