@@ -1,13 +1,12 @@
-// The Wave64 header reader and the format record it fills.
+// The Wave64 header reader and the format record it fills. Malformed headers
+// are refused in the fuzz replay (fuzz/regressions/wavestream_fuzz).
 
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "codecs/decoders/ffmpeg/wavestream.h"
-#include "transport/exceptions.h"
 
 namespace {
 
@@ -27,27 +26,22 @@ struct Fmt {
 Bytes Body(const Fmt& f) {
     Bytes body;
     for (auto [value, size] : {std::pair<uint64_t, int>{f.tag, 2}, {f.channels, 2}, {f.rate, 4}, {f.avgBytes, 4},
-                               {f.blockAlign, 2}, {f.bits, 2}}) {
+                               {f.blockAlign, 2}, {f.bits, 2}})
         PutLE(body, value, size);
-    }
     body.insert(body.end(), f.tail.begin(), f.tail.end());
     return body;
 }
 
 Bytes ExtensibleTail(uint16_t validBits, uint32_t mask, uint16_t subTag) {
     Bytes tail;
-    PutLE(tail, 22, 2);
-    PutLE(tail, validBits, 2);
-    PutLE(tail, mask, 4);
-    PutLE(tail, subTag, 4);
+    for (auto [value, size] : {std::pair<uint64_t, int>{22, 2}, {validBits, 2}, {mask, 4}, {subTag, 4}}) PutLE(tail, value, size);
     for (uint8_t b : {0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}) tail.push_back(b);
     return tail;
 }
 
 // An extra-size field of `extra` followed by `extra` bytes of 0x11.
 Bytes ExtraTail(uint16_t extra) {
-    Bytes tail;
-    PutLE(tail, extra, 2);
+    Bytes tail = {static_cast<uint8_t>(extra), static_cast<uint8_t>(extra >> 8)};
     tail.resize(2u + extra, 0x11);
     return tail;
 }
@@ -60,25 +54,20 @@ public:
         Guid("wave");
     }
     Wave64& Chunk(const char* name, const Bytes& body) {
-        return ChunkSized(name, body.size() + 24, body, (8 - body.size() % 8) % 8);
-    }
-    Wave64& Format(const Fmt& f) { return Chunk("fmt ", Body(f)); }
-    Wave64& ChunkSized(const char* name, uint64_t declared, const Bytes& body, size_t padding) {
         Guid(name);
-        PutLE(bytes, declared, 8);
+        PutLE(bytes, body.size() + 24, 8);
         bytes.insert(bytes.end(), body.begin(), body.end());
-        bytes.insert(bytes.end(), padding, 0x55);
+        bytes.insert(bytes.end(), (8 - body.size() % 8) % 8, 0x55);
         return *this;
     }
+    Wave64& Format(const Fmt& f) { return Chunk("fmt ", Body(f)); }
     Wave64& Data(uint64_t declaredBody, const Bytes& samples) {
         Guid("data");
         PutLE(bytes, declaredBody + 24, 8);
-        headerEnd = bytes.size();
         bytes.insert(bytes.end(), samples.begin(), samples.end());
         return *this;
     }
     Bytes bytes;
-    size_t headerEnd = 0;
 
 private:
     // Only the first four bytes of a GUID carry the name; the rest is noise.
@@ -90,14 +79,6 @@ private:
 
 const Bytes kSamples = {1, 2, 3, 4, 5, 6, 7, 8};
 
-struct Result {
-    clWaveFormat wave;
-    DecoderFormat format{};
-    uint64_t dataSize = 0;
-    Bytes rest;   // what the stream still held behind the header
-    Bytes Record() const { return Bytes(format.wave, format.wave + sizeof format.wave); }
-};
-
 // The record the host gets: `f` in 40 bytes, zero-filled.
 Bytes Handed(const Fmt& f) {
     Bytes record = Body(f);
@@ -105,25 +86,11 @@ Bytes Handed(const Fmt& f) {
     return record;
 }
 
-// On the heap: the record can't be copied or moved.
-std::unique_ptr<Result> Read(const Bytes& bytes) {
-    auto result = std::make_unique<Result>();
-    Qel::streamInMemory stream(bytes.data(), bytes.size());
-    std::memset(result->format.wave, 0xCC, sizeof result->format.wave);
-    ReadStreamHeader(stream, result->wave, result->format, result->dataSize);
-    for (uint8_t byte; stream.read(&byte, 1) == 1;) result->rest.push_back(byte);
-    return result;
-}
-
 }  // namespace
 
-TEST(WaveFormat, DivisorsAndEffectiveTag) {
+// (That no zero divisor is left behind: the fuzz target's replay.)
+TEST(WaveFormat, EffectiveTag) {
     clWaveFormat wave;
-    Bytes zeros = Body({.tag = 2, .avgBytes = 0, .blockAlign = 0});
-    wave.SetBytes(zeros.data(), 16);
-    EXPECT_EQ(wave.AvgBytesPerSecond(), 1u) << "a zero divisor is never left behind";
-    EXPECT_EQ(wave.BlockAlign(), 1);
-
     for (auto [subTag, expected] : {std::pair<uint16_t, uint16_t>{1, 1}, {3, 3}, {6, 6}, {7, 7}, {2, 2},
                                     {0x50, 0x50}, {0x55, 0xFFFE}}) {
         Bytes body = Body({.tag = 0xFFFE, .tail = ExtensibleTail(16, 3, subTag)});
@@ -145,13 +112,7 @@ TEST(Wave64Header, RecordsHandedOver) {
     Fmt extensibleFixed = extensible;
     extensibleFixed.avgBytes = 18 * 48000;
     extensibleFixed.blockAlign = 18;
-    const struct {
-        const char* name;
-        Bytes bytes;
-        Bytes record;       // what the host gets
-        uint16_t extraSize;
-        uint64_t dataSize = 8;
-    } rows[] = {
+    const struct { const char* name; Bytes bytes, record; uint16_t extraSize; uint64_t dataSize = 8; } rows[] = {
         // Odd sizes, 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
         {"PCM recomputed, other chunks skipped",
          Wave64().Chunk("junk", Bytes(5, 0x77)).Format({.rate = 48000, .avgBytes = 1, .blockAlign = 99, .bits = 24, .tail = {0, 0}})
@@ -174,29 +135,19 @@ TEST(Wave64Header, RecordsHandedOver) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto r = Read(row.bytes);
-        EXPECT_EQ(r->Record(), row.record);
-        EXPECT_EQ(r->wave.ExtraSize(), row.extraSize);
-        EXPECT_EQ(r->dataSize, row.dataSize);
-        EXPECT_EQ(r->rest, row.dataSize == 0 ? Bytes{} : kSamples) << "the stream stops at the first sample";
-        EXPECT_EQ(0, std::memcmp(r->wave.Record(), row.record.data(), 16)) << "the reader's own record differs";
-        if (row.extraSize == 65518) { EXPECT_EQ(r->wave.Record()[65535], 0x42); }
+        Qel::streamInMemory stream(row.bytes.data(), row.bytes.size());
+        clWaveFormat wave;
+        DecoderFormat format;
+        std::memset(&format, 0xCC, sizeof format);
+        uint64_t dataSize = 0;
+        ReadStreamHeader(stream, wave, format, dataSize);
+        Bytes rest;
+        for (uint8_t byte; stream.read(&byte, 1) == 1;) rest.push_back(byte);
+        EXPECT_EQ(Bytes(format.wave, format.wave + 40), row.record);
+        EXPECT_EQ(wave.ExtraSize(), row.extraSize);
+        EXPECT_EQ(dataSize, row.dataSize);
+        EXPECT_EQ(rest, row.dataSize == 0 ? Bytes{} : kSamples) << "the stream stops at the first sample";
+        EXPECT_EQ(0, std::memcmp(wave.Record(), row.record.data(), 16)) << "the reader's own record differs";
+        if (row.extraSize == 65518) { EXPECT_EQ(wave.Record()[65535], 0x42); }
     }
-}
-
-TEST(Wave64Header, MalformedHeadersAreRefused) {
-    Wave64 good;
-    good.Format({}).Chunk("odd ", Bytes(13, 1)).Data(8, kSamples);
-    std::vector<Bytes> bad;
-    for (size_t cut = 0; cut < good.headerEnd; ++cut) bad.emplace_back(good.bytes.begin(), good.bytes.begin() + cut);
-    bad.push_back(good.bytes);
-    bad.back()[0] = 'R';
-    bad.push_back(good.bytes);
-    bad.back()[24 + 3] = 'E';
-    bad.push_back(Wave64().ChunkSized("junk", 23, {}, 0).bytes);
-    bad.push_back(Wave64().Data(8, kSamples).Format({}).bytes);
-    for (uint64_t size : {39u, 65561u}) {   // format chunks out of bounds
-        bad.push_back(Wave64().ChunkSized("fmt ", size, Bytes(size - 24, 0), (8 - (size - 24) % 8) % 8).Data(8, kSamples).bytes);
-    }
-    for (size_t i = 0; i < bad.size(); ++i) EXPECT_THROW(Read(bad[i]), Qel::invalid_input) << "case " << i;
 }

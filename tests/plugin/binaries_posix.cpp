@@ -1,8 +1,6 @@
-// The built binaries from outside on Linux: the ELF library's dynamic symbol
-// table holds exactly the nine entry points, as the system's nm reads it, and
-// from the install tree (cmake --install) bin/fdhost finds
-// <libdir>/fdhost/plugins/ on its own, the worker link lies one folder above
-// the plug-in, and the headers a host needs are there.
+// The built binaries from outside on Linux: nm reads exactly the nine entry
+// points; installed, bin/fdhost finds <libdir>/fdhost/plugins/ on its own, the
+// worker link lies one folder above the plug-in, and a host's headers are there.
 
 #include <gtest/gtest.h>
 

@@ -7,18 +7,10 @@
 #include "streampipe.h"
 #include "transport/event.h"
 
-namespace {
-
-std::wstring UniqueName() {
-    static std::atomic<int> serial{0};
-    return L"\\\\.\\pipe\\fd-stream-test-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
-           std::to_wstring(serial++) + L"-" + std::to_wstring(::GetTickCount64());
-}
-
-}  // namespace
-
 StreamPipe::StreamPipe() {
-    const std::wstring name = UniqueName();
+    static std::atomic<int> serial{0};
+    const std::wstring name = L"\\\\.\\pipe\\fd-stream-test-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+                              std::to_wstring(serial++) + L"-" + std::to_wstring(::GetTickCount64());
     const HANDLE reader = ::CreateNamedPipeW(name.c_str(), PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED,
                                              PIPE_TYPE_BYTE | PIPE_WAIT, 1, 65536, 65536, 0, nullptr);
     if (reader == INVALID_HANDLE_VALUE) throw std::runtime_error("CreateNamedPipeW");

