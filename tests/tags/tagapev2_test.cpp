@@ -49,8 +49,7 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
         return (header ? ApeFrameBytes(2000, size, 2, 0xA0000000u) : "") + good + bad +
                ApeFrameBytes(2000, size, 2, 0x80000000u);
     };
-    const std::string tooLarge = U32(0x1000001) + U32(0) + "Key\0v"s, pastEnd = U32(100) + U32(0) + "Key\0v"s;
-    const std::string noKeyEnd = U32(1) + U32(0) + "KeyWithoutEnd";
+    const std::string pastEnd = U32(100) + U32(0) + "Key\0v"s, noKeyEnd = U32(1) + U32(0) + "KeyWithoutEnd";
     const struct {
         const char* what;
         std::string tail;
@@ -78,18 +77,11 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
          "_albumart_5_Front Album Cover=text;Multi=a||b;Rating=7;rating=5;TagVersion=APEv2;"},
         {"count 1 of 2", ApeTag({{"A", "1"}, {"B", "2"}}).Stating(-1, 1).Bytes(), "A=1;TagVersion=APEv2;"},
         {"count huge", ApeTag({{"A", "1"}, {"B", "2"}}).Stating(-1, 0xFFFFFFFF).Bytes(), "A=1;B=2;TagVersion=APEv2;"},
-        {"size below a footer", ApeTag({{"A", "1"}}).Stating(31).Bytes(), "(fails)", 75},
-        {"size 0", ApeTag({{"A", "1"}}).Stating(0).Bytes(), "(fails)", 75},
-        {"size past the file", ApeTag({{"A", "1"}}).Stating(kStart + 1000).Bytes(), "(fails)", 75},
-        {"size huge", ApeTag({{"A", "1"}}).Stating(0xFFFFFFFF).Bytes(), "(fails)", 75},
-        {"value too large, header", BadItem(tooLarge, true), "Good=g;TagVersion=APEv2;"},
-        {"value too large", BadItem(tooLarge, false), "Good=g;TagVersion=APEv2;", 59},
+        // Damaged sizes (more: StdTagsTest, HostileApeTags...; the ape fuzz replay).
         {"value past the end, header", BadItem(pastEnd, true), "Good=g;TagVersion=APEv2;"},
         {"value past the end", BadItem(pastEnd, false), "Good=g;TagVersion=APEv2;", 59},
-        {"key without end, header", BadItem(noKeyEnd, true), "Good=g;TagVersion=APEv2;"},
         {"key without end", BadItem(noKeyEnd, false), "Good=g;TagVersion=APEv2;", 67},
         {"unknown version: audio", ApeTag({{"T", "t"}}, 3000).Bytes(), "(none)", 75},
-        // A header flag without a header: StdTagsTest, "header flag without a header".
     };
     for (const auto& row : rows) {
         Make("", row.tail);
@@ -109,14 +101,9 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
 }
 
 // Writes and deletes, each on the file as the row before left it unless the row
-// starts anew (names to keys, UTF-8, multiple values, rating, covers: MutagenApe).
+// starts anew (names to keys, UTF-8, multiple values, rating, new and replaced covers: MutagenApe).
 TEST_F(APETest, WritesAndDeletes) {
-    const std::string png = "\x89PNG\r\n\x1a\n" + std::string(30, 'p'), jpeg = "\xFF\xD8\xFF\xE0" + std::string(30, 'j');
-    IDTags covers, replace;
-    covers.AddBinary(S("_albumart_1_Back Album Cover<subdesc>Inlay"), png.data(), static_cast<uint32_t>(png.size()));
-    covers.AddBinary(S("_albumart_2_Media"), jpeg.data(), static_cast<uint32_t>(jpeg.size()));
-    replace.AddBinary(S("_albumart_2_Front Album Cover<subdesc>New"), "NEW", 3);
-    const ApeItem back("Cover Art (back)", "C:\\Pretend.png\0"s + png, 2), front("Cover Art (front)", "C:\\Pretend.jpg\0NEW"s, 2);
+    const ApeItem back("Cover Art (back)", "b.png\0PNG"s, 2), front("Cover Art (front)", "f.jpg\0JPEG"s, 2);
     const auto Write = [](IDTags tags, bool version1 = false) {
         return [tags, version1](TagAPEv2& engine) {
             if (version1) engine.SetOption(S("APEWriteAPE1Tag"));
@@ -144,11 +131,6 @@ TEST_F(APETest, WritesAndDeletes) {
         // An existing version 2000 tag keeps its version, and its old header goes with it.
         {"version 2000 kept", ApeTag({{"Title", "t"}}).Bytes(), Write(Tags({{"Album", "X"}}), true),
          ApeTag({{"Title", "t"}, {"Album", "X"}}).Bytes()},
-        {"covers", "", Write(covers),
-         ApeTag({{"Cover Art (back)", "C:\\Pretend.png\0"s + png, 2}, {"Cover Art (front)", "C:\\Pretend.jpg\0"s + jpeg, 2}})
-             .Bytes()},
-        // Same number and type replace an old picture, whatever the description.
-        {"a cover replaced", keep, Write(replace), ApeTag({back, front}).Bytes()},
         {"delete tempo", ApeTag({{"Title", "t"}, {"BPM", "1"}, back, front}).Bytes() + v1, Delete("tempo"),
          ApeTag({{"Title", "t"}, back, front}).Bytes() + v1},
         // APE covers have no description, and an empty one matches every picture
