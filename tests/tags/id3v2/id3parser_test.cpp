@@ -1,7 +1,7 @@
-// The ID3v2 stream layer and parser over hand-made layouts (each version's
-// frame loop, unsynchronisation, extended headers, skipped frames, damage),
-// and frame bodies to named values: encodings, multi-value splitting by
-// version, genres, dates, ratings and the user frames.
+// The ID3v2 parser over hand-made layouts (each version's frame loop,
+// unsynchronisation, extended headers, skipped frames, damage), and frame
+// bodies to named values: encodings, multi-value splitting by version,
+// genres, dates, ratings and the user frames.
 
 #include <gtest/gtest.h>
 
@@ -13,84 +13,58 @@
 using namespace id3parser;
 using namespace tagtest;
 
-namespace {
-
-std::vector<uint8_t> Bytes(const std::string& text) { return {text.begin(), text.end()}; }
-
-struct Layout {
-    const char* what;
-    std::string bytes;
-    uint32_t version;
-    std::string values;
-};
-
-}  // namespace
-
 TEST(Id3Parser, HandMadeLayouts) {
-    const std::string title23 = Frame23("TIT2", Text("t"));
-    const std::string png = "\x89PNG\r\n\x1A\n";
+    const std::string title23 = Frame23("TIT2", Text("t")), png = "\x89PNG\r\n\x1A\n";
     // Text that holds 0xFF followed by 0xE0 needs unsynchronisation: "\xFF\xE0" is y-umlaut, a-grave.
     const std::string syncText = Text("\xFF\xE0 \xFF");
-    const std::string v24Synced = Frame24("TIT2", BigEndian(0, 0) + Synchsafe(static_cast<uint32_t>(syncText.size())) +
-                                                      Unsynchronise(syncText), 0, 0x03);
-    const Layout layouts[] = {
-        {"2.2 with a picture", Tag(2, Frame22("TT2", Text("t")) + Frame22("TP1", Text("a/b")) +
-                                          Frame22("PIC", std::string("\0PNG\x03" "d\0", 7) + png) +
-                                          Frame22("ULT", Text("lost"))),
-         2, "Artist=a|b;Title=t;"},
-        {"2.4 unsynchronised frame with length indicator", Tag(4, v24Synced + Frame24("TALB", Text("al"))), 4,
-         "Album=al;Title=\xC3\xBF\xC3\xA0 \xC3\xBF;"},
-        {"2.3 extended header", Tag(3, BigEndian(6, 4) + std::string(6, '\x01') + title23, 0x40), 3, "Title=t;"},
-        {"2.4 extended header", Tag(4, Synchsafe(6) + std::string("\x01\x00", 2) + Frame24("TIT2", Text("t")), 0x40), 4, "Title=t;"},
-        {"2.3 compressed and encrypted frames skipped",
-         Tag(3, Frame23("TALB", Text("zzzz"), 0, 0x80) + Frame23("TPE1", Text("e"), 0, 0x40) + title23), 3,
-         "Title=t;"},
-        {"2.4 compressed, encrypted, read-only frames skipped",
-         Tag(4, Frame24("TALB", BigEndian(9, 4) + "zz", 0, 0x09) + Frame24("TPE1", Text("e"), 0, 0x04) +
-                    Frame24("TCOM", Text("c"), 0x10, 0) + Frame24("TIT2", Text("t"))),
-         4, "Title=t;"},
-        {"three letters in a 2.3 tag", Tag(3, Frame23(std::string("TT2\0", 4), Text("t")) +
-                                                  Frame23(std::string("XYZ\0", 4), Text("?"))),
-         3, "Title=t;"},
-        {"zero-size frames are passed over", Tag(3, Frame23("TALB", "") + title23), 3, "Title=t;"},
+    const std::string v24Synced = Frame24("TIT2", Synchsafe(static_cast<uint32_t>(syncText.size())) + Unsynchronise(syncText), 0, 0x03);
+    const struct {
+        std::string bytes;
+        uint32_t version;
+        std::string values;
+    } layouts[] = {
+        {Tag(2, Frame22("TT2", Text("t")) + Frame22("TP1", Text("a/b")) + Frame22("PIC", std::string("\0PNG\x03" "d\0", 7) + png) +
+                    Frame22("ULT", Text("lost"))), 2, "Artist=a|b;Title=t;"},
+        {Tag(4, v24Synced + Frame24("TALB", Text("al"))), 4, "Album=al;Title=\xC3\xBF\xC3\xA0 \xC3\xBF;"},   // with a length indicator
+        {Tag(3, BigEndian(6, 4) + std::string(6, '\x01') + title23, 0x40), 3, "Title=t;"},   // extended headers
+        {Tag(4, Synchsafe(6) + std::string("\x01\x00", 2) + Frame24("TIT2", Text("t")), 0x40), 4, "Title=t;"},
+        // Compressed, encrypted (and in 2.4 read-only) frames are skipped.
+        {Tag(3, Frame23("TALB", Text("zzzz"), 0, 0x80) + Frame23("TPE1", Text("e"), 0, 0x40) + title23), 3, "Title=t;"},
+        {Tag(4, Frame24("TALB", BigEndian(9, 4) + "zz", 0, 0x09) + Frame24("TPE1", Text("e"), 0, 0x04) + Frame24("TCOM", Text("c"), 0x10, 0) +
+                    Frame24("TIT2", Text("t"))), 4, "Title=t;"},
+        {Tag(3, Frame23(std::string("TT2\0", 4), Text("t")) + Frame23(std::string("XYZ\0", 4), Text("?"))), 3, "Title=t;"},   // three letters in 2.3
+        {Tag(3, Frame23("TALB", "") + title23), 3, "Title=t;"},   // zero-size frames are passed over
     };
-    for (const Layout& layout : layouts) {
+    for (const auto& layout : layouts) {
         id3tag tag;
-        ASSERT_NO_THROW(tag = Parse(layout.bytes)) << layout.what;
-        EXPECT_EQ(tag.version, layout.version) << layout.what;
-        EXPECT_EQ(ValuesOf(tag), layout.values) << layout.what;
+        ASSERT_NO_THROW(tag = Parse(layout.bytes)) << layout.values;
+        EXPECT_EQ(tag.version, layout.version);
+        EXPECT_EQ(ValuesOf(tag), layout.values);
     }
-
     const id3tag v22 = Parse(layouts[0].bytes);
     ASSERT_EQ(v22.frames.size(), 4u);
     const id3frame& picture = *std::next(v22.frames.begin(), 2);
     EXPECT_EQ(picture.id, frameId("APIC"));
-    EXPECT_EQ(picture.data, Bytes(std::string("\0image/png\0\x03" "d\0", 14) + png));
+    const std::string apic = std::string("\0image/png\0\x03" "d\0", 14) + png;
+    EXPECT_EQ(picture.data, std::vector<uint8_t>(apic.begin(), apic.end()));
     EXPECT_EQ(v22.frames.back().id, 0u);   // "ULT" has no four-letter form
     const id3tag compressed = Parse(layouts[4].bytes);   // kept unread, to be written back as they are
     ASSERT_EQ(compressed.frames.size(), 3u);
     EXPECT_TRUE(compressed.frames.front().opaque && compressed.frames.front().data.empty());
-    EXPECT_EQ(compressed.frames.front().stored, Bytes(Text("zzzz")));
+    EXPECT_EQ(compressed.frames.front().stored, std::vector<uint8_t>({0, 'z', 'z', 'z', 'z'}));
 }
 
 TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
     const std::string title = Frame23("TIT2", Text("t"));
-    const std::string rejected[] = {
-        "ID2" + Tag(3, title).substr(3),
-        Tag(5, title),
-        Tag(3, title).substr(0, 9) + "\x80" + title,             // size byte with its top bit
-        Tag(2, Frame22("TT2", Text("t")), 0x40),                  // 2.2 compression
-        Tag(3, title, 0x10),
-        Tag(4, title, 0x08),
-        "ID3\x03",
-    };
-    for (const std::string& bytes : rejected) EXPECT_THROW(Parse(bytes), parseError) << bytes;
+    // Not a tag, an unknown version, a size byte with its top bit, 2.2 compression, unknown flags, too short.
+    for (const std::string& bytes : {"ID2" + Tag(3, title).substr(3), Tag(5, title), Tag(3, title).substr(0, 9) + "\x80" + title,
+                                     Tag(2, Frame22("TT2", Text("t")), 0x40), Tag(3, title, 0x10), Tag(4, title, 0x08), std::string("ID3\x03")}) {
+        EXPECT_THROW(Parse(bytes), parseError) << bytes;
+    }
     EXPECT_NO_THROW(Parse(Tag(3, title, 0x20)));
     EXPECT_NO_THROW(Parse(Tag(4, title, 0x10)));
-
     // Nothing behind the declared size is read: the second frame lies outside.
-    std::string inside = Tag(3, title) + Frame23("TALB", Text("outside"));
-    EXPECT_EQ(ValuesOf(Parse(inside)), "Title=t;");
+    EXPECT_EQ(ValuesOf(Parse(Tag(3, title) + Frame23("TALB", Text("outside")))), "Title=t;");
 
     // A frame that runs past the tag, or a damaged frame header, ends the
     // frames: those in front of it are read, and the tag says it's damaged.
@@ -99,18 +73,16 @@ TEST(Id3Parser, DamageIsRejectedOrStaysLocal) {
         Tag(3, title + "TALB" + BigEndian(0x4000000, 4) + std::string("\0\0", 2)),
         Tag(3, Unsynchronise(title) + Frame23("TALB", Text("\xFF\xE0")), 0x80),   // a pair unsynchronisation never leaves
         Tag(3, Unsynchronise(title) + Frame23("TALB", Text("a\xFF")), 0x80),      // 0xFF at the very end
-        Tag(4, Frame24("TIT2", Text("t")) + "TALB\0\0\x80\0\0\0al"),
-        Tag(3, title + "tit2" + BigEndian(1, 4) + std::string("\0\0t", 3)),
+        Tag(4, Frame24("TIT2", Text("t")) + "TALB\0\0\x80\0\0\0al"), Tag(3, title + "tit2" + BigEndian(1, 4) + std::string("\0\0t", 3)),
     };
     for (const std::string& bytes : damaged) {
         const id3tag tag = Parse(bytes);
         EXPECT_EQ(ValuesOf(tag), "Title=t;") << bytes;
         EXPECT_NE(tag.damage, nullptr) << bytes;
     }
-
     // A bad frame body costs that frame only.
-    const std::string frames = Frame23("TALB", Text("al")) + Frame23("TIT2", Text("bad", 4)) +
-                               Frame23("TPE1", Text("ar")) + Frame23("POPM", "x") + Frame23("WOAR", "");
+    const std::string frames = Frame23("TALB", Text("al")) + Frame23("TIT2", Text("bad", 4)) + Frame23("TPE1", Text("ar")) +
+                               Frame23("POPM", "x") + Frame23("WOAR", "");
     EXPECT_EQ(ValuesOf(Parse(Tag(3, frames))), "Album=al;Artist=ar;");
 }
 
