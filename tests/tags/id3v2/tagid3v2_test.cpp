@@ -101,7 +101,6 @@ TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
 
 TEST(Id3Writer, RendersFramesAndHeader) {
     id3tag tag = TagOf(3, {Old("TIT2", Text("t"), 0)});
-    EXPECT_EQ(Render(tag), Tag(3, Frame23("TIT2", Text("t"))));
     // A frame read from 2.4 without unsynchronisation is kept so, its stored bytes and flags byte for byte.
     tag.frames.push_back(Old("TALB", "\xFF\xE0", 4));
     tag.frames.back().statusFlags = 0x20;
@@ -121,23 +120,18 @@ TEST(Id3Writer, RendersFramesAndHeader) {
     EXPECT_THROW(writeSynchsafe(sink, 0x10000000), writeError);
     writeSynchsafe(sink, 0x0FFFFFFF);
     EXPECT_EQ(sink.bytes, std::vector<uint8_t>(4, 0x7F));
-}
-
-TEST(Id3Writer, PicturesGoLastFrontCoversFirst) {
-    id3tag tag = TagOf(3, {Old("APIC", std::string("\0m\0\x04\0b", 6)), Old("APIC", std::string("\0m\0\x03\0f", 6)), Old("APIC", "broken"),
-                           Old("TIT2", Text("t")), Old("APIC", std::string("\0m\0\x03\0g", 6))});
+    // Pictures go last, front covers first.
+    tag = TagOf(3, {Old("APIC", std::string("\0m\0\x04\0b", 6)), Old("APIC", std::string("\0m\0\x03\0f", 6)), Old("APIC", "broken"),
+               Old("TIT2", Text("t")), Old("APIC", std::string("\0m\0\x03\0g", 6))});
     orderPictures(tag);
     EXPECT_EQ(Frames(tag), "*TIT2:.t;*APIC:.m...f;*APIC:.m...g;*APIC:.m...b;*APIC:broken;");
 }
 
 namespace {
 
-class TagID3v2ReadTest : public ::testing::Test {
+class TagID3v2ReadTest : public TagFileTest {
 protected:
-    std::string ReadTags(const std::string& bytes, bool wantVersion = true) {
-        WriteFile(path, bytes);
-        return ReadWith<TagID3v2>(path, wantVersion);
-    }
+    std::string ReadTags(const std::string& bytes, bool wantVersion = true) { return WriteFile(path, bytes), ReadWith<TagID3v2>(path, wantVersion); }
     uint64_t SizeOnDisk(const std::string& bytes) {
         WriteFile(path, bytes);
         return RunEngine<TagID3v2>(path, [](TagID3v2& tag) {
@@ -145,9 +139,6 @@ protected:
             return tag.tagSizeOnDisk();
         }, clFile::kRead);
     }
-
-    TempDir dir;
-    std::string path = dir.File("song.tak");
 };
 
 std::string Apic(uint8_t type, const std::string& description, const std::string& image, char encoding = 0) {
