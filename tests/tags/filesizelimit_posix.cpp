@@ -34,23 +34,16 @@ FlowRow::Flow WriteWithRoom(const IDTags& tags, rlim_t room) {
 
 using TagID3v2WriteTest = TagFileTest;   // the name its neighbours know it by
 
+// That a write goes through when there is room, and an ID3v2 tag that grows moves the audio: MutagenId3, MutagenApe.
 TEST_F(TagID3v2WriteTest, AFileSizeLimitLeavesTheOldTags) {
-    const std::string oldApe = ApeTag({{"Title", "t"}, {"Album", "a"}}).Bytes(), comment(4096, 'c');
-    const std::string old23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")));
     IDTags withCover = Tags({{"Title", "New"}});
     const std::string big(300 * 1024, 'c');
     withCover.AddBinary(S("_albumart_1_Front Album Cover"), big.data(), static_cast<uint32_t>(big.size()));
-    const IDTags withComment = Tags({{"Comment", comment}});
-    const std::string apeLogged = "Could not write APE tag  [WriteStdTags]\r\nThe file could not be changed.";
-    const std::string id3Logged = "Could not write ID3v2 tag  [WriteStdTags]\r\nThere is no room for the larger ID3v2 tag";
     const FlowRow rows[] = {
-        {"APE, no room", "", oldApe, WriteWithRoom(withComment, 100), "", kRefused, {apeLogged}},
-        {"APE, room", "", oldApe, WriteWithRoom(withComment, 1 << 20), "",
-         ApeTag({{"Title", "t"}, {"Album", "a"}, {"Comment", comment}}).Bytes()},
-        {"ID3v2, no room", old23, "", WriteWithRoom(withCover, 100 * 1024), "", kRefused, {id3Logged}},
+        {"APE", "", ApeTag({{"Title", "t"}, {"Album", "a"}}).Bytes(), WriteWithRoom(Tags({{"Comment", std::string(4096, 'c')}}), 100), "",
+         kRefused, {"Could not write APE tag  [WriteStdTags]\r\nThe file could not be changed."}},
+        {"ID3v2", Tag(3, Frame23("TIT2", Text("Old"))), "", WriteWithRoom(withCover, 100 * 1024), "", kRefused,
+         {"Could not write ID3v2 tag  [WriteStdTags]\r\nThere is no room for the larger ID3v2 tag"}},
     };
     for (const FlowRow& row : rows) Check(row);
-    ASSERT_TRUE(WriteStdTags(S(path), withCover, 1, log.Target()));   // without the limit
-    EXPECT_EQ(Front(), Tag(3, Frame23("TIT2", Text("New") + '\0') + Frame23("TALB", Text("Album")) +
-                              Frame23("APIC", std::string("\0\0\x03\0", 4) + big)));
 }
