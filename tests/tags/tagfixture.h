@@ -93,8 +93,7 @@ public:
     const clLogTarget* Target() const { return &target_; }
     std::string Text() const {
         std::string text = ReadFile(path_);
-        std::erase(text, '\0');
-        return text;
+        return std::erase(text, '\0'), text;
     }
 
 private:

@@ -12,6 +12,7 @@
 
 using namespace id3parser;
 using namespace tagtest;
+using namespace std::string_literals;
 
 namespace {
 
@@ -141,19 +142,12 @@ protected:
     }
 };
 
-std::string Apic(uint8_t type, const std::string& description, const std::string& image, char encoding = 0) {
-    return std::string(1, encoding) + "image/png" + '\0' + static_cast<char>(type) + description + '\0' + image;
-}
-
 }  // namespace
 
 TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
-    const std::string audio = AudioBytes(500);
-    const std::string frames =
-        Frame23("TPE1", Text("ac/dc")) + Frame23("TPE2", Text("A/B")) + Frame23("TSOP", Text("AC / DC")) +
-        Frame23("TXXX", Text(std::string("_hidden\0x", 9))) +
-        Frame23("APIC", Apic(3, "Cover", "front")) + Frame23("APIC", std::string("\0image/png\0\x03", 12)) +
-        Frame23("APIC", Apic(0, "", "zero")) + Frame23("MCDI", "toc1") + Frame23("MCDI", "toc2");
+    const std::string frames = Frame23("TPE1", Text("ac/dc")) + Frame23("TPE2", Text("A/B")) + Frame23("TSOP", Text("AC / DC")) +
+                               Frame23("TXXX", Text("_hidden\0x"s)) + Frame23("APIC", "\0image/png\0\x03" "Cover\0front"s) +
+                               Frame23("APIC", "\0image/png\0\x03"s) + Frame23("APIC", "\0image/png\0\0\0zero"s) + Frame23("MCDI", "toc1") + Frame23("MCDI", "toc2");
     EXPECT_EQ(ReadTags(Tag(3, frames) + audio),
               "TagVersion=ID3v2.3;Album Artist=A|B;Artist=ac/dc;Artist Sort=AC/DC;"
               "_albumart_1_Front Album Cover<subdesc>Cover=[5 bytes];_albumart_2_Undefined=[4 bytes];_cdtoc=[4 bytes];");
@@ -161,13 +155,8 @@ TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
     EXPECT_EQ(ReadTags(Tag(2, Frame22("TT2", Text("t"))) + audio), "TagVersion=ID3v2.2;Title=t;");
     // A tag that shows nothing shows no version either.
     EXPECT_EQ(ReadTags(Tag(3, Frame23("PRIV", "o\1")) + audio), "");
-    // Only the first of two tags in a row is this engine's.
-    EXPECT_EQ(ReadTags(Tag(3, Frame23("TIT2", Text("one"))) + Tag(3, Frame23("TALB", Text("two"))) + audio),
-              "TagVersion=ID3v2.3;Title=one;");
-    // No tag, a damaged header, an empty file: no entries, and no failure.
-    for (const std::string& bytes : {audio, std::string("ID3\x03\0\0\0\0\x80\0", 10) + audio, std::string()}) {
-        EXPECT_EQ(ReadTags(bytes), "");
-    }
+    // No tag, a damaged header, an empty file: no entries, and no failure (two tags in a row: MutagenId3).
+    for (const std::string& bytes : {audio, std::string("ID3\x03\0\0\0\0\x80\0", 10) + audio, std::string()}) EXPECT_EQ(ReadTags(bytes), "");
 }
 
 TEST_F(TagID3v2ReadTest, SizeOnDisk) {
