@@ -249,11 +249,10 @@ TEST_F(TagID3v2WriteTest, DeletesAndRefusals) {
     for (const std::string& tag : {overrun, tooLong, junkPadding, footed + "3DX" + footed.substr(3, 7)}) {
         Make(tag);
         EXPECT_EQ(Write(Tags({{"Title", "x"}})), tag == junkPadding);   // a write keeps junk padding: MutagenId3
-        Make(tag);
+        if (tag == junkPadding) Make(tag);
         EXPECT_TRUE(RunEngine<TagID3v2>(path, [](TagID3v2& engine) { return engine.Delete(), engine.Failure != nullptr; }));
         EXPECT_FALSE(DeleteStdTags(S(path), nullptr, log.Target()));
         EXPECT_EQ(ReadFile(path), tag + audio);
     }
-    EXPECT_NE(log.Text().find("Could not delete ID3v2 tag  [DeleteStdTags]\r\nThe ID3v2 tag is damaged"),
-              std::string::npos) << log.Text();
+    EXPECT_NE(log.Text().find("Could not delete ID3v2 tag  [DeleteStdTags]\r\nThe ID3v2 tag is damaged"), std::string::npos) << log.Text();
 }
