@@ -46,8 +46,7 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
     // stated size, but a header that agrees with the footer does.
     const auto BadItem = [&](const std::string& bad, bool header) {
         const auto size = static_cast<uint32_t>(good.size() + bad.size() + 32);
-        return (header ? ApeFrameBytes(2000, size, 2, 0xA0000000u) : "") + good + bad +
-               ApeFrameBytes(2000, size, 2, 0x80000000u);
+        return (header ? ApeFrameBytes(2000, size, 2, 0xA0000000u) : "") + good + bad + ApeFrameBytes(2000, size, 2, 0x80000000u);
     };
     const std::string pastEnd = U32(100) + U32(0) + "Key\0v"s, noKeyEnd = U32(1) + U32(0) + "KeyWithoutEnd";
     const struct {
@@ -56,8 +55,7 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
         std::string tags;       // "(fails)": the read fails, the tag is there
         int64_t tagStart = 0;   // behind the audio
     } rows[] = {
-        {"in front of ID3v1", ApeTag({{"Title", "T"}, {"Artist", "a\0b"s}}).Bytes() + Id3v1("x"),
-         "Title=T;Artist=a|b;TagVersion=APEv2;"},
+        {"in front of ID3v1", ApeTag({{"Title", "T"}, {"Artist", "a\0b"s}}).Bytes() + Id3v1("x"), "Title=T;Artist=a|b;TagVersion=APEv2;"},
         {"version 1000, ANSI", ApeTag({{"Title", "Caf\xE9\0"s}}, 1000, false).Bytes(), "Title=Caf\xC3\xA9;TagVersion=APEv1;"},
         // Small tags at the very end aren't ID3v1: at 131 bytes the header shows
         // "TAG" just where an ID3v1 tag would, and an item's text may do the same.
@@ -65,8 +63,7 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
         {"131 bytes", ApeTag({{"K", std::string(57, 'v')}}).Bytes(), "K=" + std::string(57, 'v') + ";TagVersion=APEv2;"},
         {"TAG in a value", ApeTag({{"K", std::string(30, 'v') + "TAG" + std::string(93, 'v')}}).Bytes(),
          "K=" + std::string(30, 'v') + "TAG" + std::string(93, 'v') + ";TagVersion=APEv2;"},
-        {"items and their names",
-         ApeTag({{"Tool Name", "enc"}, {"bpm", "120"}, {"CRC", "abcd"}, {"COVER ART (FRONT)", "cover.png\0"s + png, 2},
+        {"items and their names", ApeTag({{"Tool Name", "enc"}, {"bpm", "120"}, {"CRC", "abcd"}, {"COVER ART (FRONT)", "cover.png\0"s + png, 2},
                  {"Cover Art (Inlay)", "x\0DATA"s, 2},
                  {"Cover Art (front)", "no file name", 2},     // dropped, still counted
                  {"Cover Art (front)", "only a name\0"s, 2},   // dropped, still counted

@@ -12,6 +12,7 @@
 
 using namespace id3parser;
 using namespace tagtest;
+using namespace std::string_literals;
 
 TEST(Id3Parser, HandMadeLayouts) {
     const std::string title23 = Frame23("TIT2", Text("t")), png = "\x89PNG\r\n\x1A\n";
@@ -146,27 +147,21 @@ TEST(Id3Values, GenresDatesRatingsAndUserFrames) {
 }
 
 TEST(Id3Values, FrameTextWalksStrings) {
-    const id3frame frame = Frame("TXXX", Text(std::string("a\0\0b\0c", 6)));
+    const id3frame frame = Frame("TXXX", Text("a\0\0b\0c"s));
     EXPECT_EQ(frameTextCount(frame), 4u);   // the run of NULs counts twice
     TextCursor cursor;
-    std::string out;
-    const char* expected[] = {"a", "b", "c", ""};
-    for (uint64_t i = 0; i < 4; ++i) {
+    std::string out, all;
+    for (uint64_t i : {0, 1, 2, 3, 1}) {   // back to 1: the cursor starts over
         frameText(frame, false, out, i, cursor);
-        EXPECT_EQ(out, expected[i]) << i;
+        all += out + ";";
     }
-    frameText(frame, false, out, 1, cursor);   // a cursor beyond the index starts over
-    EXPECT_EQ(out, "b");
-    std::string tooMany(1026, '\0');
-    EXPECT_THROW(frameTextCount(Frame("TIT2", tooMany)), parseError);
-    EXPECT_THROW(frameTextCount(Frame("COMM", "\0en")), parseError);
-
+    EXPECT_EQ(all, "a;b;c;;b;");
+    EXPECT_THROW(frameTextCount(Frame("TIT2", std::string(1026, '\0'))), parseError);
+    EXPECT_THROW(frameTextCount(Frame("COMM", "\0en"s)), parseError);
     uint8_t type = 0;
     const uint8_t* image = nullptr;
     uint64_t size = 0;
-    const std::string picture("\x01image/png\0\x16" "d\0\0\0PIX", 19);
+    const std::string picture = "\x01image/png\0\x16" "d\0\0\0PIX"s;
     pictureFields(reinterpret_cast<const uint8_t*>(picture.data()), picture.size(), type, image, size);
-    EXPECT_EQ(type, 0);   // 22 is beyond the table
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(image), size), "PIX");
-    // Damaged picture bodies: the id3v2 fuzz replay.
+    EXPECT_EQ(std::to_string(type) + std::string(reinterpret_cast<const char*>(image), size), "0PIX");   // 22 is beyond the table
 }

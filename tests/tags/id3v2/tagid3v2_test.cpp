@@ -88,8 +88,7 @@ TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
         {3, {}, {{"Lyrics", {"la"}}, {"Official artist/performer webpage", {"http://a"}}}, "3 USLT:.eng.la.;WOAR:http://a;"},
         {3, {}, {{"Comment iTunNORM", {" 0A 1b"}}, {"User defined URL link home", {"http://h"}}},
          "3 COMM:.engiTunNORM. 0A 1b.;WXXX:...h.o.m.e...http://h;", {1, 0, 0}},
-        {3, {}, {{"replaygain_track_gain", {"-1 dB", "x"}}, {"Soloists", {"a", "b"}}},
-         "3 TXXX:.replaygain_track_gain.-1 dB.;TXXX:.Soloists.a/b.;"},
+        {3, {}, {{"replaygain_track_gain", {"-1 dB", "x"}}, {"Soloists", {"a", "b"}}}, "3 TXXX:.replaygain_track_gain.-1 dB.;TXXX:.Soloists.a/b.;"},
         {3, {Old("TXXX", Text(std::string("replaygain_track_gain\0-1 dB", 27)))}, {{"replaygain_track_gain", {"-1 dB"}}},
          "3 *TXXX:.replaygain_track_gain.-1 dB;"},
     };
@@ -148,8 +147,7 @@ TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
     const std::string frames = Frame23("TPE1", Text("ac/dc")) + Frame23("TPE2", Text("A/B")) + Frame23("TSOP", Text("AC / DC")) +
                                Frame23("TXXX", Text("_hidden\0x"s)) + Frame23("APIC", "\0image/png\0\x03" "Cover\0front"s) +
                                Frame23("APIC", "\0image/png\0\x03"s) + Frame23("APIC", "\0image/png\0\0\0zero"s) + Frame23("MCDI", "toc1") + Frame23("MCDI", "toc2");
-    EXPECT_EQ(ReadTags(Tag(3, frames) + audio),
-              "TagVersion=ID3v2.3;Album Artist=A|B;Artist=ac/dc;Artist Sort=AC/DC;"
+    EXPECT_EQ(ReadTags(Tag(3, frames) + audio), "TagVersion=ID3v2.3;Album Artist=A|B;Artist=ac/dc;Artist Sort=AC/DC;"
               "_albumart_1_Front Album Cover<subdesc>Cover=[5 bytes];_albumart_2_Undefined=[4 bytes];_cdtoc=[4 bytes];");
     EXPECT_EQ(ReadTags(Tag(4, Frame24("TPE1", Text("ac/dc"))) + audio, false), "Artist=ac/dc;");
     EXPECT_EQ(ReadTags(Tag(2, Frame22("TT2", Text("t"))) + audio), "TagVersion=ID3v2.2;Title=t;");
