@@ -78,7 +78,8 @@ TEST(IDTags, ParseIsForgiving) {
         {a(3) + U32(1000) + U16("B") + U16("2"), "A=1;"},
         {a(3) + U32(3) + Entry("B", "2"), "A=1;=;"},   // a length of 4 or less: an empty entry, and the end
         // Without a NUL inside the length, the bytes go to Data.
-        {U32(2) + U32(4 + 6) + U16("abc", true) + Entry("B", "2"), "=[a.b.c.];B=2;"}, {U32(1) + U32(4 + 4 + 4) + U16("N") + U16("vw", true), "N=[v.w.];"},
+        {U32(2) + U32(4 + 6) + U16("abc", true) + Entry("B", "2"), "=[a.b.c.];B=2;"},
+        {U32(1) + U32(4 + 4 + 4) + U16("N") + U16("vw", true), "N=[v.w.];"},
     };
     IDTags tags;
     for (const auto& [bytes, shown] : cases) {
@@ -93,11 +94,8 @@ TEST(IDTags, ParseIsForgiving) {
 TEST(IDTags, FindRemoveAndTakeVersion) {
     IDTags tags;
     for (const char* name : {"Title", "_albumart_1_Front<subdesc>first", "Artist<subdesc>x", "\xC3\x89t\xC3\xA9"}) tags.Add(S(name), S(""));
-    const struct {
-        const char* name;
-        bool strip;
-        int found;   // -1: none
-    } finds[] = {
+    // `found`: the entry's index, -1 for none.
+    const struct { const char* name; bool strip; int found; } finds[] = {
         {"TITLE", false, 0}, {"\xC3\xA9t\xC3\xA9", false, -1} /* only A to Z fold */, {"Titl", false, -1},
         {"_ALBUMART_1_front<subdesc>second", true, 1}, {"_ALBUMART_1_front<subdesc>second", false, -1},
         {"_albumart_1_Front<SUBDESC>first", true, -1} /* the marker has case */, {"Artist", true, -1} /* never cut */,
@@ -134,9 +132,7 @@ TEST(PictureNaming, TypeTableAndArtKeys) {
     EXPECT_EQ(PictureTypeFromName(S("Undefined")), 3);
     EXPECT_TRUE(PictureTypeKeyPart(21).Empty());
     EXPECT_EQ(Utf8(PictureTypeKeyPart(20)), "_Publisher Logo");
-    const struct {
-        const char *key, *split;
-    } cases[] = {
+    const struct { const char *key, *split; } cases[] = {
         {"_albumart_12_Back Album Cover<subdesc>Inlay", "Back Album Cover/Inlay"},
         {"_albumart_1_Media<subdesc>a<subdesc>b", "Media/a<subdesc>b"},
         {"_albumart_1_Media<SUBDESC>x", "Media<SUBDESC>x/"}, {"_albumart_1", "/"},

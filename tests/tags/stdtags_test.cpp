@@ -42,14 +42,11 @@ std::vector<FlowRow> HostileApeRows() {
     const std::string refused = kRefused, damaged = "The APE tag is damaged";
     std::string noHeader = ApeTag({kTitle, kAlbum}, 2000, false).Bytes();   // a header flag, but audio in front
     noHeader.replace(noHeader.size() - 12, 4, U32(0x80000000u));
-    const std::string rewritten = ApeTag({{"Title", "New"}, kAlbum}).Bytes(), titleLeft = ApeTag({kTitle}).Bytes(), onlyNew = ApeTag({{"Title", "New"}}).Bytes();
+    const std::string rewritten = ApeTag({{"Title", "New"}, kAlbum}).Bytes(), titleLeft = ApeTag({kTitle}).Bytes();
+    const std::string onlyNew = ApeTag({{"Title", "New"}}).Bytes();
     // A footer of no items that claims the audio in front, or more than the file.
     const std::string emptyFooter = ApeFrameBytes(2000, 1032, 0, 0), emptyPastFile = ApeFrameBytes(2000, 1000000, 0, 0x80000000u);
-    const struct {
-        const char* what;
-        std::string tag, afterWrite, afterDelete, afterDeleteAlbum;
-        const char* reason;
-    } cases[] = {
+    const struct { const char* what; std::string tag, afterWrite, afterDelete, afterDeleteAlbum; const char* reason; } cases[] = {
         {"intact", ApeTag({kTitle, kAlbum}).Bytes(), rewritten, "", titleLeft, ""},
         {"count 0, size into the audio", emptyFooter, onlyNew, "", emptyFooter, ""},
         {"count 0, size past the file", emptyPastFile, onlyNew, "", emptyPastFile, ""},
@@ -61,10 +58,9 @@ std::vector<FlowRow> HostileApeRows() {
         {"damaged item, header", DamagedInTheMiddle(true), refused, "", refused, "The APE tag has items that can't be read"},
         {"damaged item, no header", DamagedInTheMiddle(false), refused, refused, refused, damaged.c_str()},
     };
-    const struct {
-        std::string before, afterWrite, afterDelete, afterDeleteAlbum;
-    } id3v1s[] = {{"", "", "", ""}, {Id3v1("Old", "Artist", "Album"), Id3v1("New", "Artist", "Album"), "", Id3v1("Old", "Artist")},
-                  {Id3v1(""), Id3v1("New"), "", Id3v1("")}};
+    const struct { std::string before, afterWrite, afterDelete, afterDeleteAlbum; } id3v1s[] = {
+        {"", "", "", ""}, {Id3v1("Old", "Artist", "Album"), Id3v1("New", "Artist", "Album"), "", Id3v1("Old", "Artist")},
+        {Id3v1(""), Id3v1("New"), "", Id3v1("")}};
     std::vector<FlowRow> rows;
     for (const auto& c : cases) {
         for (const auto& v1 : id3v1s) {
@@ -106,7 +102,8 @@ TEST_F(StdTagsTest, WritesAndDeletes) {
         {"delete all three", kOld23, ape3 + Id3v1("t"), Delete(nullptr), "", ""},
         {"delete all, empty list", "", ape3 + Id3v1("t"), Delete(u""), "", ""},
         // A name list never deletes a whole tag; "[Empty]" stands for the empty name.
-        {"delete by name", "", ape3 + Id3v1("t", "a"), Delete(u"Title\0Nothing\0"), "", ApeTag({{"Artist", "a"}, {"[Empty]", "e"}}).Bytes() + Id3v1("", "a")},
+        {"delete by name", "", ape3 + Id3v1("t", "a"), Delete(u"Title\0Nothing\0"), "",
+         ApeTag({{"Artist", "a"}, {"[Empty]", "e"}}).Bytes() + Id3v1("", "a")},
         {"delete [Empty]", "", ape3, Delete(u"[Empty]\0"), "", ape3},
         {"a tag whose last value goes is gone", "", ApeTag({{"Artist", "a"}, {"[Empty]", "e"}}).Bytes() + Id3v1("", "a"),
          Delete(u"artist\0"), "", ApeTag({{"[Empty]", "e"}}).Bytes()},
@@ -157,7 +154,9 @@ TEST_F(StdTagsTest, FilesThatCannotBeUpdatedAreLeftAlone) {
     }));
     EXPECT_EQ(ReadFile(path), before);
     const std::string text = log.Text();
-    for (const char* piece : {"Couldn't open file for updating: ", "[WriteStdTags]\r\n", "[DeleteStdTags]\r\n"}) EXPECT_NE(text.find(piece), std::string::npos) << text;
+    for (const char* piece : {"Couldn't open file for updating: ", "[WriteStdTags]\r\n", "[DeleteStdTags]\r\n"}) {
+        EXPECT_NE(text.find(piece), std::string::npos) << text;
+    }
     EXPECT_FALSE(WriteTitle()(dir.File("no/such/folder.tta"), log.Target()));
 }
 

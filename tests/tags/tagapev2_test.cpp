@@ -49,12 +49,8 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
         return (header ? ApeFrameBytes(2000, size, 2, 0xA0000000u) : "") + good + bad + ApeFrameBytes(2000, size, 2, 0x80000000u);
     };
     const std::string pastEnd = U32(100) + U32(0) + "Key\0v"s, noKeyEnd = U32(1) + U32(0) + "KeyWithoutEnd";
-    const struct {
-        const char* what;
-        std::string tail;
-        std::string tags;       // "(fails)": the read fails, the tag is there
-        int64_t tagStart = 0;   // behind the audio
-    } rows[] = {
+    // `tags` "(fails)": the read fails, the tag is there; `tagStart` counts from the end of the audio.
+    const struct { const char* what; std::string tail; std::string tags; int64_t tagStart = 0; } rows[] = {
         {"in front of ID3v1", ApeTag({{"Title", "T"}, {"Artist", "a\0b"s}}).Bytes() + Id3v1("x"), "Title=T;Artist=a|b;TagVersion=APEv2;"},
         {"version 1000, ANSI", ApeTag({{"Title", "Caf\xE9\0"s}}, 1000, false).Bytes(), "Title=Caf\xC3\xA9;TagVersion=APEv1;"},
         // Small tags at the very end aren't ID3v1: at 131 bytes the header shows
@@ -111,12 +107,7 @@ TEST_F(APETest, WritesAndDeletes) {
         return [name](TagAPEv2& engine) { return name ? engine.DeleteTag(S(name)) : engine.Delete(), true; };
     };
     const std::string v1 = Id3v1("t"), keep = "(as left)";
-    const struct {
-        const char* what;
-        std::string start;
-        std::function<bool(TagAPEv2&)> op;
-        std::string tail;
-    } rows[] = {
+    const struct { const char* what; std::string start; std::function<bool(TagAPEv2&)> op; std::string tail; } rows[] = {
         // A CR stays inside a value of a single-valued name.
         {"names to keys", "", Write(Tags({{"Comment", "x\ry"}, {"Encoded by", "me"}, {"tempo", "99"}, {"_crc", "c"}})),
          ApeTag({{"Comment", "x\ry"}, {"Tool Name", "me"}, {"BPM", "99"}, {"CRC", "c"}}).Bytes()},

@@ -32,12 +32,7 @@ TEST_F(ID3v1Test, ReadsBothVersions) {
 // track's shorter comment, names the tag can't hold: MutagenApe).
 TEST_F(ID3v1Test, Writes) {
     const IDTags cut = Tags({{"title", std::string(31, 'T')}, {"Artist", "A\rB"}, {"Comment", std::string(30, 'c')}, {"Track", "5"}});
-    const struct {
-        std::string before;
-        IDTags tags;
-        bool merge, version10;
-        std::string after;
-    } rows[] = {
+    const struct { std::string before; IDTags tags; bool merge, version10; std::string after; } rows[] = {
         {Id3v1("old"), cut, false, true, Id3v1(std::string(30, 'T'), "A; B", "", "", std::string(30, 'c'), 0, 255)},   // ID3v1.0: no track
         {Id3v1("x"), Tags({{"Genre", "[No Genre]"}}), true, false, Id3v1("x")},
         {Id3v1("x"), Tags({{"Genre", "BLUES"}}), true, false, Id3v1("x", "", "", "", "", 0, 0)},

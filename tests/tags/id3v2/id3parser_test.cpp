@@ -19,11 +19,7 @@ TEST(Id3Parser, HandMadeLayouts) {
     // Text that holds 0xFF followed by 0xE0 needs unsynchronisation: "\xFF\xE0" is y-umlaut, a-grave.
     const std::string syncText = Text("\xFF\xE0 \xFF");
     const std::string v24Synced = Frame24("TIT2", Synchsafe(static_cast<uint32_t>(syncText.size())) + Unsynchronise(syncText), 0, 0x03);
-    const struct {
-        std::string bytes;
-        uint32_t version;
-        std::string values;
-    } layouts[] = {
+    const struct { std::string bytes; uint32_t version; std::string values; } layouts[] = {
         {Tag(2, Frame22("TT2", Text("t")) + Frame22("TP1", Text("a/b")) + Frame22("PIC", std::string("\0PNG\x03" "d\0", 7) + png) +
                     Frame22("ULT", Text("lost"))), 2, "Artist=a|b;Title=t;"},
         {Tag(4, v24Synced + Frame24("TALB", Text("al"))), 4, "Album=al;Title=\xC3\xBF\xC3\xA0 \xC3\xBF;"},   // with a length indicator
@@ -112,11 +108,7 @@ TEST(Id3Values, GenresDatesRatingsAndUserFrames) {
     const std::string comm = std::string("\0eng", 4);
     const std::u16string cafe = u"Caf\u00E9 \u263A";
     const std::string cafeUtf8 = "Caf\xC3\xA9 \xE2\x98\xBA";
-    const struct {
-        uint32_t version;
-        std::vector<id3frame> frames;
-        std::string values;
-    } cases[] = {
+    const struct { uint32_t version; std::vector<id3frame> frames; std::string values; } cases[] = {
         {3, {Frame("TIT2", "\x01" + Utf16(cafe, true))}, "Title=" + cafeUtf8 + ";"},
         {4, {Frame("TIT2", "\x03" "Caf\xE9")}, "Title=" + cafeUtf8.substr(0, 5) + ";"},   // not UTF-8: ANSI
         {4, {Frame("TPE1", "\x01" + Utf16(u"A", false) + kNul16 + Utf16(u"B", true))}, "Artist=A|B;"},

@@ -67,7 +67,7 @@ TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
         {3, {Old("COMM", comm + std::string("\0a", 2)), Old("COMM", comm + std::string("\0b", 2))}, {{"Comment", {"a", "c"}}},
          "3 COMM:.eng.a.;COMM:.eng.c.;"},
         // A 2.2 tag becomes 2.3 and keeps only pictures, comments and lyrics.
-        {2, {Old("PRIV", "o"), Old("COMM", comm + std::string("\0x", 2), 2), Old("APIC", std::string("\0i\0\x03\0p", 6), 2), Old("TIT2", Text("t"), 2)},
+        {2, {Old("PRIV", "o"), Old("COMM", comm + "\0x"s, 2), Old("APIC", "\0i\0\x03\0p"s, 2), Old("TIT2", Text("t"), 2)},
          {{"Title", {"t"}}, {"Comment", {"x"}}}, "3 TIT2:.t.;*COMM:.eng.x;*APIC:.i...p;"},
         // An indexed user frame stays while its value does; a changed one is written anew.
         {3, {Old("TXXX", Text(std::string("Mood[2]\0calm", 12)))}, {{"Mood", {"calm"}}}, "3 *TXXX:.Mood[2].calm;"},
@@ -139,7 +139,8 @@ protected:
 TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
     const std::string frames = Frame23("TPE1", Text("ac/dc")) + Frame23("TPE2", Text("A/B")) + Frame23("TSOP", Text("AC / DC")) +
                                Frame23("TXXX", Text("_hidden\0x"s)) + Frame23("APIC", "\0image/png\0\x03" "Cover\0front"s) +
-                               Frame23("APIC", "\0image/png\0\x03"s) + Frame23("APIC", "\0image/png\0\0\0zero"s) + Frame23("MCDI", "toc1") + Frame23("MCDI", "toc2");
+                               Frame23("APIC", "\0image/png\0\x03"s) + Frame23("APIC", "\0image/png\0\0\0zero"s) +
+                               Frame23("MCDI", "toc1") + Frame23("MCDI", "toc2");
     EXPECT_EQ(ReadTags(Tag(3, frames) + audio), "TagVersion=ID3v2.3;Album Artist=A|B;Artist=ac/dc;Artist Sort=AC/DC;"
               "_albumart_1_Front Album Cover<subdesc>Cover=[5 bytes];_albumart_2_Undefined=[4 bytes];_cdtoc=[4 bytes];");
     EXPECT_EQ(ReadTags(Tag(4, Frame24("TPE1", Text("ac/dc"))) + audio, false), "Artist=ac/dc;");
@@ -193,14 +194,10 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
     const std::string old = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv;
     IDTags noFront;
     noFront.AddBinary(S("_albumart_1_Front Album Cover"), nullptr, 0);
-    const struct {
-        std::string behind;   // old frames behind `old`
-        IDTags tags;
-        std::string inFront;   // new frames in front of `old`
-        const char16_t* option = nullptr;
-    } cases[] = {
+    // New frames `inFront` of the old ones, old frames `behind` them.
+    const struct { std::string behind; IDTags tags; std::string inFront; const char16_t* option = nullptr; } cases[] = {
         {"", Tags({{"year", "2001-03-02"}}), Frame23("TYER", Text("2001-03-02") + '\0'), u"WriteFullDateInYearTag"},
-        {"", Tags({{"comments", "b"}, {"comment", "a"}}), Frame23("COMM", std::string("\0eng\0a\0", 7)) + Frame23("COMM", std::string("\0eng\0b\0", 7))},
+        {"", Tags({{"comments", "b"}, {"comment", "a"}}), Frame23("COMM", "\0eng\0a\0"s) + Frame23("COMM", "\0eng\0b\0"s)},
         {Frame23("APIC", std::string("\0\0\x03\0p", 5)), noFront, ""},   // a picture without data deletes those of its type
     };
     for (const auto& c : cases) {
