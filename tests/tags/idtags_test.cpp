@@ -6,10 +6,9 @@
 #include "tags/picturenaming.h"
 
 using namespace tagtest;
+using namespace std::string_literals;
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 // Blob pieces by hand, so that malformed ones can be made too: UTF-16LE of ASCII, with its NUL unless `open`.
 std::string U16(const std::string& text, bool open = false) {
@@ -37,12 +36,12 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
     IDTags tags;
     clBuffer buffer;
     tags.Serialise(buffer);
-    EXPECT_EQ(Bytes(buffer.Data(), buffer.Data() + buffer.Size()), Bytes(4, 0));
+    const auto Flat = [&] { return std::string(reinterpret_cast<const char*>(buffer.Data()), buffer.Size()); };
+    EXPECT_EQ(Flat(), std::string(4, '\0'));
     tags.Add(S("A"), S("\xC3\xA9"));
     tags.AddBinary(S(""), "\xFF\x00\x7F", 3);
     tags.Serialise(buffer);
-    EXPECT_EQ(Bytes(buffer.Data(), buffer.Data() + buffer.Size()),
-              (Bytes{2, 0, 0, 0, 12, 0, 0, 0, 'A', 0, 0, 0, 0xE9, 0, 0, 0, 11, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0x00, 0x7F}));
+    EXPECT_EQ(Flat(), U32(2) + U32(12) + U16("A") + "\xE9\0\0\0"s + U32(11) + U16("") + U16("") + "\xFF\0\x7F"s);
     clBuffer roomy;   // a buffer with room enough keeps its storage
     roomy.Resize(4096);
     const uint8_t* storage = roomy.Data();
@@ -52,8 +51,7 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
 
     tags.Add(S("Title"), S("Caf\xC3\xA9 \xF0\x9D\x84\x9E"));
     tags.Add(S("Artist"), S("One\rTwo"));
-    std::string picture(70000, '\0');
-    for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<char>(i * 7);
+    const std::string picture = AudioBytes(70000);
     tags.AddBinary(S("_albumart_3_Front<subdesc>x"), picture.data(), static_cast<uint32_t>(picture.size()));
     tags.Add(S("Both"), S("text"))->Data.Assign("\x01\x00\x02", 3);
     tags.AddCopy(tags[4]);   // a copy of an own entry, whose storage may move meanwhile

@@ -14,24 +14,15 @@ namespace {
 
 constexpr auto kStart = static_cast<int64_t>(TagFileTest::kAudio);   // where a tag behind the audio begins
 
-struct ReadResult {
-    bool ok = false, exists = false;
-    std::string tags, saved;
-    int64_t tagStart = -2;
-};
-
 class APETest : public TagFileTest {
 protected:
-    ReadResult Read(bool keepRaw = false) {
+    // "(none)" without a tag, "(fails)" when the read fails, the entries, then "@" and where the tag begins past the audio.
+    std::string Read(bool keepRaw = false, std::string* savedID3v1 = nullptr) {
         return RunEngine<TagAPEv2>(path, [&](TagAPEv2& engine) {
-            ReadResult r;
-            r.exists = engine.Exists();
             IDTags tags;
-            r.ok = engine.ReadRaw(tags, true, keepRaw);
-            r.tags = Describe(tags);
-            r.tagStart = engine.TagStart;
-            r.saved.assign(reinterpret_cast<const char*>(engine.SavedID3v1), sizeof engine.SavedID3v1);
-            return r;
+            const bool exists = engine.Exists(), ok = engine.ReadRaw(tags, true, keepRaw);
+            if (savedID3v1) savedID3v1->assign(reinterpret_cast<const char*>(engine.SavedID3v1), sizeof engine.SavedID3v1);
+            return (exists ? "" : "(none)") + std::string(ok ? "" : "(fails)") + Describe(tags) + " @" + std::to_string(engine.TagStart - kStart);
         }, clFile::kRead);
     }
 };
@@ -49,7 +40,7 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
         return (header ? ApeFrameBytes(2000, size, 2, 0xA0000000u) : "") + good + bad + ApeFrameBytes(2000, size, 2, 0x80000000u);
     };
     const std::string pastEnd = U32(100) + U32(0) + "Key\0v"s, noKeyEnd = U32(1) + U32(0) + "KeyWithoutEnd";
-    // `tags` "(fails)": the read fails, the tag is there; `tagStart` counts from the end of the audio.
+    // `tags` and `tagStart` as Read() shows them.
     const struct { const char* what; std::string tail; std::string tags; int64_t tagStart = 0; } rows[] = {
         {"in front of ID3v1", ApeTag({{"Title", "T"}, {"Artist", "a\0b"s}}).Bytes() + Id3v1("x"), "Title=T;Artist=a|b;TagVersion=APEv2;"},
         {"version 1000, ANSI", ApeTag({{"Title", "Caf\xE9\0"s}}, 1000, false).Bytes(), "Title=Caf\xC3\xA9;TagVersion=APEv1;"},
@@ -78,19 +69,15 @@ TEST_F(APETest, ReadsWhatIsThereAndNeverClaimsAudio) {
     };
     for (const auto& row : rows) {
         Make("", row.tail);
-        const ReadResult r = Read();
-        const bool fails = row.tags == "(fails)", none = row.tags == "(none)";
-        EXPECT_EQ(r.ok, !fails) << row.what;
-        EXPECT_EQ(r.exists, !none) << row.what;
-        EXPECT_EQ(r.tags, fails || none ? "" : row.tags) << row.what;
-        EXPECT_EQ(r.tagStart, kStart + row.tagStart) << row.what;
+        std::string saved;
+        EXPECT_EQ(Read(false, &saved), row.tags + " @" + std::to_string(row.tagStart)) << row.what;
         const bool id3v1 = row.tail.ends_with(Id3v1("x"));
-        EXPECT_EQ(r.saved, id3v1 ? row.tail.substr(row.tail.size() - 128) : std::string(128, '\0')) << row.what;
+        EXPECT_EQ(saved, id3v1 ? row.tail.substr(row.tail.size() - 128) : std::string(128, '\0')) << row.what;
         EXPECT_EQ(RunEngine<TagID3v1>(path, [](TagID3v1& e) { return e.Exists(); }, clFile::kRead), id3v1) << row.what;
     }
     // Names stay in the file's form for the writer.
     Make("", ApeTag({{"Media JukeBox: Rating", "3.5"}, {"rating", "2.75"}}).Bytes());
-    EXPECT_EQ(Read(true).tags, "Media JukeBox: Rating=3.5;rating=2.75;TagVersion=APEv2;");
+    EXPECT_EQ(Read(true), "Media JukeBox: Rating=3.5;rating=2.75;TagVersion=APEv2; @0");
 }
 
 // Writes and deletes, each on the file as the row before left it unless the row

@@ -46,6 +46,15 @@ inline IDTags Tags(std::initializer_list<std::pair<const char*, std::string>> en
     return tags;
 }
 
+// A frame as the parser leaves it; `version` that of the tag it was read from, 0 for a new one.
+inline id3parser::id3frame FrameOf(const char (&id)[5], const std::string& body, uint32_t version = 0) {
+    id3parser::id3frame frame;
+    frame.id = id3parser::frameId(id);
+    frame.data.assign(body.begin(), body.end());
+    frame.version = version;
+    return frame;
+}
+
 inline id3parser::id3tag Parse(const std::string& bytes) {
     id3parser::streamInMem stream(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     id3parser::parseCallback callback;

@@ -10,7 +10,8 @@ using namespace tagtest;
 
 using ID3v1Test = TagFileTest;
 
-// Fields, track and genre as both versions hold them (what mutagen writes: MutagenApe).
+// Fields, track and genre as both versions hold them (what mutagen writes: MutagenApe; files too
+// short for the 131 bytes that the test for a tag reads: the id3v1 fuzz target).
 TEST_F(ID3v1Test, ReadsBothVersions) {
     const std::pair<std::string, std::string> rows[] = {
         {Id3v1("  Song  ", "", "", "", "", 7, 17), "Title=Song;Genre=Rock;Track=7;TagVersion=ID3v1.1;"},
@@ -23,9 +24,6 @@ TEST_F(ID3v1Test, ReadsBothVersions) {
         Make("", tag);
         EXPECT_EQ(ReadWith<TagID3v1>(path), read);
     }
-    Make("", "", 130);   // too short for the 131 bytes that the test for a tag reads
-    IDTags tags;
-    EXPECT_FALSE(RunEngine<TagID3v1>(path, [&](TagID3v1& engine) { return engine.Read(tags, true); }, clFile::kRead));
 }
 
 // What the generated round trip doesn't write (field limits, unknown genres, a

@@ -92,12 +92,7 @@ std::string Utf16(const std::u16string& text, bool bigEndian) {
 }
 const std::string kNul16("\0\0", 2);
 
-id3frame Frame(const char (&id)[5], const std::string& body) {
-    id3frame frame;
-    frame.id = frameId(id);
-    frame.data.assign(body.begin(), body.end());
-    return frame;
-}
+id3frame Frame(const char (&id)[5], const std::string& body) { return FrameOf(id, body); }
 
 }  // namespace
 

@@ -18,13 +18,7 @@ namespace {
 
 std::vector<uint8_t> Bytes(const std::string& text) { return {text.begin(), text.end()}; }
 
-id3frame Old(const char (&id)[5], const std::string& body, uint32_t version = 3) {
-    id3frame frame;
-    frame.id = frameId(id);
-    frame.data = Bytes(body);
-    frame.version = version;
-    return frame;
-}
+id3frame Old(const char (&id)[5], const std::string& body, uint32_t version = 3) { return FrameOf(id, body, version); }
 
 id3tag TagOf(uint32_t version, std::vector<id3frame> frames) {
     id3tag tag;
