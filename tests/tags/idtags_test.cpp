@@ -6,7 +6,6 @@
 #include "tags/picturenaming.h"
 
 using namespace tagtest;
-using namespace std::string_literals;
 
 namespace {
 

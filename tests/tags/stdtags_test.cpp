@@ -1,6 +1,5 @@
-// The standard flows over whole files: which tags are read, updated, created
-// and deleted, what the log says when they can't, and that no byte outside
-// the tags ever changes; a refused write or delete leaves the file as it was.
+// The standard flows over whole files: which tags are read, updated, created and deleted, what the log
+// says when they can't, and that no byte outside the tags ever changes, none at all when refused.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +8,6 @@
 #include "tags/stdtags.h"
 
 using namespace tagtest;
-using namespace std::string_literals;
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "tags/tagid3v1.h"
 
 using namespace tagtest;
-using namespace std::string_literals;
 
 namespace {
 

@@ -21,6 +21,7 @@
 
 namespace tagtest {
 
+using namespace std::string_literals;
 using it::ReadFile;
 using it::TempDir;
 using it::WriteFile;

@@ -1,7 +1,5 @@
-// The writer (which old frames are kept byte for byte, which are rebuilt, how
-// the tag is rendered), and TagID3v2 over files: finding the tag, art keys,
-// the band-name repair, writes and deletes, and that the audio behind the tag
-// is the same bytes after every write, move and delete.
+// The writer (which old frames stay byte for byte, how the tag is rendered), and TagID3v2 over files:
+// reading, the band-name repair, writes and deletes that never change the audio behind the tag.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +10,6 @@
 
 using namespace id3parser;
 using namespace tagtest;
-using namespace std::string_literals;
 
 namespace {
 
@@ -110,10 +107,6 @@ TEST(Id3Writer, RendersFramesAndHeader) {
 
     tag.version = 2;
     EXPECT_THROW(Render(tag), writeError);
-    streamOutBuffer sink;
-    EXPECT_THROW(writeSynchsafe(sink, 0x10000000), writeError);
-    writeSynchsafe(sink, 0x0FFFFFFF);
-    EXPECT_EQ(sink.bytes, std::vector<uint8_t>(4, 0x7F));
     // Pictures go last, front covers first.
     tag = TagOf(3, {Old("APIC", std::string("\0m\0\x04\0b", 6)), Old("APIC", std::string("\0m\0\x03\0f", 6)), Old("APIC", "broken"),
                Old("TIT2", Text("t")), Old("APIC", std::string("\0m\0\x03\0g", 6))});
