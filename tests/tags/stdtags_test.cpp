@@ -33,10 +33,12 @@ std::string DamagedInTheMiddle(bool header) {
     return (header ? ApeFrameBytes(2000, size, 3, 0xA0000000u) : "") + items + ApeFrameBytes(2000, size, 3, header ? 0x80000000u : 0);
 }
 
+}  // namespace
+
 // Damaged and hostile APE tags, each written, deleted whole and by the name
 // "Album", with no ID3v1 tag behind, one with fields, and a blank one, which is
 // updated in place: behind it, a new one would hide the APE tag.
-std::vector<FlowRow> HostileApeRows() {
+TEST_F(StdTagsTest, HostileApeTagsAreWrittenAndDeletedOrLeftAlone) {
     const std::string refused = kRefused, damaged = "The APE tag is damaged";
     std::string noHeader = ApeTag({kTitle, kAlbum}, 2000, false).Bytes();   // a header flag, but audio in front
     noHeader.replace(noHeader.size() - 12, 4, U32(0x80000000u));
@@ -59,13 +61,12 @@ std::vector<FlowRow> HostileApeRows() {
     const struct { std::string before, afterWrite, afterDelete, afterDeleteAlbum; } id3v1s[] = {
         {"", "", "", ""}, {Id3v1("Old", "Artist", "Album"), Id3v1("New", "Artist", "Album"), "", Id3v1("Old", "Artist")},
         {Id3v1(""), Id3v1("New"), "", Id3v1("")}};
-    std::vector<FlowRow> rows;
     for (const auto& c : cases) {
         for (const auto& v1 : id3v1s) {
             const auto Row = [&](const char* op, FlowRow::Flow flow, const std::string& ape, const std::string& v1After, const char* words) {
                 const bool no = ape == refused;
-                rows.push_back({std::string(c.what) + ", " + op + (v1.before.empty() ? "" : ", with ID3v1"), "", c.tag + v1.before, flow, "",
-                                no ? refused : ape + v1After, no ? std::vector<std::string>{words, c.reason} : std::vector<std::string>{}});
+                Check({std::string(c.what) + ", " + op + (v1.before.empty() ? "" : ", with ID3v1"), "", c.tag + v1.before, flow, "",
+                       no ? refused : ape + v1After, no ? std::vector<std::string>{words, c.reason} : std::vector<std::string>{}});
             };
             const char *notWritten = "Could not write APE tag  [WriteStdTags]\r\n", *notDeleted = "Could not delete APE tag  [DeleteStdTags]\r\n";
             Row("write", WriteTitle(), c.afterWrite, v1.afterWrite, notWritten);
@@ -73,13 +74,6 @@ std::vector<FlowRow> HostileApeRows() {
             Row("delete Album", Delete(u"Album\0"), c.afterDeleteAlbum, v1.afterDeleteAlbum, notDeleted);
         }
     }
-    return rows;
-}
-
-}  // namespace
-
-TEST_F(StdTagsTest, HostileApeTagsAreWrittenAndDeletedOrLeftAlone) {
-    for (const FlowRow& row : HostileApeRows()) Check(row);
 }
 
 TEST_F(StdTagsTest, WritesAndDeletes) {
