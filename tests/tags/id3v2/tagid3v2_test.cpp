@@ -114,16 +114,10 @@ TEST(Id3Writer, RendersFramesAndHeader) {
     EXPECT_EQ(Frames(tag), "*TIT2:.t;*APIC:.m...f;*APIC:.m...g;*APIC:.m...b;*APIC:broken;");
 }
 
-namespace {
-
-class TagID3v2ReadTest : public TagFileTest {
-protected:
-    std::string ReadTags(const std::string& bytes, bool wantVersion = true) { return WriteFile(path, bytes), ReadWith<TagID3v2>(path, wantVersion); }
-};
-
-}  // namespace
+using TagID3v2ReadTest = TagFileTest;
 
 TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
+    const auto ReadTags = [&](const std::string& bytes, bool wantVersion = true) { return WriteFile(path, bytes), ReadWith<TagID3v2>(path, wantVersion); };
     const std::string frames = Frame23("TPE1", Text("ac/dc")) + Frame23("TPE2", Text("A/B")) + Frame23("TSOP", Text("AC / DC")) +
                                Frame23("TXXX", Text("_hidden\0x"s)) + Frame23("APIC", "\0image/png\0\x03" "Cover\0front"s) +
                                Frame23("APIC", "\0image/png\0\x03"s) + Frame23("APIC", "\0image/png\0\0\0zero"s) +
