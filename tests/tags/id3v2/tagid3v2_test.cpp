@@ -41,6 +41,20 @@ std::string Render(const id3tag& tag) {
     return std::string(out.bytes.begin(), out.bytes.end());
 }
 
+const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
+const std::string kOld23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv);
+
+class TagID3v2WriteTest : public TagFileTest {
+protected:
+    bool Write(const IDTags& tags, const char16_t* option = nullptr) {
+        return RunEngine<TagID3v2>(path, [&](TagID3v2& engine) {
+            if (option) engine.SetOption(clString(option));
+            return engine.Write(tags, false);
+        });
+    }
+    void Delete() { RunEngine<TagID3v2>(path, [](TagID3v2& engine) { engine.Delete(); }); }
+};
+
 }  // namespace
 
 // Encodings, dates, multiple values and untouched frames of every kind the
@@ -152,24 +166,6 @@ TEST_F(TagID3v2ReadTest, RejoinSlashNames) {
         EXPECT_TRUE(value == clString(out)) << Utf8(value);
     }
 }
-
-namespace {
-
-const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
-const std::string kOld23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv);
-
-class TagID3v2WriteTest : public TagFileTest {
-protected:
-    bool Write(const IDTags& tags, const char16_t* option = nullptr) {
-        return RunEngine<TagID3v2>(path, [&](TagID3v2& engine) {
-            if (option) engine.SetOption(clString(option));
-            return engine.Write(tags, false);
-        });
-    }
-    void Delete() { RunEngine<TagID3v2>(path, [](TagID3v2& engine) { engine.Delete(); }); }
-};
-
-}  // namespace
 
 TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
     const std::string old = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv;
