@@ -13,10 +13,9 @@ namespace {
 void RoundTrip(const char* command, int count) {
     it::TempDir dir;
     const std::string audio = dir.File("audio.tta");
-    it::Ffmpeg({"-f", "lavfi", "-i", "sine=f=440:d=0.2", "-fflags", "+bitexact", "-map_metadata", "-1", "-c:a", "tta",
-                audio});
-    std::vector<std::string> argv = {"/usr/bin/python3", FD_SOURCE_DIR "/tests/interop/mutagen_tags.py", command,
-                                     FD_HOST_PATH, audio, dir.Path(), "1", std::to_string(count)};
+    it::Ffmpeg({"-f", "lavfi", "-i", "sine=f=440:d=0.2", "-fflags", "+bitexact", "-map_metadata", "-1", "-c:a", "tta", audio});
+    std::vector<std::string> argv = {"/usr/bin/python3", FD_SOURCE_DIR "/tests/interop/mutagen_tags.py", command, FD_HOST_PATH, audio,
+                                     dir.Path(), "1", std::to_string(count)};
     for (const char* type : {"png", "jpg", "gif", "bmp"}) {
         argv.push_back(dir.File(std::string("cover.") + type));
         it::Ffmpeg({"-f", "lavfi", "-i", "color=red:s=8x8", "-frames:v", "1", argv.back()});

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "tagfixture.h"
 #include "tags/picturenaming.h"
 
@@ -11,36 +9,21 @@ using namespace tagtest;
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-// Builds blobs by hand, so that malformed ones can be made too.
-struct Blob {
-    Bytes bytes;
-    Blob& I32(int32_t value) {
-        for (int i = 0; i < 4; ++i) bytes.push_back(static_cast<uint8_t>(static_cast<uint32_t>(value) >> (8 * i)));
-        return *this;
-    }
-    // UTF-16LE units, with the NUL when `terminated`; a lone byte from `raw`.
-    Blob& Text(std::u16string_view text, bool terminated = true, Bytes raw = {}) {
-        for (char16_t unit : text) bytes.insert(bytes.end(), {static_cast<uint8_t>(unit), static_cast<uint8_t>(unit >> 8)});
-        if (terminated) bytes.insert(bytes.end(), {0, 0});
-        bytes.insert(bytes.end(), raw.begin(), raw.end());
-        return *this;
-    }
-    Blob& Entry(std::u16string_view name, std::u16string_view value) {
-        return I32(static_cast<int32_t>(4 + 2 * (name.size() + 1) + 2 * (value.size() + 1))).Text(name).Text(value);
-    }
-};
-
-Bytes BytesOf(const clBuffer& b) { return Bytes(b.Data(), b.Data() + b.Size()); }
+// Blob pieces by hand, so that malformed ones can be made too: UTF-16LE of ASCII, with its NUL unless `open`.
+std::string U16(const std::string& text, bool open = false) {
+    std::string out;
+    for (char c : text) out += {c, '\0'};
+    return open ? out : out + std::string(2, '\0');
+}
+std::string Entry(const std::string& name, const std::string& value) {
+    return U32(static_cast<uint32_t>(4 + 2 * (name.size() + value.size() + 2))) + U16(name) + U16(value);
+}
 
 // Describe, with the data's bytes shown, NUL as "." unless `exact`.
 std::string Shown(const IDTags& tags, bool exact = false) {
     std::string text;
     for (int i = 0; i < tags.Count(); ++i) {
-        text += Utf8(tags[i].Name) + "=" + Utf8(tags[i].Value);
-        if (!tags[i].Data.Empty()) text += "[" + DataOf(tags[i]) + "]";
-        text += ";";
+        text += Utf8(tags[i].Name) + "=" + Utf8(tags[i].Value) + (tags[i].Data.Empty() ? "" : "[" + DataOf(tags[i]) + "]") + ";";
     }
     if (!exact) std::replace(text.begin(), text.end(), '\0', '.');
     return text;
@@ -52,15 +35,13 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
     IDTags tags;
     clBuffer buffer;
     tags.Serialise(buffer);
-    EXPECT_EQ(BytesOf(buffer), (Bytes{0, 0, 0, 0}));
+    const auto Flat = [&] { return std::string(reinterpret_cast<const char*>(buffer.Data()), buffer.Size()); };
+    EXPECT_EQ(Flat(), std::string(4, '\0'));
     tags.Add(S("A"), S("\xC3\xA9"));
     tags.AddBinary(S(""), "\xFF\x00\x7F", 3);
     tags.Serialise(buffer);
-    EXPECT_EQ(BytesOf(buffer), (Bytes{2, 0, 0, 0,                                    // count
-                                      12, 0, 0, 0, 'A', 0, 0, 0, 0xE9, 0, 0, 0,      // 4 + 4 + 4
-                                      11, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0x00, 0x7F}));  // 4 + 2 + 2 + 3
-    // A buffer with room enough keeps its storage.
-    clBuffer roomy;
+    EXPECT_EQ(Flat(), U32(2) + U32(12) + U16("A") + "\xE9\0\0\0"s + U32(11) + U16("") + U16("") + "\xFF\0\x7F"s);
+    clBuffer roomy;   // a buffer with room enough keeps its storage
     roomy.Resize(4096);
     const uint8_t* storage = roomy.Data();
     tags.Serialise(roomy);
@@ -69,18 +50,14 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
 
     tags.Add(S("Title"), S("Caf\xC3\xA9 \xF0\x9D\x84\x9E"));
     tags.Add(S("Artist"), S("One\rTwo"));
-    std::string picture(70000, '\0');
-    for (size_t i = 0; i < picture.size(); ++i) picture[i] = static_cast<char>(i * 7);
+    const std::string picture = AudioBytes(70000);
     tags.AddBinary(S("_albumart_3_Front<subdesc>x"), picture.data(), static_cast<uint32_t>(picture.size()));
     tags.Add(S("Both"), S("text"))->Data.Assign("\x01\x00\x02", 3);
     tags.AddCopy(tags[4]);   // a copy of an own entry, whose storage may move meanwhile
     tags.Serialise(buffer);
-    // At an odd address too; and Parse starts over.
-    Bytes shifted(buffer.Size() + 1);
-    std::memcpy(shifted.data() + 1, buffer.Data(), buffer.Size());
     IDTags back;
-    back.Add(S("stale"), S(""));
-    back.Parse(shifted.data() + 1, buffer.Size());
+    back.Add(S("stale"), S(""));   // Parse starts over
+    back.Parse(buffer.Data(), buffer.Size());
     EXPECT_EQ(Shown(back, true), Shown(tags, true));
     // Copies are deep, and a self-assignment keeps everything.
     IDTags copy(back);
@@ -90,58 +67,35 @@ TEST(IDTags, SerialisedFormIsExactAndParsesBack) {
     EXPECT_EQ(Shown(back, true), Shown(tags, true));
 }
 
+// What a damaged blob still gives (more malformed blobs: the idtags fuzz replay).
 TEST(IDTags, ParseIsForgiving) {
-    const auto a = [](int32_t count) { return Blob().I32(count).Entry(u"A", u"1"); };
-    const struct {
-        const char* what;
-        Bytes bytes;
-        const char* shown;
-    } cases[] = {
-        {"count only", Blob().I32(2).bytes, ""}, {"no room for a length", {5, 0, 0, 0, 0}, ""},
-        {"count 0", a(0).bytes, ""}, {"count below 0", a(-3).bytes, ""},
-        {"count above the entries", a(9).Entry(u"B", u"2").bytes, "A=1;B=2;"},
-        {"count below them", a(1).Entry(u"B", u"2").bytes, "A=1;"},
-        {"negative length", a(3).I32(-1).Entry(u"B", u"2").bytes, "A=1;"},
-        {"length beyond the end", a(3).I32(1000).Text(u"B").Text(u"2").bytes, "A=1;"},
-        {"two stray bytes", a(3).Text(u"", false, {0x10, 0}).bytes, "A=1;"},
-        // A length of 4 or less: one entry with an empty name, and the end.
-        {"length 4", a(3).I32(4).Entry(u"B", u"2").bytes, "A=1;=;"},
-        {"length 3", a(3).I32(3).Entry(u"B", u"2").bytes, "A=1;=;"},
-        {"length 0", a(3).I32(0).Entry(u"B", u"2").bytes, "A=1;=;"},
-        {"name only", Blob().I32(2).I32(4 + 4).Text(u"N").Entry(u"B", u"2").bytes, "N=;"},
+    const auto a = [](uint32_t count) { return U32(count) + Entry("A", "1"); };
+    const std::pair<std::string, const char*> cases[] = {
+        {a(-3u), ""}, {a(9) + Entry("B", "2"), "A=1;B=2;"}, {a(1) + Entry("B", "2"), "A=1;"}, {a(3) + U32(-1u) + Entry("B", "2"), "A=1;"},
+        {a(3) + U32(1000) + U16("B") + U16("2"), "A=1;"},
+        {a(3) + U32(3) + Entry("B", "2"), "A=1;=;"},   // a length of 4 or less: an empty entry, and the end
         // Without a NUL inside the length, the bytes go to Data.
-        {"unterminated name", Blob().I32(2).I32(4 + 6).Text(u"abc", false).Entry(u"B", u"2").bytes,
-         "=[a.b.c.];B=2;"},
-        {"unterminated value", Blob().I32(1).I32(4 + 4 + 4).Text(u"N").Text(u"vw", false).bytes, "N=[v.w.];"},
-        {"lone odd byte", Blob().I32(1).I32(4 + 4 + 1).Text(u"N", true, {0}).bytes, "N=[.];"},
-        {"NUL behind the name's share", Blob().I32(1).I32(4 + 2).Text(u"a", false).Text(u"").bytes, "=[a.];"},
+        {U32(2) + U32(4 + 6) + U16("abc", true) + Entry("B", "2"), "=[a.b.c.];B=2;"},
+        {U32(1) + U32(4 + 4 + 4) + U16("N") + U16("vw", true), "N=[v.w.];"},
     };
-    for (const auto& c : cases) {
-        IDTags tags;
-        tags.Parse(c.bytes.data(), static_cast<int64_t>(c.bytes.size()));
-        EXPECT_EQ(Shown(tags), c.shown) << c.what;
+    IDTags tags;
+    for (const auto& [bytes, shown] : cases) {
+        tags.Parse(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<int64_t>(bytes.size()));
+        EXPECT_EQ(Shown(tags), shown);
     }
-    IDTags none;
-    none.Add(S("stale"), S(""));
-    none.Parse(nullptr, 100);
-    EXPECT_EQ(none.Count(), 0);
-    EXPECT_EQ(none.Current, nullptr);
+    tags.Parse(nullptr, 100);
+    EXPECT_EQ(tags.Count(), 0);
+    EXPECT_EQ(tags.Current, nullptr);
 }
 
 TEST(IDTags, FindRemoveAndTakeVersion) {
     IDTags tags;
-    for (const char* name : {"Title", "_albumart_1_Front<subdesc>first", "Artist<subdesc>x", "\xC3\x89t\xC3\xA9"}) {
-        tags.Add(S(name), S(""));
-    }
-    const struct {
-        const char* name;
-        bool strip;
-        int found;   // -1: none
-    } finds[] = {
+    for (const char* name : {"Title", "_albumart_1_Front<subdesc>first", "Artist<subdesc>x", "\xC3\x89t\xC3\xA9"}) tags.Add(S(name), S(""));
+    // `found`: the entry's index, -1 for none.
+    const struct { const char* name; bool strip; int found; } finds[] = {
         {"TITLE", false, 0}, {"\xC3\xA9t\xC3\xA9", false, -1} /* only A to Z fold */, {"Titl", false, -1},
         {"_ALBUMART_1_front<subdesc>second", true, 1}, {"_ALBUMART_1_front<subdesc>second", false, -1},
-        {"_albumart_1_front", true, 1}, {"_albumart_1_Front<SUBDESC>first", true, -1} /* the marker has case */,
-        {"Artist", true, -1} /* other names are never cut */,
+        {"_albumart_1_Front<SUBDESC>first", true, -1} /* the marker has case */, {"Artist", true, -1} /* never cut */,
     };
     for (const auto& f : finds) {
         IDTag* expected = f.found < 0 ? nullptr : &tags[f.found];
@@ -149,7 +103,6 @@ TEST(IDTags, FindRemoveAndTakeVersion) {
         EXPECT_EQ(tags.Current, expected ? expected : tags.Current) << f.name;
     }
     EXPECT_EQ(Utf8(NormalisedTagName(S("_AlbumArt_2_Back<subdesc>d<subdesc>e"), true)), "_AlbumArt_2_Back");
-    EXPECT_EQ(Utf8(NormalisedTagName(S("_albumart_2_Back<subdesc>d"), false)), "_albumart_2_Back<subdesc>d");
     EXPECT_EQ(Utf8(NormalisedTagName(S("_albumart<subdesc>d"), true)), "_albumart<subdesc>d");
 
     // Removal takes every case, keeps the order and doesn't strip.
@@ -157,42 +110,33 @@ TEST(IDTags, FindRemoveAndTakeVersion) {
     for (const char* name : {"Artist", "TagVersion", "ARTIST", "Album", "tagversion", "artist"}) list.Add(S(name), S(name));
     EXPECT_TRUE(list.Remove(S("aRtIsT")));
     EXPECT_EQ(list.Current, nullptr);
-    EXPECT_FALSE(list.Remove(S("Artist")));
     list.AddCopy(tags[1]);
     EXPECT_FALSE(list.Remove(S("_albumart_1_Front")));
     EXPECT_TRUE(list.Remove(S("_ALBUMART_1_Front<subdesc>first")));
-    // Only the first version goes each time.
-    EXPECT_EQ(Utf8(list.TakeVersion()), "TagVersion");
+    EXPECT_EQ(Utf8(list.TakeVersion()), "TagVersion");   // only the first version goes each time
     EXPECT_EQ(Shown(list), "Album=Album;tagversion=tagversion;");
-    EXPECT_EQ(Utf8(list.TakeVersion()), "tagversion");
-    EXPECT_TRUE(list.TakeVersion().Empty());
     list.Add(S("Title"), S(""));
     list.Find(S("Album"), false);
     list.RemoveAt(1);
     list.RemoveAt(5);                    // out of range: nothing
     EXPECT_EQ(list.Current, &list[0]);   // the cursor stays on a survivor
-    EXPECT_EQ(list.Count(), 1);
+    EXPECT_EQ(list.Count(), 2);
 }
 
 TEST(PictureNaming, TypeTableAndArtKeys) {
     EXPECT_EQ(PictureTypeFromName(S("a bRIGHT cOLOURED fISH")), 17);
     EXPECT_EQ(PictureTypeFromName(S("Undefined")), 3);
-    EXPECT_EQ(PictureTypeFromName(S("")), 3);
-    EXPECT_TRUE(PictureTypeKeyPart(0).Empty());
     EXPECT_TRUE(PictureTypeKeyPart(21).Empty());
     EXPECT_EQ(Utf8(PictureTypeKeyPart(20)), "_Publisher Logo");
-    const struct {
-        const char *key, *type, *description;
-    } cases[] = {
-        {"_albumart_12_Back Album Cover<subdesc>Inlay", "Back Album Cover", "Inlay"},
-        {"_albumart_1_Media<subdesc>a<subdesc>b", "Media", "a<subdesc>b"},
-        {"_albumart_1_Media<SUBDESC>x", "Media<SUBDESC>x", ""},   // the separator is case-sensitive
-        {"_albumart_1_", "", ""}, {"_albumart_1", "", ""}, {"_albumart_", "", ""},
+    const struct { const char *key, *split; } cases[] = {
+        {"_albumart_12_Back Album Cover<subdesc>Inlay", "Back Album Cover/Inlay"},
+        {"_albumart_1_Media<subdesc>a<subdesc>b", "Media/a<subdesc>b"},
+        {"_albumart_1_Media<SUBDESC>x", "Media<SUBDESC>x/"}, {"_albumart_1", "/"},
     };
     for (const auto& c : cases) {
         clString type = S("x"), description = S("y");
         SplitArtKey(S(c.key), type, description);
-        EXPECT_EQ(Utf8(type) + "/" + Utf8(description), std::string(c.type) + "/" + c.description) << c.key;
+        EXPECT_EQ(Utf8(type) + "/" + Utf8(description), c.split) << c.key;
     }
     // The first art key numbered one, whatever its place.
     IDTags tags;
@@ -207,30 +151,21 @@ TEST(PictureNaming, TypeTableAndArtKeys) {
     EXPECT_TRUE(type.Empty());
 }
 
+// Which pictures go (renumbering and what stays visible: the removeart fuzz target).
 TEST(PictureNaming, RemoveArtRenumbersTheRestAndRemoveHiddenSparesReservedNames) {
     IDTags tags;
     tags.AddBinary(S("_albumart_1_Front Album Cover"), "F", 1);
     tags.Add(S("Title"), S("t"));
     tags.AddBinary(S("_albumart_2_Back Album Cover<subdesc>Inlay"), "B", 1);
-    tags.Add(S("_hidden"), S("h"));
     tags.AddBinary(S("_albumart_3_Media<subdesc>Disc"), "M", 1);
-    tags.Add(S("_RIFF_info"), S("r"));
-    // No type and no description matches: nothing changes, hidden names neither.
-    IDTags unchanged = tags;
-    EXPECT_FALSE(unchanged.RemoveArt(S("Leaflet Page"), S("nothing")));
-    EXPECT_FALSE(unchanged.RemoveArt(S("back album cover"), S("none")));   // case-sensitive
-    EXPECT_EQ(Shown(unchanged), Shown(tags));
-    // The rest go behind everything else, numbered anew.
+    EXPECT_FALSE(tags.RemoveArt(S("back album cover"), S("none")));   // case-sensitive
     ASSERT_TRUE(tags.RemoveArt(S("Back Album Cover"), S("none")));
-    EXPECT_EQ(Shown(tags), "Title=t;_RIFF_info=r;_albumart_1_Front Album Cover=[F];_albumart_2_Media<subdesc>Disc=[M];");
-    // An empty description matches every picture without one.
-    ASSERT_TRUE(tags.RemoveArt(S("No Such Type"), S("")));
-    EXPECT_EQ(Shown(tags), "Title=t;_RIFF_info=r;_albumart_1_Media<subdesc>Disc=[M];");
+    EXPECT_EQ(Shown(tags), "Title=t;_albumart_1_Front Album Cover=[F];_albumart_2_Media<subdesc>Disc=[M];");
+    ASSERT_TRUE(tags.RemoveArt(S("No Such Type"), S("")));   // an empty description matches every picture without one
+    EXPECT_EQ(Shown(tags), "Title=t;_albumart_1_Media<subdesc>Disc=[M];");
 
-    IDTags hidden;
-    for (const char* name : {"_riff_a", "_RIFF_B", "_CDTOC", "_Crc", "_crcx", "_x", "_", "", "Title", "_albumart_1_"}) {
-        hidden.Add(S(name), S("v"));
-    }
-    hidden.RemoveHidden();
-    EXPECT_EQ(Shown(hidden), "_riff_a=v;_RIFF_B=v;_CDTOC=v;_Crc=v;=v;Title=v;");
+    tags.Clear();
+    for (const char* name : {"_riff_a", "_RIFF_B", "_CDTOC", "_Crc", "_crcx", "_x", "_", "", "Title", "_albumart_1_"}) tags.Add(S(name), S("v"));
+    tags.RemoveHidden();
+    EXPECT_EQ(Shown(tags), "_riff_a=v;_RIFF_B=v;_CDTOC=v;_Crc=v;=v;Title=v;");
 }

@@ -44,10 +44,9 @@ struct ApeTag {
         for (const ApeItem& item : items) body += item.Bytes();
         auto tagSize = static_cast<uint32_t>(size >= 0 ? size : static_cast<int64_t>(body.size() + 32));
         auto itemCount = static_cast<uint32_t>(count >= 0 ? count : static_cast<int64_t>(items.size()));
-        std::string head = header ? ApeFrameBytes(version, tagSize, itemCount, 0xA0000000u) : "";
-        return head + body + ApeFrameBytes(version, tagSize, itemCount, header ? 0x80000000u : 0);
+        return (header ? ApeFrameBytes(version, tagSize, itemCount, 0xA0000000u) : "") + body +
+               ApeFrameBytes(version, tagSize, itemCount, header ? 0x80000000u : 0);
     }
-    // A copy whose header and footer state `statedSize` and `statedCount`.
     ApeTag Stating(int64_t statedSize, int64_t statedCount = -1) const {
         ApeTag tag = *this;
         tag.size = statedSize;
@@ -62,12 +61,8 @@ struct ApeTag {
 
 // An ID3v1 tag; a track number makes it ID3v1.1 with a comment of 28 bytes.
 inline std::string Id3v1(const std::string& title, const std::string& artist = "", const std::string& album = "",
-                         const std::string& year = "", const std::string& comment = "", int track = 0,
-                         int genre = 255) {
-    const auto Field = [](std::string text, size_t width) {
-        text.resize(width, '\0');
-        return text;
-    };
+                         const std::string& year = "", const std::string& comment = "", int track = 0, int genre = 255) {
+    const auto Field = [](std::string text, size_t width) { return text.resize(width, '\0'), text; };
     std::string tag = "TAG" + Field(title, 30) + Field(artist, 30) + Field(album, 30) + Field(year, 4);
     tag += track == 0 ? Field(comment, 30) : Field(comment, 28) + '\0' + static_cast<char>(track);
     return tag + static_cast<char>(genre);
@@ -85,16 +80,12 @@ inline std::string Synchsafe(uint32_t value) {
     return out;
 }
 
-inline std::string Frame22(const std::string& id, const std::string& body) {
-    return id + BigEndian(static_cast<uint32_t>(body.size()), 3) + body;
-}
+inline std::string Frame22(const std::string& id, const std::string& body) { return id + BigEndian(static_cast<uint32_t>(body.size()), 3) + body; }
 inline std::string Frame23(const std::string& id, const std::string& body, uint8_t status = 0, uint8_t format = 0) {
-    return id + BigEndian(static_cast<uint32_t>(body.size()), 4) + static_cast<char>(status) +
-           static_cast<char>(format) + body;
+    return id + BigEndian(static_cast<uint32_t>(body.size()), 4) + static_cast<char>(status) + static_cast<char>(format) + body;
 }
 inline std::string Frame24(const std::string& id, const std::string& body, uint8_t status = 0, uint8_t format = 0) {
-    return id + Synchsafe(static_cast<uint32_t>(body.size())) + static_cast<char>(status) +
-           static_cast<char>(format) + body;
+    return id + Synchsafe(static_cast<uint32_t>(body.size())) + static_cast<char>(status) + static_cast<char>(format) + body;
 }
 inline std::string Tag(int version, const std::string& frames, uint8_t flags = 0) {
     return std::string("ID3") + static_cast<char>(version) + '\0' + static_cast<char>(flags) +
@@ -107,16 +98,13 @@ inline size_t TagSize(const std::string& bytes) {
     for (size_t i = 6; i < 10; ++i) size = (size << 7) | static_cast<uint8_t>(bytes[i]);
     return size + 10;
 }
-// A text body in encoding 0 (or as given): the encoding byte, then the bytes.
+// A text body: the encoding byte, then the bytes.
 inline std::string Text(const std::string& text, char encoding = 0) { return std::string(1, encoding) + text; }
 
 // Inserts a 0x00 behind every 0xFF, as unsynchronisation does.
 inline std::string Unsynchronise(const std::string& bytes) {
     std::string out;
-    for (char c : bytes) {
-        out += c;
-        if (static_cast<uint8_t>(c) == 0xFF) out += '\0';
-    }
+    for (char c : bytes) out += static_cast<uint8_t>(c) == 0xFF ? std::string{c, '\0'} : std::string{c};
     return out;
 }
 
