@@ -8,13 +8,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
 #include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-
 #include "faultio.h"
 #include "tests/integration/plugindriver.h"
 #include "tests/transport/pattern.h"

@@ -5,12 +5,10 @@
 // "Encoder" per audio stream and the metadata as the tag blob.
 
 #include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <sstream>
-
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "plugindriver.h"
 #include "tags/idtags.h"
@@ -88,7 +86,6 @@ void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, bool
     const it::Wave64 back = it::ReferenceDecode(wav);
     EXPECT_EQ(back.format, reference.format);
     EXPECT_TRUE(back.data == reference.data) << "fdhost's WAV holds other samples";
-
     it::TestDecoder decoder;
     DecoderOpenInfo info{};
     ASSERT_TRUE(decoder.Open(path, kOpenWantTags | kOpenWantInfo, &info)) << decoder.ErrorLog();
@@ -110,7 +107,6 @@ void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, bool
     }
     EXPECT_EQ(decoder.ErrorLog(), log);
 }
-
 struct Fixture {
     const char* file;
     std::vector<std::string> encode;   // ffmpeg arguments between the source and the file

@@ -11,13 +11,11 @@
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <thread>
-
 #include "tests/integration/fake_worker.h"
 
 namespace {
@@ -30,7 +28,6 @@ void Offer(int fd, std::string_view text) {
         text.remove_prefix(static_cast<size_t>(written));
     }
 }
-
 void Command(const std::string& command, unsigned long long value, int argc, char** argv) {
     if (command == "pid") Offer(1, std::to_string(::getpid()) + "\n");
     else if (command == "ignore-term") ::signal(SIGTERM, SIG_IGN);
@@ -55,7 +52,6 @@ void Command(const std::string& command, unsigned long long value, int argc, cha
 
 // Linux streams pass bytes as they are.
 void PrepareOutputs() {}
-
 int RunCommands(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string command = argv[i];

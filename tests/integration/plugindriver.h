@@ -9,7 +9,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
 #include "codecs/decoders/ffmpeg/exports.h"
 #include "host/plugin.h"
 #include "quitfifo.h"
@@ -30,7 +29,6 @@ public:
     TestDecoder(const TestDecoder&) = delete;
     TestDecoder& operator=(const TestDecoder&) = delete;
     ~TestDecoder() { Destroy(); }
-
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
     bool OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
     bool DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
@@ -41,13 +39,11 @@ public:
     }
     // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
-
     std::string ErrorLog() const;
     std::string TraceLog() const;
 
 private:
     bool SetQuitEvent(const std::string& name);
-
     PluginLibrary& library_;
     void* decoder_ = nullptr;
     TempDir logs_;
