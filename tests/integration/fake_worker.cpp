@@ -45,9 +45,7 @@ std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
     return "riff" + riff + Little(16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8) + "wave" + tail + "fmt " +
            tail + Little(24 + format.size(), 8) + format + "data" + tail + Little(24 + dataBytes, 8);
 }
-[[noreturn]] void Hang() {
-    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
-}
+[[noreturn]] void Hang() { for (;;) std::this_thread::sleep_for(std::chrono::hours(1)); }
 void Stream(Orders& orders, const std::string& input) {
     const uint32_t channels = static_cast<uint32_t>(orders["channels"]);
     const uint64_t dataBytes = orders["frames"] * channels * 2;

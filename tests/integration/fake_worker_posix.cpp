@@ -1,12 +1,8 @@
-// The worker stand-in's commands for the transport tests, run in order:
-// "pid" prints its pid and a newline to stdout; "args" prints each argument
-// ended by a NUL to stdout; "fds" prints its open descriptors, one a line;
-// "stdin" reads stdin to its end; "ignore-term" and "ignore-pipe" ignore
-// SIGTERM and SIGPIPE (a closed stdout then doesn't end it); "sleep MS";
-// "trace PID" attaches to PID as its tracer and prints "traced" or
-// "untraced" (a traced child that ends stays unreapable for its parent
-// until this process ends).
-
+// The worker stand-in's commands for the transport tests, run in order: "pid"
+// prints its pid; "args" each argument NUL-ended; "fds" its open descriptors,
+// one a line; "stdin" drains stdin; "ignore-term", "ignore-pipe"; "sleep MS";
+// "trace PID" seizes PID and prints "traced" or "untraced" (a traced child
+// that ends stays unreapable for its parent until this process ends).
 #include <dirent.h>
 #include <signal.h>
 #include <sys/ptrace.h>

@@ -71,10 +71,4 @@ Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
           std::unique_lock lock(mutex);
           if (!wake.wait_for(lock, stop, delay, [&stop] { return stop.stop_requested(); })) action();
       }) {}
-std::string FormatHead(const DecoderFormat& format) {
-    const auto* wave = reinterpret_cast<const char*>(format.wave);
-    const bool extensible = static_cast<uint8_t>(wave[0]) == 0xFE && static_cast<uint8_t>(wave[1]) == 0xFF;
-    return std::string(wave, extensible ? 40 : 16);
-}
-
 }  // namespace it

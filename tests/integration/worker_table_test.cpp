@@ -1,8 +1,5 @@
-// The plug-in against its worker's misbehaviour, on both platforms: a stand-in
-// worker (fake_worker.cpp) that writes no header, dies, stalls, or holds a
-// call that the host's quit event must end. Never a hang, never a lost or
-// moved byte, never a worker left behind.
-
+// The plug-in against a misbehaving worker (fake_worker.cpp), on both
+// platforms: never a hang, a lost or moved byte, or a worker left behind.
 #include <gtest/gtest.h>
 #include "codecs/decoders/ffmpeg/selfpath.h"
 #include "plugindriver.h"
