@@ -1,11 +1,9 @@
 #include "faultio.h"
-
 #include <dlfcn.h>
 #include <errno.h>
 #include <limits.h>
 #include <sys/types.h>
 #include <unistd.h>
-
 #include <algorithm>
 #include <mutex>
 #include <string>

@@ -1,20 +1,14 @@
-// The plug-in's Linux-only meetings with its worker and host, beside the
-// table both platforms run (tests/integration/worker_table_test.cpp): an
-// error stream that floods, pipe reads that the system cuts short or
-// interrupts (read taken over by faultio.cpp), a host that reaps its
-// children, a relative load path, a FIFO as input.
-
+// The plug-in's Linux-only meetings with its worker and host: a flooding
+// error stream, pipe reads cut short or interrupted (faultio.cpp), a host that
+// reaps its children, a relative load path, a FIFO as input.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
 #include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-
 #include "faultio.h"
 #include "tests/integration/plugindriver.h"
 #include "tests/transport/pattern.h"
@@ -38,13 +32,9 @@ TEST(WorkerFaults, FloodsAndCutPipeReadsChangeNoByte) {
     it::TempDir dir;
     it::PluginLibrary plugin(it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER));
     const std::string progress = "frames 441000\nprogress 20971520\n", orders = dir.File("orders");
-    const struct {
-        const char* name;
-        std::string orders;   // the real worker's progress text takes more than a day
-        size_t bytes;
-        size_t maxChunk = 0;      // pipe reads give at most this many bytes
-        bool interrupt = false;   // every other pipe read fails with EINTR first
-    } rows[] = {
+    // The real worker's progress text takes more than a day. Pipe reads give at
+    // most `maxChunk` bytes; with `interrupt`, every other one fails with EINTR first.
+    const struct { const char* name; std::string orders; size_t bytes, maxChunk = 0; bool interrupt = false; } rows[] = {
         // 2 million lines of 123 bytes before its dump and first audio byte.
         {"floods the error stream first", "floodlines 246000000\n", 176400},
         {"endless progress text", progress, 1764000},
@@ -113,11 +103,8 @@ TEST(WorkerFaults, RelativeLoadThenChdirStillFindsTheWorker) {
     const std::string path = dir.File("orders");
     it::WriteFile(path, "frames 3000\n");
     const fs::path before = fs::current_path();
-    const struct {
-        const char* tree;
-        const char* from;     // working directory at load, under the temporary folder
-        const char* loaded;   // the name handed to the loader
-    } cases[] = {
+    // `from`: the working directory at load, under the temporary folder; `loaded`: the name handed to the loader.
+    const struct { const char *tree, *from, *loaded; } cases[] = {
         {"a", ".", "a/./plugins/ffmpeg_decoder.so"},
         {"b", "b", "./plugins/./ffmpeg_decoder.so"},
         {"c", "c/plugins", "../plugins/ffmpeg_decoder.so"},

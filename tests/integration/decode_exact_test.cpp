@@ -1,16 +1,11 @@
-// What the plug-in and fdhost give for a file is what ffmpeg and ffprobe give:
-// the samples and format of ffmpeg's own Wave64 output, from the start and
-// after SetPosition, in blocks that report their positions; fdhost's WAV, as
-// ffmpeg reads it back; and from the worker's dump the duration, bitrate, one
-// "Encoder" per audio stream and the metadata as the tag blob.
-
+// The plug-in and fdhost give what ffmpeg and ffprobe give: samples and format
+// from the start and after SetPosition, block positions, fdhost's WAV, and from
+// the dump the duration, bitrate, one "Encoder" per audio stream and the tags.
 #include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <sstream>
-
 #include "codecs/decoders/ffmpeg/decoder.h"
 #include "plugindriver.h"
 #include "tags/idtags.h"
@@ -27,11 +22,16 @@ Entries Parse(const void* blob, uint32_t size) {
     return entries;
 }
 
+// The host's view of a format: the wave record's first 16 bytes, or all 40 for the extensible form.
+std::string FormatHead(const DecoderFormat& format) {
+    const auto* wave = reinterpret_cast<const char*>(format.wave);
+    return std::string(wave, static_cast<uint8_t>(wave[0]) == 0xFE && static_cast<uint8_t>(wave[1]) == 0xFF ? 40 : 16);
+}
 // Milliseconds since the start of the worker plus the frame position of the
 // last SetPosition: the sum of unlike units is what a host has always got.
 void ExpectPositions(const std::vector<DecoderBlockInfo>& blocks, uint64_t start) {
     ASSERT_FALSE(blocks.empty());
-    const std::string format = it::FormatHead(blocks[0].format);
+    const std::string format = FormatHead(blocks[0].format);
     uint64_t dataRead = 0;
     for (size_t i = 0; i < blocks.size(); ++i) {
         // The records are packed: their fields are copied, never bound.
@@ -88,11 +88,10 @@ void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, bool
     const it::Wave64 back = it::ReferenceDecode(wav);
     EXPECT_EQ(back.format, reference.format);
     EXPECT_TRUE(back.data == reference.data) << "fdhost's WAV holds other samples";
-
     it::TestDecoder decoder;
     DecoderOpenInfo info{};
     ASSERT_TRUE(decoder.Open(path, kOpenWantTags | kOpenWantInfo, &info)) << decoder.ErrorLog();
-    const std::string head = it::FormatHead(info.format);
+    const std::string head = FormatHead(info.format);
     EXPECT_EQ(head, reference.format.substr(0, head.size()));
     ExpectDump(path, info, tags);
     const int64_t rate = it::U32At(head, 4);
@@ -110,13 +109,8 @@ void ExpectAsFfmpegReadsIt(const it::TempDir& dir, const std::string& path, bool
     }
     EXPECT_EQ(decoder.ErrorLog(), log);
 }
-
-struct Fixture {
-    const char* file;
-    std::vector<std::string> encode;   // ffmpeg arguments between the source and the file
-    int sampleRate;
-    int channels;
-};
+// `encode`: ffmpeg's arguments between the source and the file.
+struct Fixture { const char* file; std::vector<std::string> encode; int sampleRate, channels; };
 
 const Fixture kFixtures[] = {
     {"tone.ac3", {"-c:a", "ac3"}, 48000, 2},

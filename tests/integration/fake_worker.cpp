@@ -1,21 +1,11 @@
-// Stands in for the worker where the tests need output that the real one
-// gives only after hours, or misbehaviour it never shows. Called as the
-// plug-in calls the worker, it obeys the "key value" lines of the file
-// behind "-i": channels N (16-bit, default 2); frames N (default 44100);
-// progress N: bytes of progress text on the error stream between the pieces
-// of audio, each ended by a carriage return only, or by nothing with
-// noreturns 1; floodlines N: bytes of dump-like lines first; nodump 1: no
-// dump, so Open waits for one; garbage 1: no Wave64 header; hang 1: nothing
-// at all, never exiting, and seekhang 1 the same when started with "-ss";
-// dieafter N, stall N, holdat N: after N bytes of audio it dies (exit 1, the
-// header promising more), hangs, or waits until the file PATH.go exists.
-// Else it prints a short dump, a Wave64 header and PatternByte(i) as the
-// sample bytes. Every write blocks: an error stream nobody drains stalls the
-// audio, as with the real worker. Each start appends its arguments to
-// PATH.args, one a line, then an empty line; an input it can't read ends
-// it with exit status 1. Without "-i", its arguments are the transport
-// tests' commands (fake_worker_posix.cpp).
-
+// Stands in for the worker, obeying the "key value" lines of the file behind
+// "-i": channels N (16-bit, default 2); frames N (default 44100); progress N
+// bytes of "\r"-ended progress text between audio pieces (noreturns 1: none);
+// floodlines N bytes of dump-like lines first; nodump 1; garbage 1 (no Wave64
+// header); hang 1 (seekhang 1: when given "-ss"); dieafter/stall/holdat N: after
+// N audio bytes exit 1, hang, or wait for PATH.go. Audio is PatternByte(i);
+// writes block. Each start appends its arguments, one a line, to PATH.args.
+// Without "-i" it runs the transport tests' commands (fake_worker_posix.cpp).
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -28,7 +18,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-
 #include "tests/integration/fake_worker.h"
 #include "tests/transport/pattern.h"
 
@@ -56,11 +45,7 @@ std::string Wave64Header(uint32_t channels, uint64_t dataBytes) {
     return "riff" + riff + Little(16 + 8 + 16 + 24 + format.size() + 24 + dataBytes, 8) + "wave" + tail + "fmt " +
            tail + Little(24 + format.size(), 8) + format + "data" + tail + Little(24 + dataBytes, 8);
 }
-
-[[noreturn]] void Hang() {
-    for (;;) std::this_thread::sleep_for(std::chrono::hours(1));
-}
-
+[[noreturn]] void Hang() { for (;;) std::this_thread::sleep_for(std::chrono::hours(1)); }
 void Stream(Orders& orders, const std::string& input) {
     const uint32_t channels = static_cast<uint32_t>(orders["channels"]);
     const uint64_t dataBytes = orders["frames"] * channels * 2;

@@ -1,23 +1,17 @@
-// The worker stand-in's commands for the transport tests, run in order:
-// "pid" prints its pid and a newline to stdout; "args" prints each argument
-// ended by a NUL to stdout; "fds" prints its open descriptors, one a line;
-// "stdin" reads stdin to its end; "ignore-term" and "ignore-pipe" ignore
-// SIGTERM and SIGPIPE (a closed stdout then doesn't end it); "sleep MS";
-// "trace PID" attaches to PID as its tracer and prints "traced" or
-// "untraced" (a traced child that ends stays unreapable for its parent
-// until this process ends).
-
+// The worker stand-in's commands for the transport tests, run in order: "pid"
+// prints its pid; "args" each argument NUL-ended; "fds" its open descriptors,
+// one a line; "stdin" drains stdin; "ignore-term", "ignore-pipe"; "sleep MS";
+// "trace PID" seizes PID and prints "traced" or "untraced" (a traced child
+// that ends stays unreapable for its parent until this process ends).
 #include <dirent.h>
 #include <signal.h>
 #include <sys/ptrace.h>
 #include <unistd.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <thread>
-
 #include "tests/integration/fake_worker.h"
 
 namespace {
@@ -30,7 +24,6 @@ void Offer(int fd, std::string_view text) {
         text.remove_prefix(static_cast<size_t>(written));
     }
 }
-
 void Command(const std::string& command, unsigned long long value, int argc, char** argv) {
     if (command == "pid") Offer(1, std::to_string(::getpid()) + "\n");
     else if (command == "ignore-term") ::signal(SIGTERM, SIG_IGN);
@@ -55,7 +48,6 @@ void Command(const std::string& command, unsigned long long value, int argc, cha
 
 // Linux streams pass bytes as they are.
 void PrepareOutputs() {}
-
 int RunCommands(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string command = argv[i];

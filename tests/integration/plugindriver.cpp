@@ -1,11 +1,9 @@
 #include "plugindriver.h"
-
 #include <condition_variable>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
 #include <stdexcept>
-
 #include "support/textcodec.h"
 
 namespace it {
@@ -25,7 +23,6 @@ PluginLibrary& Plugin() {
     static PluginLibrary library(FD_PLUGIN_PATH);
     return library;
 }
-
 TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : library_(library) {
     DecoderCreateInfo info{};
     info.errorLog = errorLog_.Get();
@@ -33,7 +30,6 @@ TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : libr
     decoder_ = library_.Create(&info);
     if (!quit.empty() && !SetQuitEvent(quit)) throw std::runtime_error("the quit event " + quit + " was refused");
 }
-
 bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {
     path_ = text::Utf8ToUtf16(path);
     DecoderOpenInfo local{};
@@ -42,14 +38,12 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     record.flags = flags;
     return OpenRecord(record);
 }
-
 bool TestDecoder::SetQuitEvent(const std::string& name) {
     const std::u16string wide = text::Utf8ToUtf16(name);
     DecoderParam param{};
     param.text = wide.c_str();
     return library_.Set(decoder_, u"EventQuit", &param) != 0;
 }
-
 bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks) {
     for (;;) {
         DecoderBlockInfo block{};
@@ -59,10 +53,8 @@ bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>*
         if (block.endOfStream || block.bytes == 0) return true;
     }
 }
-
 std::string TestDecoder::ErrorLog() const { return LogText(logs_.File("error.log")); }
 std::string TestDecoder::TraceLog() const { return LogText(logs_.File("trace.log")); }
-
 std::string MakePluginTree(const std::string& root, const std::string& worker) {
     namespace fs = std::filesystem;
     const fs::path tree = fs::path(root).make_preferred();
@@ -72,7 +64,6 @@ std::string MakePluginTree(const std::string& root, const std::string& worker) {
     if (!worker.empty()) fs::copy_file(worker, tree / ("ffmpeg-lgpl" + fs::path(worker).extension().string()));
     return plugin.string();
 }
-
 Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
     : std::jthread([delay, action](std::stop_token stop) {
           std::mutex mutex;
@@ -80,11 +71,4 @@ Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
           std::unique_lock lock(mutex);
           if (!wake.wait_for(lock, stop, delay, [&stop] { return stop.stop_requested(); })) action();
       }) {}
-
-std::string FormatHead(const DecoderFormat& format) {
-    const auto* wave = reinterpret_cast<const char*>(format.wave);
-    const bool extensible = static_cast<uint8_t>(wave[0]) == 0xFE && static_cast<uint8_t>(wave[1]) == 0xFF;
-    return std::string(wave, extensible ? 40 : 16);
-}
-
 }  // namespace it

@@ -9,7 +9,6 @@
 #include <thread>
 #include <utility>
 #include <vector>
-
 #include "codecs/decoders/ffmpeg/exports.h"
 #include "host/plugin.h"
 #include "quitfifo.h"
@@ -27,27 +26,22 @@ class TestDecoder {
 public:
     // With the host's quit event `quit`, when given (throws when refused).
     explicit TestDecoder(PluginLibrary& library = Plugin(), const std::string& quit = {});
-    TestDecoder(const TestDecoder&) = delete;
-    TestDecoder& operator=(const TestDecoder&) = delete;
+    TestDecoder(const TestDecoder&) = delete; TestDecoder& operator=(const TestDecoder&) = delete;
     ~TestDecoder() { Destroy(); }
-
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
     bool OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
     bool DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
     bool SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
     bool Close() { return library_.Close(decoder_) != 0; }
-    void Destroy() {   // now; the destructor then does nothing
-        if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr));
-    }
+    // Now; the destructor then does nothing.
+    void Destroy() { if (decoder_ != nullptr) library_.Destroy(std::exchange(decoder_, nullptr)); }
     // All blocks to the end of the stream; false when a DecodeBlock failed.
     bool ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks = nullptr);
-
     std::string ErrorLog() const;
     std::string TraceLog() const;
 
 private:
     bool SetQuitEvent(const std::string& name);
-
     PluginLibrary& library_;
     void* decoder_ = nullptr;
     TempDir logs_;
@@ -66,9 +60,5 @@ class Later : public std::jthread {
 public:
     Later(std::chrono::milliseconds delay, std::function<void()> action);
 };
-
-// The host's view of a format: the wave record's first 16 bytes, or all 40
-// for the extensible form.
-std::string FormatHead(const DecoderFormat& format);
 
 }  // namespace it

@@ -1,8 +1,6 @@
 #pragma once
-// The host's side of a quit event: on Linux a FIFO it sets by writing one
-// byte and resets by reading it back, on Windows a named event
-// (quitfifo_win32.cpp). Used by the integration tests and the soak; failures
-// throw std::runtime_error.
+// The host's side of a quit event: on Linux a FIFO set by writing a byte and
+// reset by reading it back, on Windows a named event; failures throw.
 
 #include <string>
 
@@ -11,8 +9,7 @@ namespace it {
 class QuitFifo {
 public:
     explicit QuitFifo(const std::string& path);
-    QuitFifo(const QuitFifo&) = delete;
-    QuitFifo& operator=(const QuitFifo&) = delete;
+    QuitFifo(const QuitFifo&) = delete; QuitFifo& operator=(const QuitFifo&) = delete;
     ~QuitFifo();
     const std::string& Path() const { return path_; }
     void Set();

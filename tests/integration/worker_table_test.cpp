@@ -1,10 +1,6 @@
-// The plug-in against its worker's misbehaviour, on both platforms: a stand-in
-// worker (fake_worker.cpp) that writes no header, dies, stalls, or holds a
-// call that the host's quit event must end. Never a hang, never a lost or
-// moved byte, never a worker left behind.
-
+// The plug-in against a misbehaving worker (fake_worker.cpp), on both
+// platforms: never a hang, a lost or moved byte, or a worker left behind.
 #include <gtest/gtest.h>
-
 #include "codecs/decoders/ffmpeg/selfpath.h"
 #include "plugindriver.h"
 #include "tests/transport/pattern.h"
@@ -20,7 +16,6 @@ struct Stand {
     it::TempDir dir;
     it::PluginLibrary plugin{it::MakePluginTree(dir.File("tree"), FD_FAKE_WORKER)};
     it::QuitFifo quit{dir.File("quit")};
-
     std::string Orders(const std::string& name, const std::string& orders) const {
         it::WriteFile(dir.File(name), orders);
         return dir.File(name);
@@ -167,7 +162,6 @@ TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     EXPECT_EQ(PatternMismatches(first) + PatternMismatches(second), 0u);
     const std::string name = WorkerFileName() + std::string("\n"), tail = "-i\n" + path + "\n-f\nw64\n-\n\n";
     EXPECT_EQ(it::ReadFile(path + ".args"), name + tail + name + "-ss\n0.5\n" + tail);
-
     // fdhost's arguments, from Windows' wide command line, leave as UTF-8.
     const it::RunResult canTag = it::Fdhost({"--json", "can-tag", "C:\\m\\s\xC3\xA5ng \xE2\x82\xAC.tta"});
     EXPECT_EQ(canTag.out, "{\"path\":\"C:\\\\m\\\\s\xC3\xA5ng \xE2\x82\xAC.tta\",\"value\":1,\"warnings\":[]}\n") << canTag.err;
@@ -209,11 +203,9 @@ TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
 // Records that Open refuses before it starts a worker.
 TEST(WorkerTable, RefusedRecords) {
     it::TestDecoder external, noPath;
-    DecoderOpenInfo packets{}, empty{};
-    packets.path = u"/nowhere.flac";
-    packets.flags = kOpenExternalPackets;
+    DecoderOpenInfo empty{};
     empty.flags = kOpenWantTags;
-    EXPECT_FALSE(external.OpenRecord(packets));
+    EXPECT_FALSE(external.Open("/nowhere.flac", kOpenExternalPackets));
     EXPECT_EQ(external.ErrorLog(), "Error cannot decode external-packet data.  [clDecoder_ffmpeg::Open]\r\n");
     EXPECT_FALSE(noPath.OpenRecord(empty));
     EXPECT_EQ(noPath.ErrorLog(), "Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
