@@ -1,13 +1,6 @@
-// Many decoders in threads open, decode, seek and close every kind of input
-// while quit events hit them at random moments: every decode gives ffmpeg's
-// own samples, and at the end the process has no more descriptors, threads
-// or children than at the start. (Tag jobs don't see the quit event and share
-// nothing between decoders: their leaks and bytes are tests/tags' and
-// tests/qel-matroska's.)
-// Short by default; FD_CYCLES_MINUTES, FD_CYCLES_THREADS,
-// FD_CYCLES_REPORT_SECONDS and FD_CYCLES_RSS_SLACK_MB make it the long soak
-// (scripts/soak.sh), which also watches resident memory.
-
+// Decoders in threads open, decode, seek and close every kind of input while quit events hit at
+// random: every decode gives ffmpeg's samples, and at the end nothing is left behind. Short by
+// default; FD_CYCLES_MINUTES, _THREADS, _REPORT_SECONDS, _RSS_SLACK_MB make it the long soak.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -116,9 +109,7 @@ private:
         if (++shared_.failures <= 50) ADD_FAILURE() << "thread " << index_ << ", " << fixture_->name << ": " << what << "; error log: " << log;
     }
 
-    void Refused(const std::string& what) {
-        if (!QuitCaused()) Fail(what);
-    }
+    void Refused(const std::string& what) { if (!QuitCaused()) Fail(what); }
 
     // Opens, then decodes to the end or seeks a few times. A quit in
     // mid-stream is reset and the decode goes on: the samples must still be
@@ -231,8 +222,7 @@ TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     }
     shared.stop = true;
     for (std::thread& thread : threads) thread.join();
-    // Threads may take a moment to go (the worker reaper).
-    it::ChildrenAfter(5000);
+    it::ChildrenAfter(5000);   // threads may take a moment to go (the worker reaper)
     Figures final;
     it::WaitUntil([&] {
         final = Figures();

@@ -1,5 +1,4 @@
-// The Linux answer of the decoder to a named quit event: a FIFO of the
-// user's own, made and watched without being fooled by what others put there.
+// A named quit event on Linux: the user's own FIFO, not fooled by what others put there.
 
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -19,8 +18,7 @@ namespace {
 
 using Decoder = clDecoder_ffmpeg;
 
-// An open of a watched file since the last look: the kernel reports every
-// open, also one that was closed again at once.
+// An open of a watched file since the last look (the kernel reports even one closed at once).
 bool Opened(int watch) {
     alignas(inotify_event) char events[4096];
     return ::read(watch, events, sizeof events) > 0;

@@ -1,6 +1,5 @@
-// Pure logic without a worker: the worker's command line and path, the
-// private quit event and fdhost's tag blob reader against damaged blobs
-// (sound ones: the fdhost table). The Linux-only parts: decoder_command_posix.cpp.
+// Without a worker: its command line and path, the private quit event, fdhost's tag blob reader
+// against damaged blobs. Linux-only parts: decoder_command_posix.cpp.
 
 #include <gtest/gtest.h>
 
@@ -40,8 +39,7 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
     }
 }
 
-// A plug-in whose own place is unknown, or in the root folder, would start a
-// bare name from the working directory, where a program of that name waits.
+// A plug-in whose place is unknown, or the root, must not start a bare name from the working folder.
 TEST(WorkerCommand, NoWorkerByARelativePath) {
     const it::TempDir dir;
     const std::filesystem::path before = std::filesystem::current_path();
@@ -57,7 +55,6 @@ TEST(WorkerCommand, NoWorkerByARelativePath) {
     std::filesystem::current_path(before);
 }
 
-// An empty name gives the decoder an event of its own, as an unnamed one.
 TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
     Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
     ASSERT_TRUE(decoder.SetQuitEvent(u"") && other.SetQuitEvent(u""));

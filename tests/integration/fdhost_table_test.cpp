@@ -1,7 +1,5 @@
-// fdhost as a person or a script meets it, one row per case: the command,
-// the state of its input, the exit status, the whole of standard error, and
-// whether the file stayed byte for byte as it was or changed as it should
-// (its audio unchanged). Fixtures come from ffmpeg.
+// fdhost as a person or script meets it, one row per case: command, input, exit status, all of
+// standard error, and whether the file stayed as it was or changed as it should (audio unchanged).
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,4 @@
-// The test kit's system part on Linux: child processes with captured output,
-// and this process's descriptors, threads and children.
+// The test kit on Linux: child processes with captured output; our descriptors, threads, children.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -40,8 +39,7 @@ int CountEntries(const char* folder) {
     return static_cast<int>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
 }
 
-// Processes whose parent is this one: "pid (name) state ppid ..." in their
-// stat, where the name may hold blanks and brackets.
+// Our children: "pid (name) state ppid ..." in their stat; the name may hold blanks and brackets.
 int ChildCount() {
     int count = 0;
     for (const auto& entry : fs::directory_iterator("/proc")) {
