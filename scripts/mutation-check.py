@@ -6,6 +6,11 @@ back. Every fault must be caught.
     scripts/mutation-check.py [BUILD] [ID...]      Linux faults (BUILD: build)
     scripts/mutation-check.py --windows [BUILD]    the Windows one, under Wine (BUILD: build-windows)
 
+Faults of a reader whose malformed inputs live as fuzz replays are, when no
+test of their area fails, run through that fuzz target's regression and
+hostile inputs too (FD_FUZZ_BUILD, default build-fuzz, from the test
+command's fuzz stage).
+
 A fault whose line is no longer found is reported as such, not as caught."""
 import os, subprocess, sys, time
 
@@ -32,6 +37,19 @@ FAULTS = [
  ("M19", "codecs/decoders/ffmpeg/exports.cpp", "    if (decoder == nullptr) return 0;\n    clDecoder_ffmpeg& self = *AsDecoder(decoder);\n    return Guarded(self, \"clDecoder_ffmpeg::Set\"", "    clDecoder_ffmpeg& self = *AsDecoder(decoder);\n    return Guarded(self, \"clDecoder_ffmpeg::Set\"", "Plugin|Export|Get|Trace|Fdhost"),
  ("W01", "transport/worker_win32.cpp", "if (arg.find(' ') != std::string::npos) {", "if (false) {", ""),
 ]
+
+
+# Faults whose inputs are fuzz replays: the fuzz target that replays them.
+FUZZ_REPLAY = {"M04": "wavestream_fuzz"}
+
+
+def fuzz_replay(target):
+    build = os.environ.get("FD_FUZZ_BUILD", "build-fuzz")
+    if not os.path.isdir(build) or run(["cmake", "--build", build, "--target", target]).returncode:
+        return None
+    inputs = [os.path.join(d, f) for d in ("fuzz/regressions/" + target, "fuzz/hostile/" + target)
+              if os.path.isdir(d) for f in sorted(os.listdir(d))]
+    return run([os.path.join(build, "fuzz", target), "-rss_limit_mb=2048"] + inputs).returncode != 0
 
 
 def run(args, **kw):
@@ -62,7 +80,11 @@ def check(fault, build, windows):
         tests = wine_ctest(build) if windows else run(
             ["ctest", "--test-dir", build, "-R", area, "--stop-on-failure", "-j2", "--timeout", "300", "--no-tests=error"])
         failed = [l.split(":", 1)[-1].split("...")[0].strip() for l in tests.stdout.splitlines() if "***" in l]
-        return ("caught by " + ", ".join(failed[:2])) if tests.returncode else "MISSED"
+        if tests.returncode:
+            return "caught by " + ", ".join(failed[:2])
+        if name in FUZZ_REPLAY and fuzz_replay(FUZZ_REPLAY[name]):
+            return "caught by the replay of " + FUZZ_REPLAY[name]
+        return "MISSED"
     finally:
         open(path, "w").write(text)
 
