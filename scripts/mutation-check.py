@@ -60,10 +60,12 @@ def wine_ctest(build):
     env = dict(os.environ, WINEPREFIX=os.path.abspath(build) + "/wineprefix", WINEDEBUG="-all",
                WINEDLLOVERRIDES="mscoree,mshtml=", LANG="C.UTF-8")
     env.pop("LC_ALL", None)
-    run(["wineserver", "-p"], env=env)
-    run(["wine", "cmd", "/c", "exit"], env=env, stdin=subprocess.DEVNULL)
+    # The persistent server keeps any pipe it was given open: no captured output.
+    quiet = dict(env=env, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    subprocess.run(["wineserver", "-p"], **quiet)
+    subprocess.run(["wine", "cmd", "/c", "exit"], **quiet)
     result = run(["ctest", "--test-dir", build, "-j2", "--timeout", "300"], env=env)
-    run(["wineserver", "-k"], env=env)
+    subprocess.run(["wineserver", "-k"], **quiet)
     return result
 
 
