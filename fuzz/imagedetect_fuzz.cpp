@@ -1,5 +1,5 @@
-// Image type detection over arbitrary bytes: an answer with its names and a
-// size, or Qel::invalid_input, and nothing else.
+// Image type detection over arbitrary bytes: an answer with its names, or
+// Qel::invalid_input, and nothing else.
 
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const ImageInfo info = DetectImageType(source);
         Require(info.name != nullptr && info.extension != nullptr && info.mime != nullptr);
-        Require(info.width > 0 && info.height > 0);
     } catch (const Qel::invalid_input&) {
     }
     return 0;

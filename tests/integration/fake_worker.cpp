@@ -60,7 +60,9 @@ void Stream(Orders& orders, const std::string& input) {
                       "Output #0, w64, to 'pipe:':\n");
     }
     Write(stdout, Wave64Header(channels, dataBytes));
-    const uint64_t progressPerPiece = orders["progress"] / std::max<uint64_t>(1, (dataBytes + 16383) / 16384) + 1;
+    // Progress only when asked: a stray write could meet a pipe the plug-in has closed.
+    const uint64_t progressPerPiece =
+        orders.contains("progress") ? orders["progress"] / std::max<uint64_t>(1, (dataBytes + 16383) / 16384) + 1 : 0;
     std::string audio;
     uint64_t counter = 0;
     for (uint64_t at = 0; at < dataBytes; at += audio.size()) {
