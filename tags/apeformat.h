@@ -13,9 +13,9 @@ inline constexpr uint32_t kApeVersion1 = 1000;
 inline constexpr uint32_t kApeVersion2 = 2000;
 inline constexpr uint32_t kApeHasHeader = 0x80000000u;
 inline constexpr uint32_t kApeIsHeader = 0x20000000u;
-inline constexpr uint32_t kApeLargestValue = 0x1000000;
 // No tag of ours comes near this; a larger size field is taken for damage, so
-// a bad length never makes us allocate what the file can't hold.
+// a bad length never makes us allocate what the file can't hold. It bounds
+// every value too: a value needs no limit of its own beyond its tag's bytes.
 inline constexpr uint32_t kApeLargestTag = 0x10000000;
 inline constexpr char kApeMagic[8] = {'A', 'P', 'E', 'T', 'A', 'G', 'E', 'X'};
 

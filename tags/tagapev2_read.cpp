@@ -114,7 +114,6 @@ bool TagAPEv2::WalkItems(IDTags& tags, const uint8_t* items, uint32_t size, uint
         if (size - position < kApeItemHeadBytes) return false;
         uint32_t valueSize = GetU32LE(items + position);
         uint32_t flags = GetU32LE(items + position + 4);
-        if (valueSize > kApeLargestValue) return false;
         uint32_t keyAt = position + kApeItemHeadBytes;
         uint32_t room = size - keyAt;
         const void* nul = std::memchr(items + keyAt, 0, room);

@@ -188,19 +188,15 @@ size_t EntryHash(const IDTag& entry) {
     return text(entry.Name.View()) ^ text(entry.Value.View()) * 31 ^ std::hash<std::string_view>{}(data) * 131;
 }
 
-// Items and the tag size; false for a value or a tag that the reader would refuse.
+// Items and the tag size; false for a tag that the reader would refuse.
 template <class NameOf, class RawOf>
 bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, RawOf rawOf,
                   std::vector<ApeItem>& items, uint64_t& tagSize) {
     items.reserve(static_cast<size_t>(entries.Count()));
     tagSize = kApeHeaderBytes;
     for (int i = 0; i < entries.Count(); ++i) {
-        if (const std::string* raw = rawOf(entries[i])) {
-            items.push_back(CarriedItem(*raw));
-        } else {
-            items.push_back(MakeItem(entries[i], version, storedName(entries[i])));
-            if (items.back().ValueSize() > kApeLargestValue) return false;
-        }
+        const std::string* raw = rawOf(entries[i]);
+        items.push_back(raw ? CarriedItem(*raw) : MakeItem(entries[i], version, storedName(entries[i])));
         tagSize += items.back().Size();
     }
     return tagSize + kApeHeaderBytes <= kApeLargestTag;
