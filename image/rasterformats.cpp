@@ -164,7 +164,9 @@ void ReadBmp(Qel::streamIn& stream, ImageInfo& info) {
         info.height = ReadU16LE(stream);
     } else {
         info.width = ReadU32LE(stream);
-        info.height = ReadU32LE(stream);
+        // A negative height marks rows stored top-down; the size is its magnitude.
+        const uint32_t height = ReadU32LE(stream);
+        info.height = height >> 31 ? 0u - height : height;
     }
     stream.skipExact(2);
     info.depth = ReadU16LE(stream);

@@ -9,6 +9,8 @@
 #include "image/imageinfo.h"
 #include "transport/exceptions.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 std::string Be32(uint32_t v) {
@@ -63,6 +65,9 @@ TEST(ImageDetect, HandMadeEdges) {
         {"ISO with hvcC then av1C", Iso(Box("hvcC", "y") + Ispe(4, 3) + Box("av1C", "x")), "AVIF 4x3 d24"},
         // small, height (1 + 1) x 8, ratio 1:1, all defaults
         {"JPEG XL all defaults", "\xFF\x0A\x43\x02", "JPEG XL 16x16 d24"},
+        // height 2^30, ratio 16:9: the width must not wrap in 32 bits
+        {"JPEG XL of the largest height", "\xFF\x0A\xFE\xFF\xFF\xFF\x1B", "JPEG XL 1908874353x1073741824 d24"},
+        {"BMP stored top-down", "BM" + std::string(12, '\0') + "\x28\0\0\0\x25\0\0\0\xE9\xFF\xFF\xFF\1\0\x18\0"s, "BMP 37x23 d24"},
     };
     for (const auto& c : cases) EXPECT_EQ(Detect(c.bytes), c.expected) << c.what;
 }
