@@ -109,9 +109,8 @@ TEST(Wave64Header, RecordsHandedOver) {
     const Fmt adpcm{.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)};
     const Fmt extensible{.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1, .blockAlign = 7, .bits = 24,
                          .tail = ExtensibleTail(20, 0x3F, 1)};
-    Fmt extensibleFixed = extensible;
-    extensibleFixed.avgBytes = 18 * 48000;
-    extensibleFixed.blockAlign = 18;
+    Fmt extensibleFixed = extensible;   // what the host gets: the block and rate of 6 channels of 24 bits
+    extensibleFixed.avgBytes = 18 * 48000, extensibleFixed.blockAlign = 18;
     const struct { const char* name; Bytes bytes, record; uint16_t extraSize; uint64_t dataSize = 8; } rows[] = {
         // Odd sizes, 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
         {"PCM recomputed, other chunks skipped",

@@ -61,12 +61,9 @@ std::string PaddedSeekHead(const std::string& seeks) {
 }  // namespace
 
 TEST(Ebml, VarIntsBothWays) {
-    const struct {
-        uint64_t value;
-        const char* hex;
-    } cases[] = {{0, "80"}, {126, "FE"}, {127, "40 7F"}, {16383, "7F FF"}, {0x14D9B74, "11 4D 9B 74"},
-                 {(uint64_t{1} << 56) - 1, "01 FF FF FF FF FF FF FF"}};
-    for (const auto& c : cases) EXPECT_EQ(Encoded(c.value), c.hex) << c.value;
+    const std::pair<uint64_t, const char*> cases[] = {{0, "80"}, {126, "FE"}, {127, "40 7F"}, {16383, "7F FF"}, {0x14D9B74, "11 4D 9B 74"},
+                                                      {(uint64_t{1} << 56) - 1, "01 FF FF FF FF FF FF FF"}};
+    for (const auto& [value, hex] : cases) EXPECT_EQ(Encoded(value), hex) << value;
     EXPECT_THROW(Encoded(uint64_t{1} << 56), EBML::ParseError);
     uint8_t out[8] = {};
     EXPECT_FALSE(EBML::EncodeVarIntFixed(200, out, 1));
@@ -90,11 +87,7 @@ TEST_F(MatroskaRead, ChainedSeekHeadsAreFollowedOnce) {
 TEST_F(MatroskaRead, StructureFailures) {
     const std::string generic = "Couldn't parse Matroska tags: Corrupted file or unsupported format";
     const std::string seekHead = El(kSeekHead, Seek(kTags, 0));   // its own size doesn't depend on the position
-    const struct {
-        const char* what;
-        std::string bytes;
-        std::string log;
-    } cases[] = {
+    const struct { const char* what; std::string bytes, log; } cases[] = {
         {"wrong doc type", File(kTagsTitle, "Matroska"), "Couldn't parse Matroska tags: Unsupported document type: \"Matroska\""},
         {"seek past the segment", File(El(kSeekHead, Seek(kTags, 500)) + kTagsTitle), generic},
         {"seek at the segment's size", File(El(kSeekHead, Seek(kTags, seekHead.size() + 2)) + El(kVoid, "")), generic},
