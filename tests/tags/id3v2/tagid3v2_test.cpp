@@ -138,9 +138,6 @@ TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
         WriteFile(path, bytes);
         EXPECT_EQ(RunEngine<TagID3v2>(path, [](TagID3v2& tag) { return tag.tagSizeOnDisk(); }, clFile::kRead), size) << bytes;
     }
-}
-
-TEST_F(TagID3v2ReadTest, RejoinSlashNames) {
     const std::pair<const char16_t*, const char16_t*> cases[] = {
         {u"AC\rDC", u"AC/DC"}, {u"ac \r dc", u"ac / dc"}, {u"A\rB", u"A\rB"}, {u"Body\rHead", u"Body/Head"},
         {u"Vio\rMir\u00C9", u"Vio\rMir\u00C9"}, {u"M\rA\rR\rR\rS", u"M/A/R/R/S"}};
