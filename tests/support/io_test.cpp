@@ -95,7 +95,7 @@ TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
     EXPECT_FALSE(readOnly.ShiftTail(10, 5) || clFile().ShiftTail(0, 1));
 }
 
-TEST_F(ClFileTest, OpenAndReadFailuresHandlesAndDescriptors) {
+TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
     const int before = it::CurrentResources().descriptors;
     {
         const clString missing = Path(dir_.File("missing \xC3\xA9.bin"));
