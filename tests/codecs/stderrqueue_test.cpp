@@ -91,24 +91,6 @@ TEST(StdErrLineReader, LineEndsProgressTextAndOverlongLinesInPiecesOfAnySize) {
     EXPECT_LE(stream.calls, progress.size() / 65536 + 2);
 }
 
-// (Order over many batches: the 64 MiB test; lines cut across writes: the reader's test.)
-TEST(StdErrLineQueue, LinesArriveAndTheTakeResetsTheEvent) {
-    StreamPipe pipe;
-    StdErrLineQueue queue;
-    queue.Start(pipe.in);
-    EXPECT_TRUE(queue.Active());
-    Write(pipe, "Input #0, flac, from 'x':\r\n  Metadata:\n");
-    EXPECT_EQ(TakeAtLeast(queue, 2), (Lines{"Input #0, flac, from 'x':", "  Metadata:"}));
-    EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "the take reset the event";
-
-    Write(pipe, "last\nunfinished");
-    pipe.CloseWriteEnd();
-    EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"last"})) << "an unfinished line never comes";
-    EXPECT_TRUE(queue.TakeLines(0.2).empty());
-    queue.Stop();
-    EXPECT_FALSE(queue.Active());
-}
-
 // A worker that prints without end before anybody takes a line: the queue
 // keeps the newest lines, in order, never more than 64 MiB of them.
 TEST(StdErrLineQueue, HoldsAtMost64MiBDroppingTheOldestAndNothingOnceDiscarded) {
@@ -139,11 +121,13 @@ TEST(StdErrLineQueue, HoldsAtMost64MiBDroppingTheOldestAndNothingOnceDiscarded) 
     EXPECT_TRUE(queue.TakeLines(0.2).empty());
 }
 
+// (Order over many batches: the 64 MiB test; lines cut across writes: the reader's test.)
 TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
     StreamPipe pipe;
     StdErrLineQueue queue;
     EXPECT_TRUE(queue.TakeLines(10.0).empty()) << "a queue that never ran doesn't wait";
     queue.Start(pipe.in);
+    EXPECT_TRUE(queue.Active());
     auto start = Clock::now();
     EXPECT_TRUE(queue.TakeLines(0.3).empty());
     EXPECT_GE(SecondsSince(start), 0.25);
@@ -164,6 +148,7 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
         Write(pipe, "still read\n");
         quit.Reset();
         EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"still read"}));
+        EXPECT_TRUE(queue.TakeLines(0.2).empty()) << "the take reset the event";
     }
 
     Write(pipe, "before stop\n");
@@ -174,6 +159,10 @@ TEST(StdErrLineQueue, TakeLinesTimesOutAndAbortsStopEndsABlockedReader) {
     EXPECT_FALSE(queue.Active());
     // Stop dropped the queued line; a new start reads only what comes after.
     queue.Start(pipe.in);
-    Write(pipe, "after restart\n");
-    EXPECT_EQ(TakeAtLeast(queue, 1), (Lines{"after restart"}));
+    Write(pipe, "after\r\nrestart\nunfinished");
+    pipe.CloseWriteEnd();
+    EXPECT_EQ(TakeAtLeast(queue, 2), (Lines{"after", "restart"})) << "an unfinished line never comes";
+    EXPECT_TRUE(queue.TakeLines(0.2).empty());
+    queue.Stop();
+    EXPECT_FALSE(queue.Active());
 }

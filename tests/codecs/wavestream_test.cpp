@@ -109,16 +109,14 @@ TEST(Wave64Header, RecordsHandedOver) {
     const Fmt adpcm{.tag = 2, .avgBytes = 44359, .blockAlign = 2048, .bits = 4, .tail = ExtraTail(32)};
     const Fmt extensible{.tag = 0xFFFE, .channels = 6, .rate = 48000, .avgBytes = 1, .blockAlign = 7, .bits = 24,
                          .tail = ExtensibleTail(20, 0x3F, 1)};
-    Fmt extensibleFixed = extensible;
-    extensibleFixed.avgBytes = 18 * 48000;
-    extensibleFixed.blockAlign = 18;
+    Fmt extensibleFixed = extensible;   // what the host gets: the block and rate of 6 channels of 24 bits
+    extensibleFixed.avgBytes = 18 * 48000, extensibleFixed.blockAlign = 18;
     const struct { const char* name; Bytes bytes, record; uint16_t extraSize; uint64_t dataSize = 8; } rows[] = {
         // Odd sizes, 5 bytes and 3 of padding, 13 and 3; the worker's 24-bit values are overruled.
         {"PCM recomputed, other chunks skipped",
          Wave64().Chunk("junk", Bytes(5, 0x77)).Format({.rate = 48000, .avgBytes = 1, .blockAlign = 99, .bits = 24, .tail = {0, 0}})
              .Chunk("list", Bytes(13, 0x66)).Data(1000, kSamples).bytes,
          Handed({.rate = 48000, .avgBytes = 288000, .blockAlign = 6, .bits = 24}), 0, 1000},
-        {"16-byte body", Wave64().Format({}).Data(8, kSamples).bytes, Handed({}), 0},
         {"65536 extra bytes", Wave64().Format({.tag = 2, .tail = bigTail}).Data(8, kSamples).bytes,
          Handed({.tag = 2, .tail = {0xEE, 0xFF}}), 65518},
         {"18 bytes claiming 22 extra", Wave64().Format({.tag = 0xFFFE, .tail = {22, 0}}).Data(8, kSamples).bytes,

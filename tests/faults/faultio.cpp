@@ -44,10 +44,6 @@ ssize_t Fail(State& state, int error) {
     errno = error;
     return -1;
 }
-Plan Aimed(Plan plan, const std::string& target) {
-    plan.target = target;
-    return plan;
-}
 // Every other call of an interrupting plan fails with EINTR.
 bool Interrupts(State& state) { return state.plan.interrupt && (state.interruptNext = !state.interruptNext); }
 
@@ -91,16 +87,17 @@ ssize_t Through(int fd, size_t count, int64_t State::*moved, DecideFn decide, Ca
 
 }  // namespace
 
-Scope::Scope(const Plan& plan) {
+Scope::Scope(const Plan& plan) : Scope(plan, plan.target) {}
+Scope::Scope(const Plan& plan, const std::string& target) {
     State& state = TheState();
     const std::lock_guard lock(state.mutex);
     state.plan = plan;
+    state.plan.target = target;
     state.interruptNext = true;
     state.struck = false;
     state.read = state.written = state.reads = state.injected = 0;
     state.active = true;
 }
-Scope::Scope(const Plan& plan, const std::string& target) : Scope(Aimed(plan, target)) {}
 Scope::~Scope() {
     const std::lock_guard lock(TheState().mutex);
     TheState().active = false;

@@ -15,12 +15,10 @@ struct Plan {
     bool interrupt = false;            // every other call fails with EINTR first
     int64_t readFailAfter = -1;        // reads fail with EIO once this many bytes were read
     int64_t writeFailAfter = -1;       // writes fail with ENOSPC once this many bytes were written
-    int64_t shrinkAfterReads = -1;     // after this many reads the file (target: a path) is cut to shrinkTo bytes
-    int64_t shrinkTo = 0;
+    int64_t shrinkAfterReads = -1, shrinkTo = 0;   // after this many reads the file (target: a path) is cut to shrinkTo bytes
     // A read (write) that reaches this file offset stops short of it, and one
     // that starts there fails with EIO (ENOSPC): a fault at one place in the file.
-    int64_t readFailsAt = -1;
-    int64_t writeFailsAt = -1;
+    int64_t readFailsAt = -1, writeFailsAt = -1;
     bool once = false;                 // the offset faults strike once; later calls pass
 };
 // Makes `plan` (aimed at `target` when given) active for its lifetime; one at a time.

@@ -36,19 +36,15 @@ Outcome RunOn(const std::string& start, Op op, const P* plan) {
     LogCapture log(dir);
     const std::string path = dir.File("song.tta");
     WriteFile(path, start);
-    Outcome outcome;
+    bool result = false;
     {
         std::optional<faults::Scope> scope;
         if (plan) scope.emplace(*plan, path);
-        if (op == Op::Write) {
-            outcome.result = WriteStdTags(S(path), Tags({{"Title", "New"}, {"Comment", std::string(30000, 'c')}}), 1, log.Target());
-        }
-        if (op == Op::Delete) outcome.result = DeleteStdTags(S(path), nullptr, log.Target());
+        if (op == Op::Write) result = WriteStdTags(S(path), Tags({{"Title", "New"}, {"Comment", std::string(30000, 'c')}}), 1, log.Target());
+        if (op == Op::Delete) result = DeleteStdTags(S(path), nullptr, log.Target());
         if (plan) { EXPECT_GT(faults::Injected(), 0) << "the plan never struck"; }
     }
-    outcome.file = ReadFile(path);
-    outcome.log = log.Text();
-    return outcome;
+    return {result, ReadFile(path), log.Text()};
 }
 P Chunks(size_t n) { return {.target = {}, .maxChunk = n}; }
 P ReadFailsAfter(int64_t n) { return {.target = {}, .readFailAfter = n}; }
@@ -61,14 +57,8 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
     const P eintr{.target = {}, .interrupt = true};
     // Behind where the old end lands once the ID3v2 tag has grown: only a write of the APE tag reaches it.
     const auto pastOldEnd = static_cast<int64_t>(kBoth.size() + TagSize(RunOn(kBoth, Op::Write, nullptr).file) - TagSize(kBoth) + 100);
-    const struct {
-        const char* name;
-        const std::string& start;
-        Op op;
-        P plan;
-        const char* logText;   // on a failure; nullptr: success to the undisturbed run's bytes
-        bool restored;         // the file byte for byte as it was
-    } rows[] = {
+    // logText: on a failure; nullptr: success to the undisturbed run's bytes. restored: the file byte for byte as it was.
+    const struct { const char* name; const std::string& start; Op op; P plan; const char* logText; bool restored; } rows[] = {
         {"ID3v2 and APE write, 7-byte pieces", kBoth, Op::Write, Chunks(7), nullptr, false},
         {"ID3v2 and APE write, EINTR", kBoth, Op::Write, eintr, nullptr, false},
         {"APE delete, 3-byte pieces", kApe, Op::Delete, Chunks(3), nullptr, false},
@@ -101,12 +91,7 @@ TEST(FileSeamFaults, EachFaultGivesItsResultAndKeepsTheFile) {
 TEST(FileSeamFaults, AFailedTailMoveLeavesTheFileAsItWas) {
     constexpr int64_t kBlock = 65536;
     const std::string audio = AudioBytes(5 * kBlock);
-    const struct {
-        const char* name;
-        std::string start;
-        Op op;
-        const char* words;
-    } moves[] = {
+    const struct { const char* name; std::string start; Op op; const char* words; } moves[] = {
         {"growing write", Id3v2Title("Old") + audio, Op::Write, "Could not write ID3v2 tag"},
         {"shrinking write", Id3v2Title(std::string(100000, 'o')) + audio, Op::Write, "Could not write ID3v2 tag"},
         {"delete", Id3v2Title("Old") + audio, Op::Delete, "Could not delete ID3v2 tag"},

@@ -18,9 +18,7 @@ inline std::string VarInt(uint64_t value) {
 }
 inline std::string El(uint32_t heldId, const std::string& body) { return VarInt(heldId) + VarInt(body.size()) + body; }
 // An element whose size field says `sizeField` whatever the body holds.
-inline std::string ElSized(uint32_t heldId, const std::string& sizeField, const std::string& body) {
-    return VarInt(heldId) + sizeField + body;
-}
+inline std::string ElSized(uint32_t heldId, const std::string& sizeField, const std::string& body) { return VarInt(heldId) + sizeField + body; }
 inline std::string UInt(uint32_t heldId, uint64_t value) {
     std::string body;
     for (; body.empty() || value != 0; value >>= 8) body.insert(body.begin(), static_cast<char>(value & 0xFF));
@@ -39,12 +37,8 @@ inline std::string File(const std::string& segmentBody, const std::string& docTy
     return Header(docType) + El(kSegment, segmentBody);
 }
 inline const std::string kInfoElement = El(kInfo, UInt(0x2AD7B1, 1000000));   // a timestamp scale
-inline std::string Seek(uint32_t heldId, uint64_t position) {
-    return El(kSeek, El(kSeekId, VarInt(heldId)) + UInt(kSeekPosition, position));
-}
-inline std::string Simple(const std::string& name, const std::string& value) {
-    return El(kSimpleTag, El(kTagName, name) + El(kTagString, value));
-}
+inline std::string Seek(uint32_t heldId, uint64_t position) { return El(kSeek, El(kSeekId, VarInt(heldId)) + UInt(kSeekPosition, position)); }
+inline std::string Simple(const std::string& name, const std::string& value) { return El(kSimpleTag, El(kTagName, name) + El(kTagString, value)); }
 inline std::string Attached(const std::string& name, const std::string& mime, const std::string& data) {
     return El(kAttachedFile, El(kFileName, name) + El(kFileMimeType, mime) + El(kFileData, data) + UInt(kFileUid, 7));
 }

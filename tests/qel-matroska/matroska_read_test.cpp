@@ -61,12 +61,9 @@ std::string PaddedSeekHead(const std::string& seeks) {
 }  // namespace
 
 TEST(Ebml, VarIntsBothWays) {
-    const struct {
-        uint64_t value;
-        const char* hex;
-    } cases[] = {{0, "80"}, {126, "FE"}, {127, "40 7F"}, {16383, "7F FF"}, {0x14D9B74, "11 4D 9B 74"},
-                 {(uint64_t{1} << 56) - 1, "01 FF FF FF FF FF FF FF"}};
-    for (const auto& c : cases) EXPECT_EQ(Encoded(c.value), c.hex) << c.value;
+    const std::pair<uint64_t, const char*> cases[] = {{0, "80"}, {126, "FE"}, {127, "40 7F"}, {16383, "7F FF"}, {0x14D9B74, "11 4D 9B 74"},
+                                                      {(uint64_t{1} << 56) - 1, "01 FF FF FF FF FF FF FF"}};
+    for (const auto& [value, hex] : cases) EXPECT_EQ(Encoded(value), hex) << value;
     EXPECT_THROW(Encoded(uint64_t{1} << 56), EBML::ParseError);
     uint8_t out[8] = {};
     EXPECT_FALSE(EBML::EncodeVarIntFixed(200, out, 1));
@@ -77,24 +74,10 @@ TEST(Ebml, VarIntsBothWays) {
     EXPECT_EQ(SizeOf(std::string("\x01\xFF\xFF\xFF\xFF\xFF\xFF\xFF", 8)), EBML::kUnknownSize);
 }
 
-// Walks the tools don't make (the round trip has the rest): Tags behind the
-// Clusters are found through the entry of a SeekHead that a first one names,
-// and the second pointing back at the first reads each once.
-TEST_F(MatroskaRead, ChainedSeekHeadsAreFollowedOnce) {
-    const size_t secondAt = 40 + kInfoElement.size() + Cluster().size();
-    const std::string second = PaddedSeekHead(Seek(kSeekHead, 0) + Seek(kTags, secondAt + 40));
-    const std::string first = PaddedSeekHead(Seek(kSeekHead, secondAt) + Seek(kInfo, 40));
-    EXPECT_EQ(Read(File(first + kInfoElement + Cluster() + second + kTagsTitle)), "ALBUM=Album;");
-}
-
-TEST_F(MatroskaRead, StructureFailures) {
+TEST_F(MatroskaRead, StructureWalksAndFailures) {
     const std::string generic = "Couldn't parse Matroska tags: Corrupted file or unsupported format";
     const std::string seekHead = El(kSeekHead, Seek(kTags, 0));   // its own size doesn't depend on the position
-    const struct {
-        const char* what;
-        std::string bytes;
-        std::string log;
-    } cases[] = {
+    const struct { const char* what; std::string bytes, log; } cases[] = {
         {"wrong doc type", File(kTagsTitle, "Matroska"), "Couldn't parse Matroska tags: Unsupported document type: \"Matroska\""},
         {"seek past the segment", File(El(kSeekHead, Seek(kTags, 500)) + kTagsTitle), generic},
         {"seek at the segment's size", File(El(kSeekHead, Seek(kTags, seekHead.size() + 2)) + El(kVoid, "")), generic},
@@ -108,6 +91,13 @@ TEST_F(MatroskaRead, StructureFailures) {
     for (const auto& c : cases) EXPECT_EQ(Read(c.bytes), "fail:" + c.log + "  [MatroskaTags::Read]\r\n") << c.what;
     // Junk before the header is stepped over, and "webm" is a doc type too, of these versions.
     EXPECT_EQ(Read(std::string(100, 'j') + El(kHeader, El(kDocType, "webm") + UInt(0x285, 2) + UInt(0x2F7, 1)) + El(kSegment, kTagsTitle)), "ALBUM=Album;");
+    // Walks the tools don't make (the round trip has the rest): Tags behind the
+    // Clusters are found through the entry of a SeekHead that a first one names,
+    // and the second pointing back at the first reads each once.
+    const size_t secondAt = 40 + kInfoElement.size() + Cluster().size();
+    const std::string second = PaddedSeekHead(Seek(kSeekHead, 0) + Seek(kTags, secondAt + 40));
+    const std::string first = PaddedSeekHead(Seek(kSeekHead, secondAt) + Seek(kInfo, 40));
+    EXPECT_EQ(Read(File(first + kInfoElement + Cluster() + second + kTagsTitle)), "ALBUM=Album;");
 }
 
 TEST_F(MatroskaRead, NamesLevelsAndTargets) {

@@ -98,10 +98,7 @@ TEST_F(MatroskaWrite, UntaggableFilesStayAsTheyWere) {
     const std::string reaching =
         El(kAttachments, El(kAttachedFile, El(kFileName, "c.png") + El(kFileMimeType, "image/png") +
                                                ElSized(kFileData, VarInt(4 + tail.size()), "\x89PNG"))) + tail;
-    const struct {
-        const char* what;
-        std::string bytes;
-    } cases[] = {
+    const struct { const char* what; std::string bytes; } cases[] = {
         {"metadata between Clusters", File(VoidOf(100) + Cluster() + kInfoElement + Cluster() + Tags("x") + kTracksElement)},
         {"no Cluster", File(kInfoElement + Tags("x") + kTracksElement)},
         {"tags hidden among the Clusters, no room for a SeekHead",

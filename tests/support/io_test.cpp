@@ -95,26 +95,6 @@ TEST_F(ClFileTest, ShiftTailMatchesTheModelInBothDirections) {
     EXPECT_FALSE(readOnly.ShiftTail(10, 5) || clFile().ShiftTail(0, 1));
 }
 
-// A read tells a failure (a write-only or closed file) from the end of the
-// file. (SetLength grows and cuts in the ShiftTail model.)
-TEST_F(ClFileTest, ReadsAtTheEnd) {
-    const std::string path = Make("abcd");
-    clFile reader(Path(path)), writeOnly(Path(path));
-    ASSERT_TRUE(reader.Open(clFile::kRead) && writeOnly.Open(clFile::kWrite));
-    uint8_t buffer[20];
-    bool failed = false;
-    EXPECT_EQ(reader.Read(buffer, 20, &failed), 4u);
-    EXPECT_FALSE(failed);
-    EXPECT_EQ(reader.Read(buffer, 20, &failed), 0u);
-    EXPECT_FALSE(failed);
-    EXPECT_FALSE(reader.Write(buffer, 1));
-    EXPECT_EQ(writeOnly.Read(buffer, 5, &failed), 0u);
-    EXPECT_TRUE(failed);
-    failed = false;
-    EXPECT_EQ(clFile().Read(buffer, 5, &failed), 0u);
-    EXPECT_TRUE(failed);
-}
-
 TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
     const int before = it::CurrentResources().descriptors;
     {
@@ -126,12 +106,20 @@ TEST_F(ClFileTest, OpenFailuresHandlesAndDescriptors) {
         EXPECT_FALSE(clFile(Path(dir_.Path())).Open(clFile::kRead));   // a folder is no file
 
         const std::string path = Make("\x01\x02\x03", "\xC3\xA9t\xC3\xA9.bin");   // UTF-8 name
-        clFile owner(Path(path));
-        ASSERT_TRUE(owner.Open(clFile::kRead));
+        clFile owner(Path(path)), writeOnly(Path(path)), closed;
+        ASSERT_TRUE(owner.Open(clFile::kRead) && writeOnly.Open(clFile::kWrite));
         EXPECT_FALSE(Inheritable(owner.handle)) << "a worker must not inherit the file";
-        uint8_t bytes[2] = {};
-        EXPECT_EQ(owner.Read(bytes, 2), 2u);
+        // A read tells a failure (a write-only or closed file) from the end of the file.
+        uint8_t bytes[20] = {};
+        const struct { clFile* file; size_t got; bool failed; } reads[] = {
+            {&owner, 3, false}, {&owner, 0, false}, {&writeOnly, 0, true}, {&closed, 0, true}};
+        for (const auto& r : reads) {
+            bool failed = false;
+            EXPECT_EQ(r.file->Read(bytes, 20, &failed), r.got);
+            EXPECT_EQ(failed, r.failed);
+        }
         EXPECT_EQ(bytes[1], 2);
+        EXPECT_FALSE(owner.Write(bytes, 1));
         clFile moved(std::move(owner)), other(Path(path));
         ASSERT_TRUE(other.Open(clFile::kRead));
         moved = std::move(other);   // closes the handle it held

@@ -22,9 +22,8 @@ std::string Entry(const std::string& name, const std::string& value) {
 // Describe, with the data's bytes shown, NUL as "." unless `exact`.
 std::string Shown(const IDTags& tags, bool exact = false) {
     std::string text;
-    for (int i = 0; i < tags.Count(); ++i) {
+    for (int i = 0; i < tags.Count(); ++i)
         text += Utf8(tags[i].Name) + "=" + Utf8(tags[i].Value) + (tags[i].Data.Empty() ? "" : "[" + DataOf(tags[i]) + "]") + ";";
-    }
     if (!exact) std::replace(text.begin(), text.end(), '\0', '.');
     return text;
 }

@@ -88,9 +88,7 @@ TEST_F(APETest, WritesAndDeletes) {
             return engine.Write(tags, true);
         };
     };
-    const auto Delete = [](const char* name) {
-        return [name](TagAPEv2& engine) { return name ? engine.DeleteTag(S(name)) : engine.Delete(), true; };
-    };
+    const auto Delete = [](const char* name) { return [name](TagAPEv2& e) { return name ? e.DeleteTag(S(name)) : e.Delete(), true; }; };
     const std::string v1 = Id3v1("t"), keep = "(as left)";
     const struct { const char* what; std::string start; std::function<bool(TagAPEv2&)> op; std::string tail; } rows[] = {
         // A CR stays inside a value of a single-valued name.

@@ -56,6 +56,14 @@ inline id3parser::id3frame FrameOf(const char (&id)[5], const std::string& body,
     return frame;
 }
 
+// A tag of `version` holding `frames`, as the parser leaves it.
+inline id3parser::id3tag TagOf(uint32_t version, const std::vector<id3parser::id3frame>& frames) {
+    id3parser::id3tag tag;
+    tag.version = version;
+    tag.frames.assign(frames.begin(), frames.end());
+    return tag;
+}
+
 inline id3parser::id3tag Parse(const std::string& bytes) {
     id3parser::streamInMem stream(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
     id3parser::parseCallback callback;

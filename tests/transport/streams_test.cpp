@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 
 int64_t MsSince(Clock::time_point start) { return (Clock::now() - start) / 1ms; }
 
-TEST(WaitAny, LimitsAndSignals) {
+TEST(WaitAny, LimitsSignalsAndTheCurrentAborter) {
     Qel::waitable a, b;
     Qel::waitable* both[] = {&a, &b};
     std::vector<Qel::waitable> many(20);   // beyond the handles that fit without the heap
@@ -46,9 +46,8 @@ TEST(WaitAny, LimitsAndSignals) {
         EXPECT_GE(MsSince(start), row.minMs) << row.name;
         EXPECT_LT(MsSince(start), row.maxMs) << row.name;
     }
-}
 
-TEST(AborterScope, EnterRestoreAndAbort) {
+    // Aborter scopes nest; the current aborter reaches every wait, before the objects.
     ASSERT_EQ(Qel::CurrentAborter(), nullptr);
     Qel::aborter outer, inner;
     {
@@ -59,8 +58,6 @@ TEST(AborterScope, EnterRestoreAndAbort) {
             EXPECT_EQ(Qel::CurrentAborter(), &inner);
         }
         EXPECT_EQ(Qel::CurrentAborter(), &outer);
-
-        // The current aborter reaches every wait, before the objects.
         Qel::waitable ready;
         ready.Set();
         Qel::waitable* list[] = {&ready};

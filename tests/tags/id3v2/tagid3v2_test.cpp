@@ -17,13 +17,6 @@ std::vector<uint8_t> Bytes(const std::string& text) { return {text.begin(), text
 
 id3frame Old(const char (&id)[5], const std::string& body, uint32_t version = 3) { return FrameOf(id, body, version); }
 
-id3tag TagOf(uint32_t version, std::vector<id3frame> frames) {
-    id3tag tag;
-    tag.version = version;
-    tag.frames.assign(frames.begin(), frames.end());
-    return tag;
-}
-
 // "ID:body;" per frame, with "*" in front of frames read from the file.
 std::string Frames(const id3tag& tag) {
     std::string out;
@@ -42,7 +35,7 @@ std::string Render(const id3tag& tag) {
 }
 
 const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
-const std::string kOld23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv);
+const std::string kOldFrames = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv, kOld23 = Tag(3, kOldFrames);
 
 class TagID3v2WriteTest : public TagFileTest {
 protected:
@@ -61,13 +54,7 @@ protected:
 // generated round trip writes: MutagenId3.
 TEST(Id3Writer, KeepsWhatStillSaysTheSameAndRebuildsTheRest) {
     const std::string comm = std::string("\0eng", 4);
-    const struct {
-        uint32_t version;
-        std::vector<id3frame> frames;
-        TagValues values;
-        std::string expected;
-        WriteSettings settings = {};
-    } cases[] = {
+    const struct { uint32_t version; std::vector<id3frame> frames; TagValues values; std::string expected; WriteSettings settings = {}; } cases[] = {
         // Two comments give one name: a change in one rebuilds both.
         {3, {Old("COMM", comm + std::string("\0a", 2)), Old("COMM", comm + std::string("\0b", 2))}, {{"Comment", {"a", "c"}}},
          "3 COMM:.eng.a.;COMM:.eng.c.;"},
@@ -144,19 +131,13 @@ TEST_F(TagID3v2ReadTest, EntriesPicturesAndRepairs) {
     EXPECT_EQ(ReadTags(Tag(3, Frame23("PRIV", "o\1")) + audio), "");
     // No tag, a damaged header, an empty file: no entries, and no failure (two tags in a row: MutagenId3).
     for (const std::string& bytes : {audio, std::string("ID3\x03\0\0\0\0\x80\0", 10) + audio, std::string()}) EXPECT_EQ(ReadTags(bytes), "");
-}
-
-// What a tag's header says it takes on disk (with a footer: DeletesAndRefusals).
-TEST_F(TagID3v2ReadTest, SizeOnDisk) {
+    // What a tag's header says it takes on disk (with a footer: DeletesAndRefusals).
     const std::pair<std::string, uint64_t> rows[] = {{Tag(3, "abc") + "audio", 13}, {"ID3\x07\0\0\0\0\0\x05"s, 15} /* the version isn't looked at */,
                                                      {"ID3\x03\0\0\0\0\x80\0"s, 0}, {"ID3\x03\0\x01\0\0\0\0"s, 0}};
     for (const auto& [bytes, size] : rows) {
         WriteFile(path, bytes);
         EXPECT_EQ(RunEngine<TagID3v2>(path, [](TagID3v2& tag) { return tag.tagSizeOnDisk(); }, clFile::kRead), size) << bytes;
     }
-}
-
-TEST_F(TagID3v2ReadTest, RejoinSlashNames) {
     const std::pair<const char16_t*, const char16_t*> cases[] = {
         {u"AC\rDC", u"AC/DC"}, {u"ac \r dc", u"ac / dc"}, {u"A\rB", u"A\rB"}, {u"Body\rHead", u"Body/Head"},
         {u"Vio\rMir\u00C9", u"Vio\rMir\u00C9"}, {u"M\rA\rR\rR\rS", u"M/A/R/R/S"}};
@@ -168,7 +149,6 @@ TEST_F(TagID3v2ReadTest, RejoinSlashNames) {
 }
 
 TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
-    const std::string old = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv;
     IDTags noFront;
     noFront.AddBinary(S("_albumart_1_Front Album Cover"), nullptr, 0);
     // New frames `inFront` of the old ones, old frames `behind` them.
@@ -178,9 +158,9 @@ TEST_F(TagID3v2WriteTest, WritesWhatIsAskedAndKeepsTheRest) {
         {Frame23("APIC", std::string("\0\0\x03\0p", 5)), noFront, ""},   // a picture without data deletes those of its type
     };
     for (const auto& c : cases) {
-        Make(Tag(3, old + c.behind));
+        Make(Tag(3, kOldFrames + c.behind));
         ASSERT_TRUE(Write(c.tags, c.option));
-        EXPECT_EQ(Front(), Tag(3, c.inFront + old));
+        EXPECT_EQ(Front(), Tag(3, c.inFront + kOldFrames));
     }
 }
 
