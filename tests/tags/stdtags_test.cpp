@@ -22,8 +22,6 @@ FlowRow::Flow Delete(const char16_t* names) {
 }
 
 const ApeItem kTitle{"Title", "t"}, kAlbum{"Album", "a"};
-const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
-const std::string kOld23 = Tag(3, Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv);
 const std::string kNew23 = Tag(3, Frame23("TIT2", Text("New") + '\0') + Frame23("TALB", Text("Album")) + kPriv);
 
 // Title and album around an item whose value size runs past the footer.

@@ -120,6 +120,10 @@ private:
     clLogTarget target_;
 };
 
+// An ID3v2.3 tag of two text frames and a frame no collection shows.
+inline const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
+inline const std::string kOldFrames = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv, kOld23 = Tag(3, kOldFrames);
+
 inline constexpr char kRefused[] = "refused";   // for the tail: the file stays byte for byte as it was
 
 // One run of a standard flow: the tags around the audio afterwards, and what the log says.

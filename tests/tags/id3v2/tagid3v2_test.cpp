@@ -34,9 +34,6 @@ std::string Render(const id3tag& tag) {
     return std::string(out.bytes.begin(), out.bytes.end());
 }
 
-const std::string kPriv = Frame23("PRIV", std::string("owner\0data", 10));
-const std::string kOldFrames = Frame23("TIT2", Text("Old")) + Frame23("TALB", Text("Album")) + kPriv, kOld23 = Tag(3, kOldFrames);
-
 class TagID3v2WriteTest : public TagFileTest {
 protected:
     bool Write(const IDTags& tags, const char16_t* option = nullptr) {
