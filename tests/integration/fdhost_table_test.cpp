@@ -7,6 +7,7 @@
 #include <map>
 
 #include "testkit.h"
+#include "tests/tags/tagbytes.h"
 
 namespace {
 
@@ -22,14 +23,6 @@ struct Row {
                                       // else found in `tags --json` after, with the audio unchanged
     std::string outHas = "";          // found on standard output
 };
-
-std::string Le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
-std::string ApeItem(const std::string& key, const std::string& value, uint32_t size) { return Le32(size) + Le32(0) + key + '\0' + value; }
-// Items and a footer; `size` 0: the items' own size.
-std::string ApeTag(const std::string& items, uint32_t count, uint32_t size = 0) {
-    size = size ? size : static_cast<uint32_t>(items.size()) + 32;
-    return items + "APETAGEX" + Le32(2000) + Le32(size) + Le32(count) + Le32(0) + std::string(8, '\0');
-}
 
 struct Fixture {
     it::TempDir dir;
@@ -63,8 +56,10 @@ struct Fixture {
             case Input::kWav: it::WriteFile(path + ".wav", "RIFF"); return path + ".wav";
             case Input::kId3AndApe: it::WriteFile(tta, id3 + tone); return tta;
             case Input::kBadId3AndApe: id3[5] = 0x0F; it::WriteFile(tta, id3 + tone); return tta;   // flags no version has
-            case Input::kId3AndDamagedApe: it::WriteFile(tta, id3 + audio + ApeTag(ApeItem("Title", "t", 1), 1, 100000)); return tta;
-            case Input::kDamagedApeItem: it::WriteFile(tta, audio + ApeTag(ApeItem("Title", "hello", 5) + ApeItem("Broken", "x", 5000), 2)); return tta;
+            case Input::kId3AndDamagedApe:
+                it::WriteFile(tta, id3 + audio + tagtest::ApeTag({{"Title", "t"}}, 2000, false).Stating(100000).Bytes()); return tta;
+            case Input::kDamagedApeItem:   // two items where the footer counts one
+                it::WriteFile(tta, audio + tagtest::ApeTag({{"Title", "hello"}, {"Broken", "x"}}, 2000, false).Stating(-1, 1).Bytes()); return tta;
             case Input::kCutMka: it::WriteFile(path + ".mka", it::ReadFile(mka).substr(0, 3000)); return path + ".mka";
         }
         return path;

@@ -100,7 +100,6 @@ RunResult Run(const std::vector<std::string>& argv) {
     startup.hStdOutput = out;
     startup.hStdError = err;
     PROCESS_INFORMATION info{};
-    RunResult result;
     // Wine now and then loses a start with ERROR_INTERNAL_ERROR and nothing
     // runs; the plug-in's worker start tries again, and so do the tests.
     DWORD code = ERROR_INTERNAL_ERROR;
@@ -110,19 +109,18 @@ RunResult Run(const std::vector<std::string>& argv) {
                    ? ERROR_SUCCESS
                    : ::GetLastError();
     }
-    if (code != ERROR_SUCCESS) {
-        TextOf(out);
-        TextOf(err);
-        result.err = "cannot start " + argv[0] + ", error " + std::to_string(code);
-        return result;
+    RunResult result;
+    const bool started = code == ERROR_SUCCESS;
+    if (started) {
+        ::CloseHandle(info.hThread);
+        ::WaitForSingleObject(info.hProcess, INFINITE);
+        ::GetExitCodeProcess(info.hProcess, &code);
+        ::CloseHandle(info.hProcess);
+        result.exitCode = static_cast<int>(code);
     }
-    ::CloseHandle(info.hThread);
-    ::WaitForSingleObject(info.hProcess, INFINITE);
-    ::GetExitCodeProcess(info.hProcess, &code);
-    ::CloseHandle(info.hProcess);
-    result.exitCode = static_cast<int>(code);
     result.out = TextOf(out);
     result.err = TextOf(err);
+    if (!started) result.err = "cannot start " + argv[0] + ", error " + std::to_string(code);
     return result;
 }
 
