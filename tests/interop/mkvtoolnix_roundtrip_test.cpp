@@ -122,8 +122,7 @@ protected:
         if (layout == "ffmpeg, remuxed from Ogg, attachments")
             return it::Ffmpeg({"-i", ogg, "-attach", cover, "-attach", font, "-metadata:s:t:0", "mimetype=image/png",
                                "-metadata:s:t:1", "mimetype=application/x-truetype-font", "-c", "copy", out});
-        const std::string piped = it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", flac, "-c:a", "libopus", "-metadata",
-                                           "title=Old", "-f", "webm", "pipe:1"}).out;
+        const std::string piped = it::FfmpegOutput({"-i", flac, "-c:a", "libopus", "-metadata", "title=Old", "-f", "webm", "pipe:1"});
         if (layout == "ffmpeg to a pipe, Segment of unknown size") return it::WriteFile(out, piped);
         if (layout == "recorder: unknown sizes, no SeekHead, no Cues") return it::WriteFile(out, AsRecorded(piped));
         if (layout == "mkvmerge") return Tool(Mkvmerge(out));
@@ -159,9 +158,7 @@ protected:
         ++checks;
         if (!ok) ADD_FAILURE() << context << ": " << what << " (difference " << ++differences << ")";
     }
-    std::string Audio(const std::string& file) {
-        return it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", file, "-map", "0:a", "-f", "md5", "-"}).out;
-    }
+    std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-map", "0:a", "-f", "md5", "-"}); }
     // mkvextract's tags. Its analyzer refuses elements behind a Cluster of
     // unknown size, which it takes as running to the end; mkvmerge reads
     // such a file, and its remux is asked instead.
@@ -330,10 +327,9 @@ TEST_F(MkvRoundTrip, GeneratedLayoutsAgreeWithTheTools) {
                              "ffmpeg, remuxed from Ogg, attachments", "ffmpeg to a pipe, Segment of unknown size",
                              "recorder: unknown sizes, no SeekHead, no Cues", "mkvmerge", "mkvmerge, no Cues, no statistics",
                              "mkvmerge, Chapters without a Seek entry", "ffmpeg, then mkvpropedit"};
-    const uint32_t seeds[] = {1, 2, 3};
     int files = 0;
     for (const char* layout : layouts) {
-        for (uint32_t seed : seeds) {
+        for (const uint32_t seed : {1u, 2u, 3u}) {
             std::printf("layout \"%s\", seed %u\n", layout, seed);
             const bool webm = std::string(layout).find("unknown size") != std::string::npos;
             const std::string file = dir.File("f" + std::to_string(files++) + (webm ? ".webm" : ".mka"));
