@@ -118,7 +118,7 @@ const Fixture kFixtures[] = {
     {"mono-u8.mka", {"-c:a", "pcm_u8"}, 44100, 1},
     {"s24.mka", {"-c:a", "pcm_s24le"}, 96000, 2},
     {"float.mka", {"-c:a", "pcm_f32le"}, 48000, 2},
-    {"surround.mka", {"-c:a", "pcm_s16le"}, 48000, 6},
+    {"surround.mka", {"-af", "pan=5.1|c0=c0|c1=0.5*c0|c2=0.3*c0|c3=0.1*c0|c4=0.7*c0|c5=0.2*c0", "-c:a", "pcm_s16le"}, 48000, 6},
     {"tone.weba", {"-c:a", "libopus", "-f", "webm"}, 48000, 2},
     {"tone.dts", {"-c:a", "dca", "-strict", "-2"}, 48000, 2},
     {"tone.tta", {"-c:a", "tta"}, 44100, 2},
@@ -131,19 +131,14 @@ const Fixture kFixtures[] = {
     {"tone.snd", {"-c:a", "pcm_s16be", "-f", "au"}, 44100, 2},
 };
 
-// One second of tone; 5.1 gets a different level on every channel so that a
-// channel swap shows.
+// One second of tone; 5.1 gets a different level on every channel so that a channel swap shows.
 TEST(DecodeExact, EveryWritableExtensionAsFfmpegReadsIt) {
     it::TempDir dir;
     for (size_t i = 0; i < std::size(kFixtures); ++i) {
         const Fixture& fixture = kFixtures[i];
         SCOPED_TRACE(fixture.file);
-        std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=duration=1:sample_rate=" + std::to_string(fixture.sampleRate)};
-        if (fixture.channels == 6) {
-            args.insert(args.end(), {"-af", "pan=5.1|c0=c0|c1=0.5*c0|c2=0.3*c0|c3=0.1*c0|c4=0.7*c0|c5=0.2*c0"});
-        } else {
-            args.insert(args.end(), {"-ac", std::to_string(fixture.channels)});
-        }
+        std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=duration=1:sample_rate=" + std::to_string(fixture.sampleRate),
+                                         "-ac", std::to_string(fixture.channels)};
         args.insert(args.end(), fixture.encode.begin(), fixture.encode.end());
         args.push_back(dir.File(fixture.file));
         it::Ffmpeg(args);
