@@ -59,9 +59,8 @@ struct Shared {
     std::atomic<unsigned long long> decodes{0}, seeks{0}, quits{0}, failures{0};
 };
 
-// One decoder thread: a decoder lives for a few jobs (so Create and Destroy
-// churn too); each job decodes or seeks. A failed call is the
-// quit's doing only when the event is set, which is then reset as a host does.
+// One decoder thread: a decoder lives for a few jobs (so Create and Destroy churn too); each job decodes or seeks. A
+// failed call is the quit's doing only when the event is set, which is then reset as a host does.
 class Driver {
 public:
     Driver(Shared& shared, it::QuitFifo& quit, int index)
@@ -98,9 +97,8 @@ private:
 
     void Refused(const it::TestDecoder& decoder, const std::string& what) { if (!QuitCaused()) Fail(decoder, what); }
 
-    // Opens, then decodes to the end or seeks a few times. A quit in
-    // mid-stream is reset and the decode goes on: the samples must still be
-    // the reference's, byte for byte.
+    // Opens, then decodes to the end or seeks a few times. A quit in mid-stream is reset and the decode goes on: the
+    // samples must still be the reference's, byte for byte.
     void Job(it::TestDecoder& decoder, bool seek) {
         if (!decoder.Open(fixture_->path, seek ? 0 : kOpenWantTags | kOpenWantInfo)) return Refused(decoder, "Open failed");
         for (std::string samples; !seek;) {

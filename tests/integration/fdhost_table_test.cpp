@@ -173,11 +173,10 @@ TEST(FdhostTable, Rows) {
     Fixture().Run(rows);
 }
 
-// tags --json fed to write --from-json gives the same tags, pictures and
-// several values included; a terminal sees control characters escaped. An
-// existing output is replaced only with -y; an interrupted decode leaves no
-// partial output; --error-log keeps a copy of the plug-in's log, each log
-// started afresh; every --help line holds one option with its text.
+// tags --json fed to write --from-json gives the same tags, pictures and several values included; a terminal sees
+// control characters escaped. An existing output is replaced only with -y; an interrupted decode leaves no partial
+// output; --error-log keeps a copy of the plug-in's log, each log started afresh; every --help line holds one option
+// with its text.
 TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
     Fixture fixture;
     const std::string first = fixture.Make(Input::kTta), second = fixture.Make(Input::kTta);

@@ -50,9 +50,8 @@ private:
     std::u16string path_;
 };
 
-// A tree as installed: in <root>/plugins a copy of the built plug-in (a copy,
-// so that the loader doesn't hand back the one it has), in <root> a copy of
-// `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
+// A tree as installed: in <root>/plugins a copy of the built plug-in (a copy, so that the loader doesn't hand back the
+// one it has), in <root> a copy of `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
 std::string MakePluginTree(const std::string& root, const std::string& worker);
 
 // Runs `action` after `delay` unless destroyed first.

@@ -87,8 +87,7 @@ Wave64 ParseWave64(const std::string& bytes) {
 }
 
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds) {
-    // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the
-    // chunk's padding into the data size.
+    // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the chunk's padding into the data size.
     std::vector<std::string> args;
     if (!seconds.empty()) args = {"-ss", seconds};
     args.insert(args.end(), {"-i", input, "-f", "w64", "-"});

@@ -17,8 +17,7 @@ std::wstring Wide(const std::string& utf8) {
     return std::wstring(units.begin(), units.end());
 }
 
-// The usual rules for one argument on a command line: quotes where needed,
-// backslashes before a quote doubled.
+// The usual rules for one argument on a command line: quotes where needed, backslashes before a quote doubled.
 std::wstring Quoted(const std::wstring& arg) {
     if (!arg.empty() && arg.find_first_of(L" \t\"") == std::wstring::npos) return arg;
     std::wstring out = L"\"";
@@ -70,9 +69,8 @@ int CountOwned(DWORD kind, Step first, Step next, DWORD Entry::*field) {
     return count;
 }
 
-// Wine answers GetProcessHandleCount with 0; then the handle values are
-// probed one by one (they are multiples of 4). Wine hands out the lowest free
-// value, so the probe stops after a long run of free ones.
+// Wine answers GetProcessHandleCount with 0; then the handle values are probed one by one (they are multiples of 4).
+// Wine hands out the lowest free value, so the probe stops after a long run of free ones.
 int HandleCount() {
     DWORD count = 0;
     if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);

@@ -143,9 +143,8 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     EXPECT_EQ(it::ChildrenAfter(5000), 0);
 }
 
-// The arguments arrive as given, a path with a blank included, through the
-// exports and through fdhost; a seek starts a new worker with the start time
-// before "-i", and its stream from its header.
+// The arguments arrive as given, a path with a blank included, through the exports and through fdhost; a seek starts a
+// new worker with the start time before "-i", and its stream from its header.
 TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     Stand stand;
     const std::string path = stand.Orders("with blank", "frames 30000");
@@ -169,9 +168,8 @@ TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     EXPECT_TRUE(it::ReadFile(raw) == first);
 }
 
-// Two decoders side by side: a worker must not inherit the other decoder's
-// pipe ends, or that one's stream would never end. Many cycles of both leave
-// no handle, thread or process behind.
+// Two decoders side by side: a worker must not inherit the other decoder's pipe ends, or that one's stream would never
+// end. Many cycles of both leave no handle, thread or process behind.
 TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
     Stand stand;
     const std::string path = stand.Orders("tone", "frames 30000");

@@ -1,9 +1,8 @@
-// One generated differential round trip: files that mkvmerge, mkvpropedit and ffmpeg make in every layout
-// they produce are written and stripped by fdhost in random steps from fixed, printed seeds. After every
-// step mkvinfo reads the file clean, every CRC-32 and Seek entry holds, the Clusters stand at their offsets,
-// every element the step didn't own is still there with its bytes, ffmpeg decodes the same audio, fdhost
-// reads what mkvextract shows, and a tag the step didn't name keeps its value, targets and bytes. A step
-// that fails leaves the file as it was.
+// One generated differential round trip: files that mkvmerge, mkvpropedit and ffmpeg make in every layout they produce
+// are written and stripped by fdhost in random steps from fixed, printed seeds. After every step mkvinfo reads the file
+// clean, every CRC-32 and Seek entry holds, the Clusters stand at their offsets, every element the step didn't own is
+// still there with its bytes, ffmpeg decodes the same audio, fdhost reads what mkvextract shows, and a tag the step
+// didn't name keeps its value, targets and bytes. A step that fails leaves the file as it was.
 
 #include <gtest/gtest.h>
 
@@ -159,9 +158,8 @@ protected:
         if (!ok) ADD_FAILURE() << context << ": " << what << " (difference " << ++differences << ")";
     }
     std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-map", "0:a", "-f", "md5", "-"}); }
-    // mkvextract's tags. Its analyzer refuses elements behind a Cluster of
-    // unknown size, which it takes as running to the end; mkvmerge reads
-    // such a file, and its remux is asked instead.
+    // mkvextract's tags. Its analyzer refuses elements behind a Cluster of unknown size, which it takes as running to
+    // the end; mkvmerge reads such a file, and its remux is asked instead.
     std::string Xml(const std::string& file) {
         const std::string xml = dir.File("tags.out.xml"), remux = dir.File("remux.mka");
         std::remove(xml.c_str());
@@ -188,8 +186,7 @@ protected:
             shown[picture["key"].get<std::string>()] = it::ReadFile(picture["path"].get<std::string>());
         return shown;
     }
-    // (id, body) of the top-level elements a step doesn't own, and the
-    // bodies of AttachedFiles.
+    // (id, body) of the top-level elements a step doesn't own, and the bodies of AttachedFiles.
     static std::multiset<std::string> Kept(const std::string& b, bool imagesToo) {
         std::multiset<std::string> kept;
         for (const TopElement& e : WalkSegment(b).children) {

@@ -1,6 +1,5 @@
-// The plug-in's border as a host drives it, the library loaded at run time,
-// and fdhost's view of the capability tables. The export table itself:
-// binaries_posix.cpp, tests/win32/check_binaries.cmake.
+// The plug-in's border as a host drives it, the library loaded at run time, and fdhost's view of the capability tables.
+// The export table itself: binaries_posix.cpp, tests/win32/check_binaries.cmake.
 
 #include <gtest/gtest.h>
 
