@@ -24,10 +24,7 @@ double Setting(const char* name, double fallback) {
 }
 
 // One kind of input with ffmpeg's decode of it.
-struct Fixture {
-    std::string name, path, samples;
-    uint32_t blockAlign = 4;
-};
+struct Fixture { std::string name, path, samples; uint32_t blockAlign; };
 
 std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
     const std::pair<const char*, std::vector<std::string>> recipes[] = {   // what goes between source and output
@@ -39,16 +36,13 @@ std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
     };
     std::vector<Fixture> fixtures;
     for (const auto& [name, middle] : recipes) {
-        Fixture& fixture = fixtures.emplace_back();
-        fixture.name = name;
-        fixture.path = dir.File(name);
+        const std::string path = dir.File(name);
         std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100"};
         args.insert(args.end(), middle.begin(), middle.end());
-        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", fixture.path});
+        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", path});
         it::Ffmpeg(args);
-        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
-        fixture.samples = reference.data;
-        fixture.blockAlign = it::U16At(reference.format, 12);
+        const it::Wave64 reference = it::ReferenceDecode(path);
+        fixtures.push_back({name, path, reference.data, it::U16At(reference.format, 12)});
     }
     return fixtures;
 }

@@ -165,10 +165,8 @@ TEST(FdhostTable, Rows) {
     const std::pair<Input, std::string> inputs[] = {{Input::kNone, kOpening + "No such file or directory)\n"},
         {Input::kFolder, kOpening + "Is a directory)\n"}, {Input::kEmpty, kNoAudio}, {Input::kText, kNoAudio}};
     for (const auto& [input, err] : inputs) {
-        for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-                 {"decode", "{in}", "-o", "{out}"}, {"info", "{in}"}, {"--json", "tags", "{in}"}}) {
+        for (const auto& args : {std::vector<std::string>{"decode", "{in}", "-o", "{out}"}, {"info", "{in}"}, {"--json", "tags", "{in}"}})
             rows.push_back({args, input, 1, err});
-        }
     }
     Fixture().Run(rows);
 }
