@@ -208,8 +208,7 @@ TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
     EXPECT_EQ(cut.err, "fdhost: " + fifo + ": decoding stopped early; the partial output was removed\n");
     EXPECT_FALSE(std::filesystem::exists(partial));
 
-    const std::string errors = fixture.dir.File("error.log"), trace = fixture.dir.File("trace.log");
-    const std::string missing = fixture.dir.File("missing.flac");
+    const std::string errors = fixture.dir.File("error.log"), trace = fixture.dir.File("trace.log"), missing = fixture.dir.File("m.flac");
     it::WriteFile(errors, "old content of an earlier run");
     EXPECT_EQ(it::Fdhost({"--error-log", errors, "info", missing, "--trace-log=" + trace}).exitCode, 1);
     std::string expected;
@@ -218,10 +217,9 @@ TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
         expected += std::string{c, '\0'};
     EXPECT_EQ(it::ReadFile(errors), expected);
     EXPECT_NE(it::ReadFile(trace).find(expected), std::string::npos) << "the trace has it too";
-    for (const char* command : {"caps", "can-tag", "info", "tags", "pictures", "decode", "write", "delete"}) {
-        const std::string help = it::Fdhost({command, "--help"}).out;
-        EXPECT_EQ(help.find("\n                    "), std::string::npos) << command << ": a description on a line of its own";
-    }
+    for (const char* command : {"caps", "can-tag", "info", "tags", "pictures", "decode", "write", "delete"})
+        EXPECT_EQ(it::Fdhost({command, "--help"}).out.find("\n                    "), std::string::npos)
+            << command << ": a description on a line of its own";
 }
 
 }  // namespace

@@ -176,9 +176,8 @@ TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
     const auto cycles = [&](int count) {
         const auto run = [&] {
             it::TestDecoder decoder(stand.plugin);
-            for (int i = 0; i < count; ++i) {
+            for (int i = 0; i < count; ++i)
                 EXPECT_TRUE(decoder.Open(path, 0) && decoder.SetPosition(22050) && decoder.Close()) << decoder.ErrorLog();
-            }
         };
         std::thread other(run);
         run();
