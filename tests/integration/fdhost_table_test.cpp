@@ -66,10 +66,9 @@ struct Fixture {
     }
 
     std::string Fill(std::string text) const {
-        for (const auto& [key, value] : values) {
+        for (const auto& [key, value] : values)
             for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + value.size()))
                 text.replace(at, key.size(), value);
-        }
         return text;
     }
 

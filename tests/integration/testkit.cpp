@@ -65,7 +65,7 @@ uint32_t U32At(const std::string& bytes, size_t offset) {
     return uint32_t{U16At(bytes, offset)} | uint32_t{U16At(bytes, offset + 2)} << 16;
 }
 
-Wave64 ParseWave64(const std::string& bytes) {
+static Wave64 ParseWave64(const std::string& bytes) {   // throws when malformed
     if (bytes.size() < 40 || bytes.compare(0, 4, "riff") != 0 || bytes.compare(24, 4, "wave") != 0)
         throw std::runtime_error("not a Wave64 stream");
     Wave64 result;

@@ -35,7 +35,6 @@ void WriteFile(const std::string& path, const std::string& bytes);
 // A Wave64 stream's format chunk body and sample bytes; ffmpeg's own decode of `input` as the
 // plug-in asks for it, with "-ss seconds" when `seconds` isn't empty.
 struct Wave64 { std::string format, data; };
-Wave64 ParseWave64(const std::string& bytes);   // throws when malformed
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds = {});
 uint16_t U16At(const std::string& bytes, size_t offset);
 uint32_t U32At(const std::string& bytes, size_t offset);
