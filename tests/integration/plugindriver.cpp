@@ -24,9 +24,7 @@ PluginLibrary& Plugin() {
     return library;
 }
 TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : library_(library) {
-    DecoderCreateInfo info{};
-    info.errorLog = errorLog_.Get();
-    info.traceLog = traceLog_.Get();
+    DecoderCreateInfo info{errorLog_.Get(), 0, traceLog_.Get()};
     decoder_ = library_.Create(&info);
     const std::u16string wide = text::Utf8ToUtf16(quit);
     DecoderParam param{};
