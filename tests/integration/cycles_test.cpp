@@ -2,7 +2,6 @@
 // random: every decode gives ffmpeg's samples, and at the end nothing is left behind. Short by
 // default; FD_CYCLES_MINUTES, _THREADS, _REPORT_SECONDS, _RSS_SLACK_MB make it the long soak.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -12,10 +11,8 @@
 #include <random>
 #include <thread>
 
-#include "host/plugin.h"
 #include "host/text.h"
-#include "quitfifo.h"
-#include "testkit.h"
+#include "plugindriver.h"
 
 namespace {
 
@@ -27,10 +24,7 @@ double Setting(const char* name, double fallback) {
 }
 
 // One kind of input with ffmpeg's decode of it.
-struct Fixture {
-    std::string name, path, samples;
-    uint32_t blockAlign = 4;
-};
+struct Fixture { std::string name, path, samples; uint32_t blockAlign; };
 
 std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
     const std::pair<const char*, std::vector<std::string>> recipes[] = {   // what goes between source and output
@@ -42,51 +36,38 @@ std::vector<Fixture> MakeFixtures(const it::TempDir& dir) {
     };
     std::vector<Fixture> fixtures;
     for (const auto& [name, middle] : recipes) {
-        Fixture& fixture = fixtures.emplace_back();
-        fixture.name = name;
-        fixture.path = dir.File(name);
+        const std::string path = dir.File(name);
         std::vector<std::string> args = {"-f", "lavfi", "-i", "sine=frequency=440:duration=3:sample_rate=44100"};
         args.insert(args.end(), middle.begin(), middle.end());
-        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", fixture.path});
+        args.insert(args.end(), {"-ac", "2", "-metadata", "title=Cycles title", "-metadata", "artist=Cycles artist", path});
         it::Ffmpeg(args);
-        const it::Wave64 reference = it::ReferenceDecode(fixture.path);
-        fixture.samples = reference.data;
-        fixture.blockAlign = it::U16At(reference.format, 12);
+        const it::Wave64 reference = it::ReferenceDecode(path);
+        fixtures.push_back({name, path, reference.data, it::U16At(reference.format, 12)});
     }
     return fixtures;
 }
 
 struct Shared {
-    const host::Plugin& plugin;
     const std::vector<Fixture>& fixtures;
-    std::string dir;
     std::atomic<bool> stop{false};
     std::atomic<unsigned long long> decodes{0}, seeks{0}, quits{0}, failures{0};
 };
 
-// One decoder thread: a decoder lives for a few jobs (so Create and Destroy
-// churn too); each job decodes or seeks. A failed call is the
-// quit's doing only when the event is set, which is then reset as a host does.
+// One decoder thread: a decoder lives for a few jobs (so Create and Destroy churn too); each job decodes or seeks. A
+// failed call is the quit's doing only when the event is set, which is then reset as a host does.
 class Driver {
 public:
     Driver(Shared& shared, it::QuitFifo& quit, int index)
-        : shared_(shared), quit_(quit), random_(1000u + unsigned(index)), index_(index),
-          logPath_(shared.dir + "/error-" + std::to_string(index) + ".log"), log_(logPath_),
-          fixture_(&shared.fixtures.front()) {}
+        : shared_(shared), quit_(quit), random_(1000u + unsigned(index)), index_(index), fixture_(&shared.fixtures.front()) {}
 
     void Run() {
-        const std::u16string quitPath = host::Utf8ToUtf16(quit_.Path());
-        DecoderParam param{};
-        param.text = quitPath.c_str();
         while (!shared_.stop) {
-            const host::Decoder decoder(shared_.plugin, DecoderCreateInfo{log_.Get(), 0, 0});
-            if (decoder.Set(u"EventQuit", param) == 0) Fail("EventQuit refused");
+            it::TestDecoder decoder(it::Plugin(), quit_.Path());
             for (int job = Pick(1, 12); job > 0 && !shared_.stop; --job) {
                 fixture_ = &shared_.fixtures[size_t(Pick(0, int(shared_.fixtures.size()) - 1))];
-                (void)::ftruncate(static_cast<int>(log_.Get()), 0);   // the log of this job only
                 DecoderParam ask{};   // the tables are shared by all decoders
                 ask.index = 18;
-                if (decoder.Get(u"Decodes", ask) != 1 || host::WideView(ask.text) != u".awb") Fail("Decodes answered wrong");
+                if (decoder.Get(u"Decodes", ask) != 1 || host::WideView(ask.text) != u".awb") Fail(decoder, "Decodes answered wrong");
                 Job(decoder, Pick(0, 9) >= 6);
                 decoder.Close();
             }
@@ -103,45 +84,39 @@ private:
         return true;
     }
 
-    void Fail(const std::string& what) {
-        std::string log = it::ReadFile(logPath_);
-        std::erase(log, '\0');   // UTF-16LE: ASCII is enough to tell what failed
-        if (++shared_.failures <= 50) ADD_FAILURE() << "thread " << index_ << ", " << fixture_->name << ": " << what << "; error log: " << log;
+    void Fail(const it::TestDecoder& decoder, const std::string& what) {
+        if (++shared_.failures <= 50)
+            ADD_FAILURE() << "thread " << index_ << ", " << fixture_->name << ": " << what << "; error log: " << decoder.ErrorLog();
     }
 
-    void Refused(const std::string& what) { if (!QuitCaused()) Fail(what); }
+    void Refused(const it::TestDecoder& decoder, const std::string& what) { if (!QuitCaused()) Fail(decoder, what); }
 
-    // Opens, then decodes to the end or seeks a few times. A quit in
-    // mid-stream is reset and the decode goes on: the samples must still be
-    // the reference's, byte for byte.
-    void Job(const host::Decoder& decoder, bool seek) {
-        const std::u16string path = host::Utf8ToUtf16(fixture_->path);
-        DecoderOpenInfo info{};
-        info.path = path.c_str();
-        info.flags = seek ? 0 : kOpenWantTags | kOpenWantInfo;
-        if (decoder.Open(info) == 0) return Refused("Open failed");
+    // Opens, then decodes to the end or seeks a few times. A quit in mid-stream is reset and the decode goes on: the
+    // samples must still be the reference's, byte for byte.
+    void Job(it::TestDecoder& decoder, bool seek) {
+        if (!decoder.Open(fixture_->path, seek ? 0 : kOpenWantTags | kOpenWantInfo)) return Refused(decoder, "Open failed");
         for (std::string samples; !seek;) {
             DecoderBlockInfo block{};
-            if (decoder.DecodeBlock(block) == 0) {
+            if (!decoder.DecodeBlock(block)) {
                 if (QuitCaused()) continue;
-                return Fail("DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
+                return Fail(decoder, "DecodeBlock failed after " + std::to_string(samples.size()) + " bytes");
             }
             samples.append(static_cast<const char*>(block.samples), block.bytes);
             if (!block.endOfStream && block.bytes != 0) continue;
             ++shared_.decodes;
-            if (samples != fixture_->samples) Fail("samples differ, " + std::to_string(samples.size()) + " bytes");
+            if (samples != fixture_->samples) Fail(decoder, "samples differ, " + std::to_string(samples.size()) + " bytes");
             return;
         }
         for (int seeks = Pick(1, 4); seeks > 0 && !shared_.stop; --seeks, ++shared_.seeks) {
             const int64_t target = Pick(0, int(fixture_->samples.size() / fixture_->blockAlign) - 1);
-            if (decoder.SetPosition(target) == 0) {
-                Refused("SetPosition(" + std::to_string(target) + ") failed");
+            if (!decoder.SetPosition(target)) {
+                Refused(decoder, "SetPosition(" + std::to_string(target) + ") failed");
                 continue;
             }
             DecoderBlockInfo block{};
             for (int blocks = Pick(1, 5); blocks > 0 && !block.endOfStream; --blocks) {
-                if (decoder.DecodeBlock(block) != 0) continue;
-                Refused("DecodeBlock after a seek failed");
+                if (decoder.DecodeBlock(block)) continue;
+                Refused(decoder, "DecodeBlock after a seek failed");
                 break;
             }
         }
@@ -151,8 +126,6 @@ private:
     it::QuitFifo& quit_;
     std::mt19937 random_;
     int index_;
-    std::string logPath_;
-    it::SinkFile log_;
     const Fixture* fixture_;
 };
 
@@ -180,10 +153,10 @@ TEST(Concurrency, ManyCyclesLeaveNothingBehind) {
     const long rssSlackKiB = static_cast<long>(Setting("FD_CYCLES_RSS_SLACK_MB", 32) * 1024);
     ASSERT_GE(threadCount, 1);
     const it::TempDir dir;
-    const host::Plugin plugin(FD_PLUGIN_PATH);
+    it::Plugin();   // loaded before the start figures
     const std::vector<Fixture> fixtures = MakeFixtures(dir);
     std::printf("cycles: %d decoders for %.1f minutes\n", threadCount, minutes);
-    Shared shared{plugin, fixtures, dir.Path()};
+    Shared shared{fixtures};
     std::vector<std::unique_ptr<it::QuitFifo>> quits;
     for (int i = 0; i < threadCount; ++i) quits.push_back(std::make_unique<it::QuitFifo>(dir.File("quit-" + std::to_string(i))));
 

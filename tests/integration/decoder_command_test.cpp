@@ -25,18 +25,11 @@ TEST(WorkerCommand, SecondsTextAndArguments) {
         {1e300, "18446744073709.551615"},   // clamped: no undefined conversion
     };
     for (const auto& [value, text] : seconds) EXPECT_EQ(Decoder::SecondsText(value), text) << value;
-    // After the program's bare name; no start time at or below 0.
-    const std::tuple<const char*, double, std::vector<std::string>> commands[] = {
-        {"/music/a b.flac", 0.0, {"-i", "/music/a b.flac", "-f", "w64", "-"}},
-        {"x.ac3", -1.0, {"-i", "x.ac3", "-f", "w64", "-"}},
-        {"x.ac3", 1.0, {"-ss", "1", "-i", "x.ac3", "-f", "w64", "-"}},
-    };
-    for (const auto& [path, start, args] : commands) {
-        const WorkerCommand command = Decoder::BuildWorkerCommand(path, start);
-        EXPECT_EQ(std::vector<std::string>(command.args.begin() + 1, command.args.end()), args) << path << start;
-        EXPECT_EQ(command.args.at(0).find_first_of("/\\"), std::string::npos);
-        EXPECT_EQ(command.stdinMode, 0u) << "the worker never reads the host's standard input";
-    }
+    // No start time at or below 0; the rest of the command line: WorkerTable.ArgumentsArriveAsGivenAndASeekRestarts.
+    const WorkerCommand command = Decoder::BuildWorkerCommand("x.ac3", -1.0);
+    EXPECT_EQ(std::vector<std::string>(command.args.begin() + 1, command.args.end()),
+              (std::vector<std::string>{"-i", "x.ac3", "-f", "w64", "-"}));
+    EXPECT_EQ(command.stdinMode, 0u) << "the worker never reads the host's standard input";
 }
 
 // A plug-in whose place is unknown, or the root, must not start a bare name from the working folder.
@@ -58,7 +51,6 @@ TEST(WorkerCommand, NoWorkerByARelativePath) {
 TEST(QuitEvent, AnEmptyNameGivesAPrivateEvent) {
     Decoder decoder(DecoderCreateInfo{}), other(DecoderCreateInfo{});
     ASSERT_TRUE(decoder.SetQuitEvent(u"") && other.SetQuitEvent(u""));
-    EXPECT_FALSE(decoder.quitSignal->IsSet());
     decoder.quitSignal->Set();
     EXPECT_TRUE(decoder.quitSignal->IsSet());
     EXPECT_FALSE(other.quitSignal->IsSet()) << "each decoder's own";

@@ -1,11 +1,9 @@
-// Stands in for the worker, obeying the "key value" lines of the file behind
-// "-i": channels N (16-bit, default 2); frames N (default 44100); progress N
-// bytes of "\r"-ended progress text between audio pieces (noreturns 1: none);
-// floodlines N bytes of dump-like lines first; nodump 1; garbage 1 (no Wave64
-// header); hang 1 (seekhang 1: when given "-ss"); dieafter/stall/holdat N: after
-// N audio bytes exit 1, hang, or wait for PATH.go. Audio is PatternByte(i);
-// writes block. Each start appends its arguments, one a line, to PATH.args.
-// Without "-i" it runs the transport tests' commands (fake_worker_posix.cpp).
+// Stands in for the worker, obeying the "key value" lines of the file behind "-i": channels N (16-bit, default 2);
+// frames N (default 44100); progress N bytes of "\r"-ended progress text between audio pieces (noreturns 1: none);
+// floodlines N bytes of dump-like lines first; nodump 1; garbage 1 (no Wave64 header); hang 1 (seekhang 1: when given
+// "-ss"); dieafter/stall/holdat N: after N audio bytes exit 1, hang, or wait for PATH.go. Audio is PatternByte(i);
+// writes block. Each start appends its arguments, one a line, to PATH.args. Without "-i" it runs the transport tests'
+// commands (fake_worker_posix.cpp).
 #include <algorithm>
 #include <chrono>
 #include <cstdint>

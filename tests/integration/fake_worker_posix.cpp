@@ -1,8 +1,7 @@
-// The worker stand-in's commands for the transport tests, run in order: "pid"
-// prints its pid; "args" each argument NUL-ended; "fds" its open descriptors,
-// one a line; "stdin" drains stdin; "ignore-term", "ignore-pipe"; "sleep MS";
-// "trace PID" seizes PID and prints "traced" or "untraced" (a traced child
-// that ends stays unreapable for its parent until this process ends).
+// The worker stand-in's commands for the transport tests, run in order: "pid" prints its pid; "args" each argument
+// NUL-ended; "fds" its open descriptors, one a line; "stdin" drains stdin; "ignore-term", "ignore-pipe"; "sleep MS";
+// "trace PID" seizes PID and prints "traced" or "untraced" (a traced child that ends stays unreapable for its parent
+// until this process ends).
 #include <dirent.h>
 #include <signal.h>
 #include <sys/ptrace.h>

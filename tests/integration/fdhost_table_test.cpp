@@ -7,6 +7,7 @@
 #include <map>
 
 #include "testkit.h"
+#include "tests/tags/tagbytes.h"
 
 namespace {
 
@@ -22,14 +23,6 @@ struct Row {
                                       // else found in `tags --json` after, with the audio unchanged
     std::string outHas = "";          // found on standard output
 };
-
-std::string Le32(uint32_t v) { return {char(v), char(v >> 8), char(v >> 16), char(v >> 24)}; }
-std::string ApeItem(const std::string& key, const std::string& value, uint32_t size) { return Le32(size) + Le32(0) + key + '\0' + value; }
-// Items and a footer; `size` 0: the items' own size.
-std::string ApeTag(const std::string& items, uint32_t count, uint32_t size = 0) {
-    size = size ? size : static_cast<uint32_t>(items.size()) + 32;
-    return items + "APETAGEX" + Le32(2000) + Le32(size) + Le32(count) + Le32(0) + std::string(8, '\0');
-}
 
 struct Fixture {
     it::TempDir dir;
@@ -63,18 +56,19 @@ struct Fixture {
             case Input::kWav: it::WriteFile(path + ".wav", "RIFF"); return path + ".wav";
             case Input::kId3AndApe: it::WriteFile(tta, id3 + tone); return tta;
             case Input::kBadId3AndApe: id3[5] = 0x0F; it::WriteFile(tta, id3 + tone); return tta;   // flags no version has
-            case Input::kId3AndDamagedApe: it::WriteFile(tta, id3 + audio + ApeTag(ApeItem("Title", "t", 1), 1, 100000)); return tta;
-            case Input::kDamagedApeItem: it::WriteFile(tta, audio + ApeTag(ApeItem("Title", "hello", 5) + ApeItem("Broken", "x", 5000), 2)); return tta;
+            case Input::kId3AndDamagedApe:
+                it::WriteFile(tta, id3 + audio + tagtest::ApeTag({{"Title", "t"}}, 2000, false).Stating(100000).Bytes()); return tta;
+            case Input::kDamagedApeItem:   // two items where the footer counts one
+                it::WriteFile(tta, audio + tagtest::ApeTag({{"Title", "hello"}, {"Broken", "x"}}, 2000, false).Stating(-1, 1).Bytes()); return tta;
             case Input::kCutMka: it::WriteFile(path + ".mka", it::ReadFile(mka).substr(0, 3000)); return path + ".mka";
         }
         return path;
     }
 
     std::string Fill(std::string text) const {
-        for (const auto& [key, value] : values) {
+        for (const auto& [key, value] : values)
             for (size_t at = text.find(key); at != std::string::npos; at = text.find(key, at + value.size()))
                 text.replace(at, key.size(), value);
-        }
         return text;
     }
 
@@ -170,19 +164,16 @@ TEST(FdhostTable, Rows) {
     const std::pair<Input, std::string> inputs[] = {{Input::kNone, kOpening + "No such file or directory)\n"},
         {Input::kFolder, kOpening + "Is a directory)\n"}, {Input::kEmpty, kNoAudio}, {Input::kText, kNoAudio}};
     for (const auto& [input, err] : inputs) {
-        for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-                 {"decode", "{in}", "-o", "{out}"}, {"info", "{in}"}, {"--json", "tags", "{in}"}}) {
+        for (const auto& args : {std::vector<std::string>{"decode", "{in}", "-o", "{out}"}, {"info", "{in}"}, {"--json", "tags", "{in}"}})
             rows.push_back({args, input, 1, err});
-        }
     }
     Fixture().Run(rows);
 }
 
-// tags --json fed to write --from-json gives the same tags, pictures and
-// several values included; a terminal sees control characters escaped. An
-// existing output is replaced only with -y; an interrupted decode leaves no
-// partial output; --error-log keeps a copy of the plug-in's log, each log
-// started afresh; every --help line holds one option with its text.
+// tags --json fed to write --from-json gives the same tags, pictures and several values included; a terminal sees
+// control characters escaped. An existing output is replaced only with -y; an interrupted decode leaves no partial
+// output; --error-log keeps a copy of the plug-in's log, each log started afresh; every --help line holds one option
+// with its text.
 TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
     Fixture fixture;
     const std::string first = fixture.Make(Input::kTta), second = fixture.Make(Input::kTta);
@@ -216,8 +207,7 @@ TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
     EXPECT_EQ(cut.err, "fdhost: " + fifo + ": decoding stopped early; the partial output was removed\n");
     EXPECT_FALSE(std::filesystem::exists(partial));
 
-    const std::string errors = fixture.dir.File("error.log"), trace = fixture.dir.File("trace.log");
-    const std::string missing = fixture.dir.File("missing.flac");
+    const std::string errors = fixture.dir.File("error.log"), trace = fixture.dir.File("trace.log"), missing = fixture.dir.File("m.flac");
     it::WriteFile(errors, "old content of an earlier run");
     EXPECT_EQ(it::Fdhost({"--error-log", errors, "info", missing, "--trace-log=" + trace}).exitCode, 1);
     std::string expected;
@@ -226,10 +216,9 @@ TEST(FdhostTable, JsonRoundTripTerminalOutputsLogsAndHelp) {
         expected += std::string{c, '\0'};
     EXPECT_EQ(it::ReadFile(errors), expected);
     EXPECT_NE(it::ReadFile(trace).find(expected), std::string::npos) << "the trace has it too";
-    for (const char* command : {"caps", "can-tag", "info", "tags", "pictures", "decode", "write", "delete"}) {
-        const std::string help = it::Fdhost({command, "--help"}).out;
-        EXPECT_EQ(help.find("\n                    "), std::string::npos) << command << ": a description on a line of its own";
-    }
+    for (const char* command : {"caps", "can-tag", "info", "tags", "pictures", "decode", "write", "delete"})
+        EXPECT_EQ(it::Fdhost({command, "--help"}).out.find("\n                    "), std::string::npos)
+            << command << ": a description on a line of its own";
 }
 
 }  // namespace

@@ -24,11 +24,13 @@ PluginLibrary& Plugin() {
     return library;
 }
 TestDecoder::TestDecoder(PluginLibrary& library, const std::string& quit) : library_(library) {
-    DecoderCreateInfo info{};
-    info.errorLog = errorLog_.Get();
-    info.traceLog = traceLog_.Get();
+    DecoderCreateInfo info{errorLog_.Get(), 0, traceLog_.Get()};
     decoder_ = library_.Create(&info);
-    if (!quit.empty() && !SetQuitEvent(quit)) throw std::runtime_error("the quit event " + quit + " was refused");
+    const std::u16string wide = text::Utf8ToUtf16(quit);
+    DecoderParam param{};
+    param.text = wide.c_str();
+    if (!quit.empty() && library_.Set(decoder_, u"EventQuit", &param) == 0)
+        throw std::runtime_error("the quit event " + quit + " was refused");
 }
 bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info) {
     path_ = text::Utf8ToUtf16(path);
@@ -37,12 +39,6 @@ bool TestDecoder::Open(const std::string& path, uint32_t flags, DecoderOpenInfo*
     record.path = path_.c_str();
     record.flags = flags;
     return OpenRecord(record);
-}
-bool TestDecoder::SetQuitEvent(const std::string& name) {
-    const std::u16string wide = text::Utf8ToUtf16(name);
-    DecoderParam param{};
-    param.text = wide.c_str();
-    return library_.Set(decoder_, u"EventQuit", &param) != 0;
 }
 bool TestDecoder::ReadToEnd(std::string& samples, std::vector<DecoderBlockInfo>* blocks) {
     for (;;) {

@@ -30,6 +30,7 @@ public:
     ~TestDecoder() { Destroy(); }
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
     bool OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }
+    int64_t Get(const char16_t* key, DecoderParam& param) { return library_.Get(decoder_, key, &param); }
     bool DecodeBlock(DecoderBlockInfo& block) { return library_.DecodeBlock(decoder_, &block) != 0; }
     bool SetPosition(int64_t position) { return library_.SetPosition(decoder_, position) != 0; }
     bool Close() { return library_.Close(decoder_) != 0; }
@@ -41,7 +42,6 @@ public:
     std::string TraceLog() const;
 
 private:
-    bool SetQuitEvent(const std::string& name);
     PluginLibrary& library_;
     void* decoder_ = nullptr;
     TempDir logs_;
@@ -50,9 +50,8 @@ private:
     std::u16string path_;
 };
 
-// A tree as installed: in <root>/plugins a copy of the built plug-in (a copy,
-// so that the loader doesn't hand back the one it has), in <root> a copy of
-// `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
+// A tree as installed: in <root>/plugins a copy of the built plug-in (a copy, so that the loader doesn't hand back the
+// one it has), in <root> a copy of `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
 std::string MakePluginTree(const std::string& root, const std::string& worker);
 
 // Runs `action` after `delay` unless destroyed first.

@@ -1,6 +1,5 @@
-// The host's side of a quit event on Windows: a named manual-reset event,
-// named for the path with its separators and colon as "_". Kernel handles
-// fit in 32 bits, so the descriptor's field holds it.
+// The host's side of a quit event on Windows: a named manual-reset event, named for the path with its separators and
+// colon as "_". Kernel handles fit in 32 bits, so the descriptor's field holds it.
 
 #include <windows.h>
 #include <algorithm>

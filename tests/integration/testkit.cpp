@@ -3,8 +3,8 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -46,9 +46,7 @@ RunResult Fdhost(const std::vector<std::string>& args) {
 std::string ReadFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) throw std::runtime_error("cannot read " + path);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    return bytes.str();
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 void WriteFile(const std::string& path, const std::string& bytes) {
@@ -58,18 +56,16 @@ void WriteFile(const std::string& path, const std::string& bytes) {
 }
 
 uint16_t U16At(const std::string& bytes, size_t offset) {
-    return static_cast<uint16_t>(static_cast<uint8_t>(bytes.at(offset)) |
-                                 static_cast<uint8_t>(bytes.at(offset + 1)) << 8);
+    return static_cast<uint16_t>(static_cast<uint8_t>(bytes.at(offset)) | static_cast<uint8_t>(bytes.at(offset + 1)) << 8);
 }
 
 uint32_t U32At(const std::string& bytes, size_t offset) {
     return uint32_t{U16At(bytes, offset)} | uint32_t{U16At(bytes, offset + 2)} << 16;
 }
 
-Wave64 ParseWave64(const std::string& bytes) {
-    if (bytes.size() < 40 || bytes.compare(0, 4, "riff") != 0 || bytes.compare(24, 4, "wave") != 0) {
+static Wave64 ParseWave64(const std::string& bytes) {   // throws when malformed
+    if (bytes.size() < 40 || bytes.compare(0, 4, "riff") != 0 || bytes.compare(24, 4, "wave") != 0)
         throw std::runtime_error("not a Wave64 stream");
-    }
     Wave64 result;
     for (size_t pos = 40; bytes.size() - pos >= 24;) {
         const uint64_t size = U32At(bytes, pos + 16) | uint64_t{U32At(bytes, pos + 20)} << 32;
@@ -87,11 +83,9 @@ Wave64 ParseWave64(const std::string& bytes) {
 }
 
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds) {
-    // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the
-    // chunk's padding into the data size.
-    std::vector<std::string> args;
-    if (!seconds.empty()) args = {"-ss", seconds};
-    args.insert(args.end(), {"-i", input, "-f", "w64", "-"});
+    // To a pipe, as the plug-in reads it: to a file, ffmpeg counts the chunk's padding into the data size.
+    std::vector<std::string> args = {"-i", input, "-f", "w64", "-"};
+    if (!seconds.empty()) args.insert(args.begin(), {"-ss", seconds});
     return ParseWave64(FfmpegOutput(args));
 }
 

@@ -11,8 +11,7 @@ namespace it {
 class TempDir {
 public:
     TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
+    TempDir(const TempDir&) = delete; TempDir& operator=(const TempDir&) = delete;
     ~TempDir();
     const std::string& Path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
@@ -35,10 +34,7 @@ void WriteFile(const std::string& path, const std::string& bytes);
 
 // A Wave64 stream's format chunk body and sample bytes; ffmpeg's own decode of `input` as the
 // plug-in asks for it, with "-ss seconds" when `seconds` isn't empty.
-struct Wave64 {
-    std::string format, data;
-};
-Wave64 ParseWave64(const std::string& bytes);   // throws when malformed
+struct Wave64 { std::string format, data; };
 Wave64 ReferenceDecode(const std::string& input, const std::string& seconds = {});
 uint16_t U16At(const std::string& bytes, size_t offset);
 uint32_t U32At(const std::string& bytes, size_t offset);
@@ -59,8 +55,7 @@ bool RunLockedOut(const std::string& dir, const std::string& path, const std::fu
 class SinkFile {
 public:
     explicit SinkFile(const std::string& path);
-    SinkFile(const SinkFile&) = delete;
-    SinkFile& operator=(const SinkFile&) = delete;
+    SinkFile(const SinkFile&) = delete; SinkFile& operator=(const SinkFile&) = delete;
     ~SinkFile();
     uint64_t Get() const { return static_cast<uint64_t>(handle_); }
 private:

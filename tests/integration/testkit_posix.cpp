@@ -64,11 +64,8 @@ RunResult Run(const std::vector<std::string>& argv) {
     posix_spawn_file_actions_adddup2(&actions, err.Fd(), 2);
     const pid_t pid = SpawnChild(argv, actions);
     const int status = pid < 0 ? -1 : ReapChild(pid);
-    RunResult result;
-    result.exitCode = status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = out.Text();
-    result.err = pid < 0 ? "cannot start " + argv[0] : err.Text();
-    return result;
+    return {status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.Text(),
+            pid < 0 ? "cannot start " + argv[0] : err.Text()};
 }
 
 Resources CurrentResources() {

@@ -17,8 +17,7 @@ std::wstring Wide(const std::string& utf8) {
     return std::wstring(units.begin(), units.end());
 }
 
-// The usual rules for one argument on a command line: quotes where needed,
-// backslashes before a quote doubled.
+// The usual rules for one argument on a command line: quotes where needed, backslashes before a quote doubled.
 std::wstring Quoted(const std::wstring& arg) {
     if (!arg.empty() && arg.find_first_of(L" \t\"") == std::wstring::npos) return arg;
     std::wstring out = L"\"";
@@ -70,9 +69,8 @@ int CountOwned(DWORD kind, Step first, Step next, DWORD Entry::*field) {
     return count;
 }
 
-// Wine answers GetProcessHandleCount with 0; then the handle values are
-// probed one by one (they are multiples of 4). Wine hands out the lowest free
-// value, so the probe stops after a long run of free ones.
+// Wine answers GetProcessHandleCount with 0; then the handle values are probed one by one (they are multiples of 4).
+// Wine hands out the lowest free value, so the probe stops after a long run of free ones.
 int HandleCount() {
     DWORD count = 0;
     if (::GetProcessHandleCount(::GetCurrentProcess(), &count) && count > 0) return static_cast<int>(count);
@@ -100,7 +98,6 @@ RunResult Run(const std::vector<std::string>& argv) {
     startup.hStdOutput = out;
     startup.hStdError = err;
     PROCESS_INFORMATION info{};
-    RunResult result;
     // Wine now and then loses a start with ERROR_INTERNAL_ERROR and nothing
     // runs; the plug-in's worker start tries again, and so do the tests.
     DWORD code = ERROR_INTERNAL_ERROR;
@@ -110,19 +107,18 @@ RunResult Run(const std::vector<std::string>& argv) {
                    ? ERROR_SUCCESS
                    : ::GetLastError();
     }
-    if (code != ERROR_SUCCESS) {
-        TextOf(out);
-        TextOf(err);
-        result.err = "cannot start " + argv[0] + ", error " + std::to_string(code);
-        return result;
+    RunResult result;
+    const bool started = code == ERROR_SUCCESS;
+    if (started) {
+        ::CloseHandle(info.hThread);
+        ::WaitForSingleObject(info.hProcess, INFINITE);
+        ::GetExitCodeProcess(info.hProcess, &code);
+        ::CloseHandle(info.hProcess);
+        result.exitCode = static_cast<int>(code);
     }
-    ::CloseHandle(info.hThread);
-    ::WaitForSingleObject(info.hProcess, INFINITE);
-    ::GetExitCodeProcess(info.hProcess, &code);
-    ::CloseHandle(info.hProcess);
-    result.exitCode = static_cast<int>(code);
     result.out = TextOf(out);
     result.err = TextOf(err);
+    if (!started) result.err = "cannot start " + argv[0] + ", error " + std::to_string(code);
     return result;
 }
 

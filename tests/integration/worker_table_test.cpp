@@ -59,16 +59,15 @@ TEST(WorkerTable, EachMisbehaviourGivesItsResult) {
         const std::string path = row.path.empty() ? stand.Orders("input", row.orders) : row.path;
         {
             it::TestDecoder decoder(row.noWorker ? bare : stand.plugin, stand.quit.Path());
-            it::Later watchdog(30s, [&] { stand.quit.Set(); });   // a hang fails rather than hangs
+            it::Later watchdog(30s, [&] { stand.quit.Set(); });
             const auto start = Clock::now();
             EXPECT_EQ(decoder.Open(path, kOpenWantTags | kOpenWantInfo), row.opens);
             EXPECT_LT(Clock::now() - start, 3s) << "well below the 5 s that a parse waits for a silent error stream";
             const std::string log = decoder.ErrorLog();
             EXPECT_TRUE(log.starts_with(row.log) && (row.log.empty() ? log.empty() : log.ends_with(kLabel))) << log;
-            std::string samples;
             std::vector<DecoderBlockInfo> blocks(1);
             EXPECT_EQ(decoder.DecodeBlock(blocks[0]), row.opens) << "no stream, nothing to read";
-            samples.assign(static_cast<const char*>(blocks[0].samples), blocks[0].bytes);
+            std::string samples(static_cast<const char*>(blocks[0].samples), blocks[0].bytes);
             if (row.opens && !row.stalls) {
                 EXPECT_TRUE(decoder.ReadToEnd(samples, &blocks));
                 // A host that waits for the flag would spin on empty blocks without it.
@@ -129,13 +128,12 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
         EXPECT_EQ(decoder.ErrorLog(), "");
     }
     {
-        // A seek cut short before the new worker's header leaves the stream
-        // at no sample: DecodeBlock refuses at once, rather than hand out
-        // header bytes or wait.
+        // A seek cut short before the new worker's header leaves the stream at no sample:
+        // DecodeBlock refuses at once, rather than hand out header bytes or wait.
         it::TestDecoder decoder(stand.plugin, quit.Path());
         ASSERT_TRUE(decoder.Open(stand.Orders("seek", "seekhang 1"), 0)) << decoder.ErrorLog();
         stand.ExpectEndedByQuit([&] { EXPECT_FALSE(decoder.SetPosition(22050)); });
-        it::Later rescue(1000ms, [&] { quit.Set(); });   // a decoder that waits fails rather than hangs
+        it::Later rescue(1000ms, [&] { quit.Set(); });
         const auto start = Clock::now();
         DecoderBlockInfo block{};
         EXPECT_FALSE(decoder.DecodeBlock(block));
@@ -145,9 +143,8 @@ TEST(WorkerTable, TheQuitEndsEachBlockedCallAndLosesNoByte) {
     EXPECT_EQ(it::ChildrenAfter(5000), 0);
 }
 
-// The arguments arrive as given, a path with a blank included, through the
-// exports and through fdhost; a seek starts a new worker with the start time
-// before "-i", and its stream from its header.
+// The arguments arrive as given, a path with a blank included, through the exports and through fdhost; a seek starts a
+// new worker with the start time before "-i", and its stream from its header.
 TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     Stand stand;
     const std::string path = stand.Orders("with blank", "frames 30000");
@@ -171,18 +168,16 @@ TEST(WorkerTable, ArgumentsArriveAsGivenAndASeekRestarts) {
     EXPECT_TRUE(it::ReadFile(raw) == first);
 }
 
-// Two decoders side by side: a worker must not inherit the other decoder's
-// pipe ends, or that one's stream would never end. Many cycles of both leave
-// no handle, thread or process behind.
+// Two decoders side by side: a worker must not inherit the other decoder's pipe ends, or that one's stream would never
+// end. Many cycles of both leave no handle, thread or process behind.
 TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
     Stand stand;
     const std::string path = stand.Orders("tone", "frames 30000");
     const auto cycles = [&](int count) {
         const auto run = [&] {
             it::TestDecoder decoder(stand.plugin);
-            for (int i = 0; i < count; ++i) {
+            for (int i = 0; i < count; ++i)
                 EXPECT_TRUE(decoder.Open(path, 0) && decoder.SetPosition(22050) && decoder.Close()) << decoder.ErrorLog();
-            }
         };
         std::thread other(run);
         run();
@@ -193,8 +188,8 @@ TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
     cycles(100);
     EXPECT_EQ(it::ChildrenAfter(2000), 0);
     const it::Resources after = it::CurrentResources();
-    // Wine now and then keeps a few objects of its own after a run (two
-    // after a start it lost and made again); a handle lost per cycle shows as 200.
+    // Wine now and then keeps a few objects of its own (two after a start it lost and made again);
+    // a handle lost per cycle shows as 200.
     EXPECT_LE(after.descriptors, before.descriptors + 4);
     EXPECT_GE(after.descriptors, before.descriptors - 1);
     EXPECT_EQ(after.threads, before.threads);
@@ -203,10 +198,10 @@ TEST(WorkerTable, DecodersSideBySideLeaveNothingBehind) {
 // Records that Open refuses before it starts a worker.
 TEST(WorkerTable, RefusedRecords) {
     it::TestDecoder external, noPath;
-    DecoderOpenInfo empty{};
-    empty.flags = kOpenWantTags;
     EXPECT_FALSE(external.Open("/nowhere.flac", kOpenExternalPackets));
     EXPECT_EQ(external.ErrorLog(), "Error cannot decode external-packet data.  [clDecoder_ffmpeg::Open]\r\n");
+    DecoderOpenInfo empty{};
+    empty.flags = kOpenWantTags;
     EXPECT_FALSE(noPath.OpenRecord(empty));
     EXPECT_EQ(noPath.ErrorLog(), "Attempting to open null file path.  [clDecoder_ffmpeg::Open]\r\n");
     EXPECT_NE(noPath.TraceLog().find("Opening file '' for read access: *** Error: Attempting"), std::string::npos);

@@ -1,9 +1,8 @@
-// One generated differential round trip: files that mkvmerge, mkvpropedit and ffmpeg make in every layout
-// they produce are written and stripped by fdhost in random steps from fixed, printed seeds. After every
-// step mkvinfo reads the file clean, every CRC-32 and Seek entry holds, the Clusters stand at their offsets,
-// every element the step didn't own is still there with its bytes, ffmpeg decodes the same audio, fdhost
-// reads what mkvextract shows, and a tag the step didn't name keeps its value, targets and bytes. A step
-// that fails leaves the file as it was.
+// One generated differential round trip: files that mkvmerge, mkvpropedit and ffmpeg make in every layout they produce
+// are written and stripped by fdhost in random steps from fixed, printed seeds. After every step mkvinfo reads the file
+// clean, every CRC-32 and Seek entry holds, the Clusters stand at their offsets, every element the step didn't own is
+// still there with its bytes, ffmpeg decodes the same audio, fdhost reads what mkvextract shows, and a tag the step
+// didn't name keeps its value, targets and bytes. A step that fails leaves the file as it was.
 
 #include <gtest/gtest.h>
 
@@ -122,8 +121,7 @@ protected:
         if (layout == "ffmpeg, remuxed from Ogg, attachments")
             return it::Ffmpeg({"-i", ogg, "-attach", cover, "-attach", font, "-metadata:s:t:0", "mimetype=image/png",
                                "-metadata:s:t:1", "mimetype=application/x-truetype-font", "-c", "copy", out});
-        const std::string piped = it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", flac, "-c:a", "libopus", "-metadata",
-                                           "title=Old", "-f", "webm", "pipe:1"}).out;
+        const std::string piped = it::FfmpegOutput({"-i", flac, "-c:a", "libopus", "-metadata", "title=Old", "-f", "webm", "pipe:1"});
         if (layout == "ffmpeg to a pipe, Segment of unknown size") return it::WriteFile(out, piped);
         if (layout == "recorder: unknown sizes, no SeekHead, no Cues") return it::WriteFile(out, AsRecorded(piped));
         if (layout == "mkvmerge") return Tool(Mkvmerge(out));
@@ -159,12 +157,9 @@ protected:
         ++checks;
         if (!ok) ADD_FAILURE() << context << ": " << what << " (difference " << ++differences << ")";
     }
-    std::string Audio(const std::string& file) {
-        return it::Run({FD_FFMPEG_PATH, "-v", "error", "-i", file, "-map", "0:a", "-f", "md5", "-"}).out;
-    }
-    // mkvextract's tags. Its analyzer refuses elements behind a Cluster of
-    // unknown size, which it takes as running to the end; mkvmerge reads
-    // such a file, and its remux is asked instead.
+    std::string Audio(const std::string& file) { return it::FfmpegOutput({"-i", file, "-map", "0:a", "-f", "md5", "-"}); }
+    // mkvextract's tags. Its analyzer refuses elements behind a Cluster of unknown size, which it takes as running to
+    // the end; mkvmerge reads such a file, and its remux is asked instead.
     std::string Xml(const std::string& file) {
         const std::string xml = dir.File("tags.out.xml"), remux = dir.File("remux.mka");
         std::remove(xml.c_str());
@@ -191,8 +186,7 @@ protected:
             shown[picture["key"].get<std::string>()] = it::ReadFile(picture["path"].get<std::string>());
         return shown;
     }
-    // (id, body) of the top-level elements a step doesn't own, and the
-    // bodies of AttachedFiles.
+    // (id, body) of the top-level elements a step doesn't own, and the bodies of AttachedFiles.
     static std::multiset<std::string> Kept(const std::string& b, bool imagesToo) {
         std::multiset<std::string> kept;
         for (const TopElement& e : WalkSegment(b).children) {
@@ -330,10 +324,9 @@ TEST_F(MkvRoundTrip, GeneratedLayoutsAgreeWithTheTools) {
                              "ffmpeg, remuxed from Ogg, attachments", "ffmpeg to a pipe, Segment of unknown size",
                              "recorder: unknown sizes, no SeekHead, no Cues", "mkvmerge", "mkvmerge, no Cues, no statistics",
                              "mkvmerge, Chapters without a Seek entry", "ffmpeg, then mkvpropedit"};
-    const uint32_t seeds[] = {1, 2, 3};
     int files = 0;
     for (const char* layout : layouts) {
-        for (uint32_t seed : seeds) {
+        for (const uint32_t seed : {1u, 2u, 3u}) {
             std::printf("layout \"%s\", seed %u\n", layout, seed);
             const bool webm = std::string(layout).find("unknown size") != std::string::npos;
             const std::string file = dir.File("f" + std::to_string(files++) + (webm ? ".webm" : ".mka"));

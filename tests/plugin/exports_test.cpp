@@ -1,6 +1,5 @@
-// The plug-in's border as a host drives it, the library loaded at run time,
-// and fdhost's view of the capability tables. The export table itself:
-// binaries_posix.cpp, tests/win32/check_binaries.cmake.
+// The plug-in's border as a host drives it, the library loaded at run time, and fdhost's view of the capability tables.
+// The export table itself: binaries_posix.cpp, tests/win32/check_binaries.cmake.
 
 #include <gtest/gtest.h>
 
@@ -13,10 +12,7 @@
 
 namespace {
 
-class PluginTest : public ::testing::Test {
-protected:
-    host::Plugin plugin{FD_PLUGIN_PATH};
-};
+struct PluginTest : ::testing::Test { host::Plugin plugin{FD_PLUGIN_PATH}; };
 
 const std::string kCapsJson = R"({"description":"FFmpeg Decoder","decodes":[[".tak","Tom's Audio Kompressor"],[".shn","Shorten"],)"
            R"([".ac3","AC-3"],[".eac3","E-AC-3"],[".mka","Matroska Audio"],[".weba","Web Audio"],[".vqf","TwinVQ"],)"
