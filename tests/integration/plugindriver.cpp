@@ -1,8 +1,6 @@
 #include "plugindriver.h"
-#include <condition_variable>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <stdexcept>
 #include "support/textcodec.h"
 
@@ -61,10 +59,18 @@ std::string MakePluginTree(const std::string& root, const std::string& worker) {
     return plugin.string();
 }
 Later::Later(std::chrono::milliseconds delay, std::function<void()> action)
-    : std::jthread([delay, action](std::stop_token stop) {
-          std::mutex mutex;
-          std::condition_variable_any wake;
-          std::unique_lock lock(mutex);
-          if (!wake.wait_for(lock, stop, delay, [&stop] { return stop.stop_requested(); })) action();
+    : thread_([this, delay, action] {
+          std::unique_lock lock(mutex_);
+          if (wake_.wait_for(lock, delay, [this] { return cancelled_; })) return;
+          lock.unlock();
+          action();
       }) {}
+Later::~Later() {
+    {
+        std::lock_guard lock(mutex_);
+        cancelled_ = true;
+    }
+    wake_.notify_all();
+    thread_.join();
+}
 }  // namespace it

@@ -3,8 +3,10 @@
 // name, each decoder with two logs of its own (UTF-16LE) read back as UTF-8.
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -54,10 +56,18 @@ private:
 // one it has), in <root> a copy of `worker` named "ffmpeg-lgpl" (none when empty). Returns the plug-in's path.
 std::string MakePluginTree(const std::string& root, const std::string& worker);
 
-// Runs `action` after `delay` unless destroyed first.
-class Later : public std::jthread {
+// Runs `action` after `delay` unless destroyed first. A plain flag and condition: a stop callback's removal can
+// miss its wake-up under Wine and hang the destructor.
+class Later {
 public:
     Later(std::chrono::milliseconds delay, std::function<void()> action);
+    ~Later();
+
+private:
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool cancelled_ = false;
+    std::thread thread_;
 };
 
 }  // namespace it
