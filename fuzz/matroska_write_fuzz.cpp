@@ -2,7 +2,7 @@
 // back: whatever the bytes, the write ends; a write that fails leaves the
 // file byte for byte as it was; a write that succeeds keeps every Cluster at
 // its offset with its bytes; and when the file could be read before, it reads
-// back with the new title and every picture it had.
+// back with the new title among its titles and every picture it had.
 
 #include <algorithm>
 #include <cstddef>
@@ -48,8 +48,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!readable) return 0;
     IDTags read;
     Require(MatroskaTags::Read(path, read, nullptr));
+    // A TITLE the file holds at another level stays beside the new one.
     const IDTag* found = read.Find(clString(u"TITLE"), false);
-    Require(found != nullptr && found->Value == title);
+    Require(found != nullptr && ("\r" + found->Value.ToUtf8() + "\r").find("\r" + title.ToUtf8() + "\r") != std::string::npos);
     const std::multiset<std::string> was = Pictures(old), now = Pictures(read);
     Require(std::includes(now.begin(), now.end(), was.begin(), was.end()));
     return 0;
