@@ -66,10 +66,9 @@ std::pair<uint32_t, uint32_t> ReadSizeHeader(BitReader& bits) {
     const bool small = bits.Read(1) != 0;
     const uint32_t height = ReadDimension(bits, small);
     const uint32_t ratio = bits.Read(3);
+    if (ratio == 0) return {ReadDimension(bits, small), height};
     // In 64 bits: a height of 2^30 times 16 would wrap to a width of 0.
-    const uint64_t width = uint64_t{height} * kRatios[ratio].first / kRatios[ratio].second;
-    if (ratio != 0) return {static_cast<uint32_t>(width), height};
-    return {ReadDimension(bits, small), height};
+    return {static_cast<uint32_t>(uint64_t{height} * kRatios[ratio].first / kRatios[ratio].second), height};
 }
 
 uint32_t ReadBitDepth(BitReader& bits) {

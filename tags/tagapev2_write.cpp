@@ -188,9 +188,9 @@ size_t EntryHash(const IDTag& entry) {
     return text(entry.Name.View()) ^ text(entry.Value.View()) * 31 ^ std::hash<std::string_view>{}(data) * 131;
 }
 
-// Items and the tag size; false for a tag that the reader would refuse.
+// The items of `entries` and the tag size they make: items and footer, as the size field counts.
 template <class NameOf, class RawOf>
-bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, RawOf rawOf,
+void PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, RawOf rawOf,
                   std::vector<ApeItem>& items, uint64_t& tagSize) {
     items.reserve(static_cast<size_t>(entries.Count()));
     tagSize = kApeHeaderBytes;
@@ -199,7 +199,6 @@ bool PrepareItems(const IDTags& entries, uint32_t version, NameOf storedName, Ra
         items.push_back(raw ? CarriedItem(*raw) : MakeItem(entries[i], version, storedName(entries[i])));
         tagSize += items.back().Size();
     }
-    return tagSize + kApeHeaderBytes <= kApeLargestTag;
 }
 
 // Header (version 2000 only), items, footer, then `id3v1` when its first byte
@@ -300,7 +299,7 @@ bool TagAPEv2::Prepare(const IDTags& tags, bool merge) {
         }
         return nullptr;
     };
-    if (!PrepareItems(result, TagVersionNumber, storedName, rawOf, items, tagSize)) return Refuse(kTooLarge);
+    PrepareItems(result, TagVersionNumber, storedName, rawOf, items, tagSize);
     for (const RawItem& raw : rawItems_) {
         if (raw.entry >= 0) continue;
         items.push_back(CarriedItem(raw.bytes));

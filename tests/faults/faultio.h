@@ -26,7 +26,8 @@ class Scope {
 public:
     explicit Scope(const Plan& plan);
     Scope(const Plan& plan, const std::string& target);
-    Scope(const Scope&) = delete; Scope& operator=(const Scope&) = delete;
+    Scope(const Scope&) = delete;
+    Scope& operator=(const Scope&) = delete;
     ~Scope();
 };
 // The calls the active plan has changed so far (a test that injects nothing

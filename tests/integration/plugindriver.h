@@ -28,7 +28,8 @@ class TestDecoder {
 public:
     // With the host's quit event `quit`, when given (throws when refused).
     explicit TestDecoder(PluginLibrary& library = Plugin(), const std::string& quit = {});
-    TestDecoder(const TestDecoder&) = delete; TestDecoder& operator=(const TestDecoder&) = delete;
+    TestDecoder(const TestDecoder&) = delete;
+    TestDecoder& operator=(const TestDecoder&) = delete;
     ~TestDecoder() { Destroy(); }
     bool Open(const std::string& path, uint32_t flags, DecoderOpenInfo* info = nullptr);
     bool OpenRecord(DecoderOpenInfo& record) { return library_.Open(decoder_, &record) != 0; }

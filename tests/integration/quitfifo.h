@@ -9,7 +9,8 @@ namespace it {
 class QuitFifo {
 public:
     explicit QuitFifo(const std::string& path);
-    QuitFifo(const QuitFifo&) = delete; QuitFifo& operator=(const QuitFifo&) = delete;
+    QuitFifo(const QuitFifo&) = delete;
+    QuitFifo& operator=(const QuitFifo&) = delete;
     ~QuitFifo();
     const std::string& Path() const { return path_; }
     void Set();

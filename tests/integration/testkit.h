@@ -11,7 +11,8 @@ namespace it {
 class TempDir {
 public:
     TempDir();
-    TempDir(const TempDir&) = delete; TempDir& operator=(const TempDir&) = delete;
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
     ~TempDir();
     const std::string& Path() const { return path_; }
     std::string File(const std::string& name) const { return path_ + "/" + name; }
@@ -55,7 +56,8 @@ bool RunLockedOut(const std::string& dir, const std::string& path, const std::fu
 class SinkFile {
 public:
     explicit SinkFile(const std::string& path);
-    SinkFile(const SinkFile&) = delete; SinkFile& operator=(const SinkFile&) = delete;
+    SinkFile(const SinkFile&) = delete;
+    SinkFile& operator=(const SinkFile&) = delete;
     ~SinkFile();
     uint64_t Get() const { return static_cast<uint64_t>(handle_); }
 private:
